@@ -1,0 +1,66 @@
+#pragma once
+// The ACL store: this layer's own copy of every ACL the engine handed over, with its translated
+// hardware rules, the interfaces it is bound to and two lifecycle flags.
+//
+// Writer: the ACL helper only. Readers: the ACL attachment index (watches `acl` and each
+// entry's three interface sets) and the agent ACL state machine.
+// Invariant: an interface id sits in the set of its kind (sub-interface, VLAN interface or
+// Ethernet interface); `aclIntfSetFor` is the one place that decides which.
+
+#include <cstdint>
+
+#include "platform/mirel/AclRule.h"
+#include "platform/ovin/AclKey.h"
+#include "platform/vorn/Entity.h"
+#include "platform/zamu/Addr.h"
+#include "platform/zamu/IntfId.h"
+
+namespace OvinMirel {
+
+class OvinMirelAcl : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::OvinMirelAcl")
+  public:
+    explicit OvinMirelAcl(const Ovin::AclKey& key) : name_(key) {}
+    const Ovin::AclKey& name() const { return name_; }
+
+    VORN_ATTR(bool, created, false)  // the rule set is complete (final rule produced)
+    VORN_ATTR(bool, inUse, true)     // false once the agent removed the ACL; gone at destroy
+    VORN_ORDERED_MAP(Mirel::AceIndex, Mirel::IpRuleConfig, ipRuleById)
+    VORN_ORDERED_MAP(Mirel::AceIndex, Mirel::MacRuleConfig, macRuleById)
+    VORN_SET(Zamu::IntfId, ethIntf)
+    VORN_SET(Zamu::IntfId, subIntf)
+    VORN_SET(Zamu::IntfId, vlanIntf)
+    VORN_MAP(Acl::UniqueId, uint32_t, ruleNum)
+    VORN_MAP(Zamu::IpProto, uint32_t, ruleCountByProtocol)
+
+    // Adds delta to the protocol's count (created at 0 when absent); returns the new count.
+    uint32_t ruleCountByProtocolInc(const Zamu::IpProto& proto, uint32_t delta) {
+        return ruleCountByProtocol_.inc(proto, delta);
+    }
+
+    // The interface set an interface id belongs in: sub-interface, else VLAN interface, else
+    // Ethernet interface; any other kind of id is an internal error (assertion).
+    enum class IntfSet { eth, sub, vlan };
+    static IntfSet aclIntfSetFor(const Zamu::IntfId& intf);
+    // Adds or removes intf in the set of its kind.
+    void intfIs(const Zamu::IntfId& intf, bool member);
+
+  private:
+    const Ovin::AclKey name_;
+};
+
+class OvinMirelAclColl : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::OvinMirelAclColl")
+  public:
+    explicit OvinMirelAclColl(const Vorn::Name& name) : name_(name) {}
+    const Vorn::Name& name() const { return name_; }
+
+    VORN_ENTITY_MAP(Ovin::AclKey, OvinMirelAcl, acl)
+
+  private:
+    const Vorn::Name name_;
+};
+
+Vorn::Ptr<OvinMirelAclColl> ovinMirelAclCollFactory(const Vorn::Name& name);
+
+}  // namespace OvinMirel

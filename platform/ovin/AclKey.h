@@ -1,0 +1,42 @@
+#pragma once
+// Ovin::AclKey: one ACL as the engine applies it. The key of every per-ACL collection.
+// A key that carries a VLAN id is a router ACL.
+
+#include <compare>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "platform/bridging/VlanId.h"
+#include "platform/ovin/AclType.h"
+#include "platform/vorn/Name.h"
+
+namespace Ovin {
+
+using AclVlanIdOrNone = std::optional<Bridging::VlanId>;
+
+struct AclKey {
+    Vorn::String name;
+    Acl::AclType type = Acl::aclTypeIpv4;
+    Acl::AclDirection direction = Acl::aclDirectionIn;
+    bool flag = false;        // the engine's per-key flag (carried, never interpreted here)
+    AclVlanIdOrNone vlanId;   // set for router ACLs
+    Vorn::Name tag;           // the engine's name for where the key comes from; usually empty
+
+    // A total order: name, type, direction, flag, VLAN (none first), tag.
+    auto operator<=>(const AclKey&) const = default;
+    bool operator==(const AclKey&) const = default;
+
+    // "<name>/<ip|ipv6|mac>/<in|out>", then "/vlan<N>", "/flag", "/<tag>" when present.
+    std::string str() const;
+};
+
+std::ostream& operator<<(std::ostream& os, const AclKey& k);
+
+}  // namespace Ovin
+
+template <>
+struct std::hash<Ovin::AclKey> {
+    size_t operator()(const Ovin::AclKey& k) const noexcept;
+};

@@ -1,0 +1,261 @@
+// The entity framework's contract: what notifies, when, in which order, and what stays safe
+// while watchers write, unsubscribe and delete from inside a notification.
+
+#include "platform/vorn/Entity.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/vorn/EntryWatchers.h"
+
+namespace {
+
+class Child : public Vorn::Entity {
+    VORN_ENTITY("Test::Child")
+  public:
+    explicit Child(int key) : key_(key) {}
+    int key() const { return key_; }
+    VORN_ATTR(int, value, 0)
+    VORN_SET(int, member)
+
+    static int live;
+    Child(const Child&) = delete;
+    ~Child() override { --live; }
+
+  private:
+    int key_;
+    int dummy_ = ++live;
+};
+int Child::live = 0;
+
+class Parent : public Vorn::Entity {
+    VORN_ENTITY("Test::Parent")
+  public:
+    VORN_ATTR(int, count, 7)
+    VORN_ATTR(std::string, label)
+    VORN_PTR_ATTR(Child, favourite)
+    VORN_MAP(int, std::string, word)
+    VORN_ORDERED_MAP(int, int, ranked)
+    VORN_ENTITY_MAP(int, Child, child)
+    VORN_ORDERED_ENTITY_MAP(int, Child, sortedChild)
+};
+
+TEST(VornEntity, UnchangedValueNotifiesNobody) {
+    auto p = Vorn::make<Parent>();
+    int calls = 0;
+    auto s1 = p->countNotify([&] { ++calls; });
+    auto s2 = p->wordNotify([&](int) { ++calls; });
+    auto s3 = p->rankedNotify([&](int) { ++calls; });
+    p->countIs(7);  // the default
+    p->wordIs(1, "a");
+    p->wordIs(1, "a");
+    p->rankedIs(2, 5);
+    p->rankedIs(2, 5);
+    p->wordDel(99);  // absent
+    EXPECT_EQ(calls, 2);
+    p->countIs(8);
+    p->wordIs(1, "b");  // replace
+    EXPECT_EQ(calls, 4);
+    EXPECT_EQ(*p->word(1), "b");
+    EXPECT_EQ(p->word(2), nullptr);
+}
+
+TEST(VornEntity, CollectionsNotifyPerKeyInWriteOrder) {
+    auto p = Vorn::make<Parent>();
+    std::vector<std::string> seen;
+    auto s1 = p->wordNotify([&](int k) { seen.push_back("word" + std::to_string(k)); });
+    auto s2 = p->childNotify([&](int k) { seen.push_back("child" + std::to_string(k)); });
+    auto s3 = p->labelNotify([&] { seen.push_back("label=" + p->label()); });
+    p->wordIs(3, "x");
+    p->childIs(4);
+    p->childIs(4);  // get-or-create: exists, no change
+    p->labelIs("l");
+    p->wordDel(3);
+    p->childDel(4);
+    EXPECT_EQ(seen, (std::vector<std::string>{"word3", "child4", "label=l", "word3", "child4"}));
+}
+
+TEST(VornEntity, DelAllNotifiesEveryKeyAndReadersSeeEachStep) {
+    auto p = Vorn::make<Parent>();
+    for (int k : {5, 1, 3}) p->rankedIs(k, k * 10);
+    std::vector<std::pair<int, size_t>> seen;
+    auto s = p->rankedNotify([&](int k) { seen.emplace_back(k, p->rankeds()); });
+    p->rankedDelAll();
+    // Ordered collections empty in key order; each watcher sees the entry already gone.
+    EXPECT_EQ(seen, (std::vector<std::pair<int, size_t>>{{1, 2}, {3, 1}, {5, 0}}));
+}
+
+TEST(VornEntity, OrderedCollectionsIterateInKeyOrder) {
+    auto p = Vorn::make<Parent>();
+    for (int k : {9, 2, 7, 4}) p->sortedChildIs(k);
+    std::vector<int> keys;
+    for (const auto& [k, c] : p->sortedChild()) {
+        EXPECT_EQ(c->key(), k);
+        keys.push_back(k);
+    }
+    EXPECT_EQ(keys, (std::vector<int>{2, 4, 7, 9}));
+}
+
+class Counted : public Vorn::Entity {
+    VORN_ENTITY("Test::Counted")
+  public:
+    VORN_MAP(int, uint32_t, n)
+    uint32_t nInc(int k, uint32_t d) { return n_.inc(k, d); }
+};
+
+TEST(VornEntity, CounterIncNotifiesOnlyOnChange) {
+    auto c = Vorn::make<Counted>();
+    int calls = 0;
+    auto s = c->nNotify([&](int) { ++calls; });
+    EXPECT_EQ(c->nInc(1, 0), 0u);  // created at 0: a change
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(c->nInc(1, 0), 0u);  // no change
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(c->nInc(1, 2), 2u);
+    EXPECT_EQ(c->nInc(1, 3), 5u);
+    EXPECT_EQ(calls, 3);
+}
+
+TEST(VornEntity, NullReferenceToMutatorIsRefusedAndKeepsTheOldValue) {
+    auto p = Vorn::make<Parent>();
+    auto c = Vorn::make<Child>(1);
+    p->favouriteIs(c);
+    try {
+        p->favouriteIs(nullptr);
+        FAIL() << "expected NullPointerException";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(), "null _favourite parameter to mutator for Test::Parent::favourite not allowed");
+    }
+    EXPECT_EQ(p->favourite(), c);
+    p->favouriteDel();
+    EXPECT_EQ(p->favourite(), nullptr);
+}
+
+TEST(VornEntity, WatcherDeletesTheEntryItIsToldAbout) {
+    Child::live = 0;
+    auto p = Vorn::make<Parent>();
+    auto c = p->childIs(1);
+    std::vector<int> seen;
+    // The first watcher deletes the child whose change it hears about; the second watcher of
+    // the same attribute still hears the change, once, and the child is freed afterwards.
+    auto s1 = c->valueNotify([&] {
+        seen.push_back(1);
+        p->childDel(1);
+    });
+    auto s2 = c->valueNotify([&] { seen.push_back(2); });
+    c = nullptr;
+    p->child(1)->valueIs(5);
+    EXPECT_EQ(seen, (std::vector<int>{1, 2}));
+    EXPECT_EQ(p->childs(), 0u);
+    EXPECT_EQ(Child::live, 0);
+    // The subscriptions outlived their signal and are inert.
+    EXPECT_FALSE(s1.connected());
+}
+
+TEST(VornEntity, WatcherRemovesItselfAndOthersDuringNotification) {
+    auto p = Vorn::make<Parent>();
+    std::vector<std::string> seen;
+    Vorn::Subscription a, b, c, late;
+    a = p->countNotify([&] {
+        seen.push_back("a");
+        a.reset();  // itself
+        c.reset();  // a later one: must not be called
+        late = p->countNotify([&] { seen.push_back("late"); });  // first called next time
+    });
+    b = p->countNotify([&] { seen.push_back("b"); });
+    c = p->countNotify([&] { seen.push_back("c"); });
+    p->countIs(1);
+    EXPECT_EQ(seen, (std::vector<std::string>{"a", "b"}));
+    seen.clear();
+    p->countIs(2);
+    EXPECT_EQ(seen, (std::vector<std::string>{"b", "late"}));
+}
+
+TEST(VornEntity, WatcherWritesAnotherWatchedEntityNestedInOrder) {
+    auto p = Vorn::make<Parent>();
+    auto q = Vorn::make<Parent>();
+    std::vector<std::string> seen;
+    auto s1 = p->countNotify([&] {
+        seen.push_back("p1");
+        q->countIs(p->count());
+        seen.push_back("p1 done");
+    });
+    auto s2 = p->countNotify([&] { seen.push_back("p2"); });
+    auto s3 = q->countNotify([&] {
+        seen.push_back("q");
+        p->countIs(p->count());  // writing the same value again: nothing
+    });
+    p->countIs(3);
+    EXPECT_EQ(seen, (std::vector<std::string>{"p1", "q", "p1 done", "p2"}));
+    EXPECT_EQ(q->count(), 3);
+}
+
+struct ChildWatcher {
+    ChildWatcher(std::vector<std::string>* log, int key, const Vorn::Ptr<Child>& c) : log_(log), key_(key) {
+        log_->push_back("watch " + std::to_string(key));
+        sub_ = c->valueNotify([this, c = c.ptr()] { log_->push_back(std::to_string(key_) + "=" + std::to_string(c->value())); });
+    }
+    ~ChildWatcher() { log_->push_back("unwatch " + std::to_string(key_)); }
+    std::vector<std::string>* log_;
+    int key_;
+    Vorn::Subscription sub_;
+};
+
+TEST(VornEntryWatchers, OneWatcherPerEntryFollowsEntries) {
+    auto p = Vorn::make<Parent>();
+    p->childIs(1);
+    std::vector<std::string> log;
+    Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, ChildWatcher> watchers(
+        p->child(), [&](int k, const Vorn::Ptr<Child>& c) { return std::make_unique<ChildWatcher>(&log, k, c); },
+        [&](int k) { log.push_back("deleted " + std::to_string(k)); });
+    EXPECT_EQ(watchers.size(), 1u);
+    p->childIs(2)->valueIs(20);
+    p->child(1)->valueIs(10);
+    p->childDel(1);
+    p->child(2)->valueIs(21);
+    EXPECT_EQ(log, (std::vector<std::string>{"watch 1", "watch 2", "2=20", "1=10", "unwatch 1",
+                                             "deleted 1", "2=21"}));
+    EXPECT_EQ(watchers.find(1), nullptr);
+    EXPECT_NE(watchers.find(2), nullptr);
+}
+
+TEST(VornEntryWatchers, WatcherThatDeletesItsOwnEntryIsDroppedSafely) {
+    auto p = Vorn::make<Parent>();
+    struct SelfDeleting {
+        SelfDeleting(Parent* p, int k, const Vorn::Ptr<Child>& c) {
+            sub_ = c->valueNotify([p, k] { p->childDel(k); });
+        }
+        Vorn::Subscription sub_;
+    };
+    Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, SelfDeleting> watchers(
+        p->child(), [&](int k, const Vorn::Ptr<Child>& c) { return std::make_unique<SelfDeleting>(p.ptr(), k, c); });
+    p->childIs(1);
+    p->childIs(2);
+    p->child(1)->valueIs(1);
+    EXPECT_EQ(p->childs(), 1u);
+    EXPECT_EQ(watchers.size(), 1u);
+    EXPECT_NE(watchers.find(2), nullptr);
+}
+
+TEST(VornEntryWatchers, ReplacedEntryGetsAFreshWatcher) {
+    auto p = Vorn::make<Parent>();
+    std::vector<std::string> log;
+    Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, ChildWatcher> watchers(
+        p->child(), [&](int k, const Vorn::Ptr<Child>& c) { return std::make_unique<ChildWatcher>(&log, k, c); });
+    // A watcher of the collection that re-creates the entry when it is deleted: the per-entry
+    // watchers must end up on the new entity.
+    auto s = p->childNotify([&](int k) {
+        if (!p->child(k) && k == 1 && log.size() < 10) p->childIs(1);
+    });
+    p->childIs(1);
+    p->childDel(1);
+    ASSERT_NE(p->child(1), nullptr);
+    p->child(1)->valueIs(3);
+    EXPECT_EQ(log.back(), "1=3");
+    EXPECT_EQ(watchers.size(), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,35 @@
+#pragma once
+// Vorn::String is the framework's text type; Vorn::Name is the name an entity is created with.
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace Vorn {
+
+using String = std::string;
+
+class Name {
+  public:
+    Name() = default;
+    explicit Name(std::string s) : s_(std::move(s)) {}
+    Name(const char* s) : s_(s) {}
+
+    const std::string& str() const { return s_; }
+    bool empty() const { return s_.empty(); }
+    auto operator<=>(const Name&) const = default;
+    bool operator==(const Name&) const = default;
+
+  private:
+    std::string s_;
+};
+
+inline std::ostream& operator<<(std::ostream& os, const Name& n) { return os << n.str(); }
+
+}  // namespace Vorn
+
+template <>
+struct std::hash<Vorn::Name> {
+    size_t operator()(const Vorn::Name& n) const noexcept { return std::hash<std::string>()(n.str()); }
+};
