@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "platform/vorn/Exception.h"
+#include "platform/vorn/Name.h"
 #include "platform/vorn/Ptr.h"
 #include "platform/vorn/Signal.h"
 
