@@ -2,6 +2,8 @@
 
 namespace OvinMirel {
 
-Vorn::Ptr<GlueConfig> glueConfigFactory(const Vorn::Name& name) { return Vorn::make<GlueConfig>(name); }
+Vorn::Ptr<GlueConfig> glueConfigFactory(const Vorn::Name& name) {
+    return Vorn::make<GlueConfig>(name);
+}
 
 }  // namespace OvinMirel

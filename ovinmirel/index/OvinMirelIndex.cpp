@@ -3,7 +3,8 @@
 namespace OvinMirel {
 
 void VlanAclColl::reinstantiate(const Zamu::IntfId& vlanIntfId) const {
-    if (vlanIntfId == vlanIntfId_) return;
+    if (vlanIntfId == vlanIntfId_)
+        return;
     throw Vorn::ReinstantiationException(
         "Reinstantiating the entity with fullName OvinMirel::Index::vlanAclMapping[" +
         std::to_string(vlanId_.value()) +
@@ -11,6 +12,8 @@ void VlanAclColl::reinstantiate(const Zamu::IntfId& vlanIntfId) const {
         vlanIntfId.name() + " (it holds " + vlanIntfId_.name() + ")");
 }
 
-Vorn::Ptr<Index> indexFactory(const Vorn::Name& name) { return Vorn::make<Index>(name); }
+Vorn::Ptr<Index> indexFactory(const Vorn::Name& name) {
+    return Vorn::make<Index>(name);
+}
 
 }  // namespace OvinMirel

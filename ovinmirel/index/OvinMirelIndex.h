@@ -30,15 +30,17 @@
 namespace OvinMirel {
 
 // A value entity constructed from its key, which it also stores under `keyName`.
-#define OVINMIREL_INDEX_VALUE_(Type, K, keyName)                  \
-    VORN_ENTITY("OvinMirel::" #Type)                              \
-  public:                                                         \
-    explicit Type(const K& k) : keyName##_(k) {}                  \
-    const K& keyName() const { return keyName##_; }               \
-                                                                  \
-  private:                                                        \
-    const K keyName##_;                                           \
-                                                                  \
+#define OVINMIREL_INDEX_VALUE_(Type, K, keyName) \
+    VORN_ENTITY("OvinMirel::" #Type)             \
+  public:                                        \
+    explicit Type(const K& k) : keyName##_(k) {} \
+    const K& keyName() const {                   \
+        return keyName##_;                       \
+    }                                            \
+                                                 \
+  private:                                       \
+    const K keyName##_;                          \
+                                                 \
   public:
 
 class IntfAclColl : public Vorn::Entity {
@@ -154,20 +156,20 @@ class Index : public Vorn::Entity {
     explicit Index(const Vorn::Name& name) : name_(name) {}
     const Vorn::Name& name() const { return name_; }
 
-    VORN_ENTITY_MAP(Zamu::IntfId, IntfAclColl, intfAclMapping)              // IndexSmBase
-    VORN_ENTITY_MAP(Ovin::AclKey, AclPhyIntfColl, aclPhyIntfMapping)        // IndexSmBase
-    VORN_ENTITY_MAP(Ovin::AclKey, AclChipColl, aclChipMapping)              // IndexSmBase
-    VORN_ENTITY_MAP(Mirel::ChipId, ChipAclColl, chipAclMapping)             // IndexSmBase
-    VORN_ENTITY_MAP(Mirel::ChipId, ChipIntfMapping, chipIntfMapping)        // ChipIntfIndexSm
-    VORN_ENTITY_MAP(Mirel::ChipId, ChipVlanColl, chipVlanMapping)           // IndexSmBase
-    VORN_ENTITY_MAP(Mirel::ChipId, ChipSubIntfColl, chipSubIntfMapping)     // IndexSmBase
-    VORN_ENTITY_MAP(Zamu::IntfId, PhyIntfVlanColl, phyIntfVlanMapping)      // PhyIntfVlanIndexSm
-    VORN_ENTITY_MAP(Zamu::IntfId, PhySubIntfColl, phySubIntfMapping)        // SubIntfIndexSm
-    VORN_ENTITY_MAP(Zamu::IntfId, SubPhyIntfColl, subPhyIntfMapping)        // SubIntfIndexSm
-    VORN_ENTITY_MAP(Zamu::IntfId, LagSubIntfColl, lagSubIntfMapping)        // SubIntfIndexSm
-    VORN_ENTITY_MAP(Zamu::IntfId, SubIntfAclColl, subIntfAclMapping)        // AclPhyIntfIndexSm
-    VORN_ENTITY_MAP(Bridging::VlanId, VlanAclColl, vlanAclMapping)          // AclPhyIntfIndexSm
-    VORN_ENTITY_MAP(Zamu::IntfId, IntfAclTableTypeColl, intfAclTypeMapping) // IntfAclTypeIndexSm
+    VORN_ENTITY_MAP(Zamu::IntfId, IntfAclColl, intfAclMapping)               // IndexSmBase
+    VORN_ENTITY_MAP(Ovin::AclKey, AclPhyIntfColl, aclPhyIntfMapping)         // IndexSmBase
+    VORN_ENTITY_MAP(Ovin::AclKey, AclChipColl, aclChipMapping)               // IndexSmBase
+    VORN_ENTITY_MAP(Mirel::ChipId, ChipAclColl, chipAclMapping)              // IndexSmBase
+    VORN_ENTITY_MAP(Mirel::ChipId, ChipIntfMapping, chipIntfMapping)         // ChipIntfIndexSm
+    VORN_ENTITY_MAP(Mirel::ChipId, ChipVlanColl, chipVlanMapping)            // IndexSmBase
+    VORN_ENTITY_MAP(Mirel::ChipId, ChipSubIntfColl, chipSubIntfMapping)      // IndexSmBase
+    VORN_ENTITY_MAP(Zamu::IntfId, PhyIntfVlanColl, phyIntfVlanMapping)       // PhyIntfVlanIndexSm
+    VORN_ENTITY_MAP(Zamu::IntfId, PhySubIntfColl, phySubIntfMapping)         // SubIntfIndexSm
+    VORN_ENTITY_MAP(Zamu::IntfId, SubPhyIntfColl, subPhyIntfMapping)         // SubIntfIndexSm
+    VORN_ENTITY_MAP(Zamu::IntfId, LagSubIntfColl, lagSubIntfMapping)         // SubIntfIndexSm
+    VORN_ENTITY_MAP(Zamu::IntfId, SubIntfAclColl, subIntfAclMapping)         // AclPhyIntfIndexSm
+    VORN_ENTITY_MAP(Bridging::VlanId, VlanAclColl, vlanAclMapping)           // AclPhyIntfIndexSm
+    VORN_ENTITY_MAP(Zamu::IntfId, IntfAclTableTypeColl, intfAclTypeMapping)  // IntfAclTypeIndexSm
 
   private:
     const Vorn::Name name_;

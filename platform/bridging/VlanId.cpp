@@ -5,7 +5,8 @@
 namespace Bridging {
 
 VlanId::VlanId(int64_t value) {
-    if (value < kMin || value > kMax) Vorn::throwRangeError("VlanId::value < 1 or > 4094 not allowed");
+    if (value < kMin || value > kMax)
+        Vorn::throwRangeError("VlanId::value < 1 or > 4094 not allowed");
     value_ = static_cast<uint16_t>(value);
 }
 

@@ -23,7 +23,9 @@ class VlanId {
     uint16_t value_;
 };
 
-inline std::ostream& operator<<(std::ostream& os, VlanId v) { return os << v.value(); }
+inline std::ostream& operator<<(std::ostream& os, VlanId v) {
+    return os << v.value();
+}
 
 }  // namespace Bridging
 

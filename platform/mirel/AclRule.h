@@ -44,15 +44,15 @@ enum class AceAction : uint8_t { permit = 0, deny = 1 };
 // What an IP entry matches. Fields with a `match...` flag are ignored when the flag is off.
 struct IpRuleFilter {
     bool ipv6 = false;
-    Zamu::IpAddrWithMask source;       // mask 0 matches every address
+    Zamu::IpAddrWithMask source;  // mask 0 matches every address
     Zamu::IpAddrWithMask destination;
-    Zamu::IpProto protocol;            // 0 with matchProtocol false: any protocol
+    Zamu::IpProto protocol;  // 0 with matchProtocol false: any protocol
     bool matchProtocol = false;
     uint8_t dscp = 0;
     bool matchDscp = false;
-    bool matchFragments = false;       // non-initial fragments only
-    uint8_t tcpFlags = 0;              // every flag set here must be set in the packet
-    bool established = false;          // TCP ACK or RST set (an established connection)
+    bool matchFragments = false;  // non-initial fragments only
+    uint8_t tcpFlags = 0;         // every flag set here must be set in the packet
+    bool established = false;     // TCP ACK or RST set (an established connection)
     uint8_t icmpType = 0;
     bool matchIcmpType = false;
     uint8_t icmpCode = 0;
@@ -74,7 +74,7 @@ struct IpRuleConfig {
 
 struct MacRuleConfig {
     Zamu::EthAddr source;
-    Zamu::EthAddr sourceMask;          // all zero matches every address
+    Zamu::EthAddr sourceMask;  // all zero matches every address
     Zamu::EthAddr destination;
     Zamu::EthAddr destinationMask;
     uint16_t etherType = 0;

@@ -21,7 +21,9 @@ class ChipId {
     uint32_t value_ = 0;
 };
 
-inline std::ostream& operator<<(std::ostream& os, ChipId c) { return os << c.value(); }
+inline std::ostream& operator<<(std::ostream& os, ChipId c) {
+    return os << c.value();
+}
 
 }  // namespace Mirel
 

@@ -13,6 +13,8 @@ enum PackerAlgorithm : uint32_t {
     packerBestFit = 2,
 };
 
-inline std::ostream& operator<<(std::ostream& os, PackerAlgorithm p) { return os << uint32_t(p); }
+inline std::ostream& operator<<(std::ostream& os, PackerAlgorithm p) {
+    return os << uint32_t(p);
+}
 
 }  // namespace Mirel

@@ -15,6 +15,8 @@ enum TableType : uint8_t {
     macAcl_ = 5,
 };
 
-inline std::ostream& operator<<(std::ostream& os, TableType t) { return os << int(t); }
+inline std::ostream& operator<<(std::ostream& os, TableType t) {
+    return os << int(t);
+}
 
 }  // namespace Mirel

@@ -6,14 +6,22 @@ namespace Ovin {
 
 std::string AclKey::str() const {
     std::string out = name;
-    out.append("/").append(Acl::aclTypeName(type)).append("/").append(Acl::aclDirectionName(direction));
-    if (vlanId) out.append("/vlan").append(std::to_string(vlanId->value()));
-    if (flag) out.append("/flag");
-    if (!tag.empty()) out.append("/").append(tag.str());
+    out.append("/")
+        .append(Acl::aclTypeName(type))
+        .append("/")
+        .append(Acl::aclDirectionName(direction));
+    if (vlanId)
+        out.append("/vlan").append(std::to_string(vlanId->value()));
+    if (flag)
+        out.append("/flag");
+    if (!tag.empty())
+        out.append("/").append(tag.str());
     return out;
 }
 
-std::ostream& operator<<(std::ostream& os, const AclKey& k) { return os << k.str(); }
+std::ostream& operator<<(std::ostream& os, const AclKey& k) {
+    return os << k.str();
+}
 
 }  // namespace Ovin
 

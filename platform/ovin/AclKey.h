@@ -20,9 +20,9 @@ struct AclKey {
     Vorn::String name;
     Acl::AclType type = Acl::aclTypeIpv4;
     Acl::AclDirection direction = Acl::aclDirectionIn;
-    bool flag = false;        // the engine's per-key flag (carried, never interpreted here)
-    AclVlanIdOrNone vlanId;   // set for router ACLs
-    Vorn::Name tag;           // the engine's name for where the key comes from; usually empty
+    bool flag = false;       // the engine's per-key flag (carried, never interpreted here)
+    AclVlanIdOrNone vlanId;  // set for router ACLs
+    Vorn::Name tag;          // the engine's name for where the key comes from; usually empty
 
     // A total order: name, type, direction, flag, VLAN (none first), tag.
     auto operator<=>(const AclKey&) const = default;

@@ -13,7 +13,7 @@ namespace Acl {
 enum AclType : uint8_t { aclTypeIpv4 = 0, aclTypeIpv6 = 1, aclTypeMac = 2 };
 enum AclDirection : uint8_t { aclDirectionIn = 0, aclDirectionOut = 1 };
 
-const char* aclTypeName(AclType t);        // "ip", "ipv6", "mac", or "unknown"
+const char* aclTypeName(AclType t);            // "ip", "ipv6", "mac", or "unknown"
 const char* aclDirectionName(AclDirection d);  // "in", "out", or "unknown"
 
 // The engine's identity of one configured rule, stable across renumbering.
@@ -22,7 +22,9 @@ struct UniqueId {
     auto operator<=>(const UniqueId&) const = default;
     bool operator==(const UniqueId&) const = default;
 };
-inline std::ostream& operator<<(std::ostream& os, UniqueId u) { return os << u.value; }
+inline std::ostream& operator<<(std::ostream& os, UniqueId u) {
+    return os << u.value;
+}
 
 }  // namespace Acl
 

@@ -8,15 +8,15 @@ namespace Vorn {
                                   int line);
 }  // namespace Vorn
 
-#define VORN_ASSERT(cond)                                                                 \
-    do {                                                                                  \
-        if (!(cond)) [[unlikely]]                                                         \
-            ::Vorn::assertionFailed(#cond, __PRETTY_FUNCTION__, __FILE__, __LINE__);      \
+#define VORN_ASSERT(cond)                                                            \
+    do {                                                                             \
+        if (!(cond)) [[unlikely]]                                                    \
+            ::Vorn::assertionFailed(#cond, __PRETTY_FUNCTION__, __FILE__, __LINE__); \
     } while (0)
 
 // For the few invariants whose message is not the condition itself ("Internal Error").
-#define VORN_ASSERT_MSG(cond, message)                                                    \
-    do {                                                                                  \
-        if (!(cond)) [[unlikely]]                                                         \
-            ::Vorn::assertionFailed(message, __PRETTY_FUNCTION__, __FILE__, __LINE__);    \
+#define VORN_ASSERT_MSG(cond, message)                                                 \
+    do {                                                                               \
+        if (!(cond)) [[unlikely]]                                                      \
+            ::Vorn::assertionFailed(message, __PRETTY_FUNCTION__, __FILE__, __LINE__); \
     } while (0)

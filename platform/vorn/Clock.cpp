@@ -21,8 +21,14 @@ void VirtualClock::nowIs(Seconds t) {
     now_ = t;
 }
 
-Clock& clock() { return *current; }
-void clockIs(Clock* c) { current = c ? c : &realClock; }
-Seconds currentTime() { return current->now(); }
+Clock& clock() {
+    return *current;
+}
+void clockIs(Clock* c) {
+    current = c ? c : &realClock;
+}
+Seconds currentTime() {
+    return current->now();
+}
 
 }  // namespace Vorn

@@ -50,10 +50,12 @@ class Entity : public PtrInterface {
 class KeepAlive {
   public:
     explicit KeepAlive(const Entity* e) : e_(e->references() ? e : nullptr) {
-        if (e_) e_->newRef();
+        if (e_)
+            e_->newRef();
     }
     ~KeepAlive() {
-        if (e_) e_->deleteRef();
+        if (e_)
+            e_->deleteRef();
     }
     KeepAlive(const KeepAlive&) = delete;
     KeepAlive& operator=(const KeepAlive&) = delete;
@@ -80,10 +82,12 @@ struct Ordered {
 template <class T>
 class Attr {
   public:
-    explicit Attr(const Entity& owner, T initial = T{}) : owner_(&owner), value_(std::move(initial)) {}
+    explicit Attr(const Entity& owner, T initial = T{})
+        : owner_(&owner), value_(std::move(initial)) {}
     const T& get() const { return value_; }
     bool set(const T& v) {
-        if (value_ == v) return false;
+        if (value_ == v)
+            return false;
         value_ = v;
         KeepAlive keep(owner_);
         signal_.emit();
@@ -140,12 +144,14 @@ class CollectionBase {
     std::vector<K> keys() const {
         std::vector<K> out;
         out.reserve(items_.size());
-        for (const auto& e : items_) out.push_back(keyOf(e));
+        for (const auto& e : items_)
+            out.push_back(keyOf(e));
         return out;
     }
     bool del(const K& k) {
         auto it = items_.find(k);
-        if (it == items_.end()) return false;
+        if (it == items_.end())
+            return false;
         // The erased value (maybe the last reference to a child entity) lives until the
         // watchers have been told.
         auto node = items_.extract(it);
@@ -199,8 +205,10 @@ class SetField : public CollectionBase<K, typename Index::template Set<K>> {
     using Base::Base;
     // Adds k when `member` is true, removes it when false.
     bool is(const K& k, bool member = true) {
-        if (!member) return this->del(k);
-        if (!this->items_.insert(k).second) return false;
+        if (!member)
+            return this->del(k);
+        if (!this->items_.insert(k).second)
+            return false;
         this->changed(k);
         return true;
     }
@@ -222,7 +230,8 @@ class MapField : public CollectionBase<K, typename Index::template Map<K, V>> {
     bool is(const K& k, const V& v) {
         auto [it, inserted] = this->items_.try_emplace(k, v);
         if (!inserted) {
-            if (it->second == v) return false;
+            if (it->second == v)
+                return false;
             it->second = v;
         }
         this->changed(k);
@@ -231,7 +240,8 @@ class MapField : public CollectionBase<K, typename Index::template Map<K, V>> {
     // Adds delta to the value (created at V{} when absent); notifies only on a change.
     V inc(const K& k, const V& delta) {
         auto [it, inserted] = this->items_.try_emplace(k, V{});
-        if (delta == V{} && !inserted) return it->second;
+        if (delta == V{} && !inserted)
+            return it->second;
         it->second += delta;
         V result = it->second;
         this->changed(k);
@@ -257,7 +267,8 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
     Ptr<V> is(const K& k, A&&... args) {
         auto it = this->items_.find(k);
         if (it != this->items_.end()) {
-            if constexpr (sizeof...(A) > 0) it->second->reinstantiate(std::forward<A>(args)...);
+            if constexpr (sizeof...(A) > 0)
+                it->second->reinstantiate(std::forward<A>(args)...);
             return it->second;
         }
         Ptr<V> child = make<V>(k, std::forward<A>(args)...);
@@ -269,73 +280,106 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
 
 }  // namespace Vorn
 
-#define VORN_ENTITY(qualifiedName) \
-  public:                          \
-    std::string_view typeName() const override { return qualifiedName; }
-
-#define VORN_SUBSCRIBE_(name)                                             \
-    template <class F>                                                    \
-    [[nodiscard]] ::Vorn::Subscription name##Notify(F&& f) const {        \
-        return name##_.notify(std::forward<F>(f));                        \
+#define VORN_ENTITY(qualifiedName)               \
+  public:                                        \
+    std::string_view typeName() const override { \
+        return qualifiedName;                    \
     }
 
-#define VORN_ATTR(T, name, ...)                                           \
-  public:                                                                 \
-    const T& name() const { return name##_.get(); }                       \
-    void name##Is(const T& v) { name##_.set(v); }                         \
-    VORN_SUBSCRIBE_(name)                                                 \
-  private:                                                                \
-    ::Vorn::Attr<T> name##_{*this __VA_OPT__(, ) __VA_ARGS__};            \
-                                                                          \
+#define VORN_SUBSCRIBE_(name)                                      \
+    template <class F>                                             \
+    [[nodiscard]] ::Vorn::Subscription name##Notify(F&& f) const { \
+        return name##_.notify(std::forward<F>(f));                 \
+    }
+
+#define VORN_ATTR(T, name, ...)                                \
+  public:                                                      \
+    const T& name() const {                                    \
+        return name##_.get();                                  \
+    }                                                          \
+    void name##Is(const T& v) {                                \
+        name##_.set(v);                                        \
+    }                                                          \
+    VORN_SUBSCRIBE_(name)                                      \
+  private:                                                     \
+    ::Vorn::Attr<T> name##_{*this __VA_OPT__(, ) __VA_ARGS__}; \
+                                                               \
   public:
 
-#define VORN_PTR_ATTR(T, name)                                            \
-  public:                                                                 \
-    ::Vorn::Ptr<T> name() const { return name##_.get(); }                 \
-    void name##Is(const ::Vorn::Ptr<T>& p) { name##_.set(p); }            \
-    void name##Del() { name##_.del(); }                                   \
-    VORN_SUBSCRIBE_(name)                                                 \
-  private:                                                                \
-    ::Vorn::PtrAttr<T> name##_{*this, #name};                             \
-                                                                          \
+#define VORN_PTR_ATTR(T, name)                \
+  public:                                     \
+    ::Vorn::Ptr<T> name() const {             \
+        return name##_.get();                 \
+    }                                         \
+    void name##Is(const ::Vorn::Ptr<T>& p) {  \
+        name##_.set(p);                       \
+    }                                         \
+    void name##Del() {                        \
+        name##_.del();                        \
+    }                                         \
+    VORN_SUBSCRIBE_(name)                     \
+  private:                                    \
+    ::Vorn::PtrAttr<T> name##_{*this, #name}; \
+                                              \
   public:
 
-#define VORN_COLLECTION_COMMON_(Field, K, name)                           \
-  public:                                                                 \
-    const Field& name() const { return name##_; }                         \
-    size_t name##s() const { return name##_.size(); }                     \
-    void name##Del(const K& k) { name##_.del(k); }                        \
-    void name##DelAll() { name##_.delAll(); }                             \
+#define VORN_COLLECTION_COMMON_(Field, K, name) \
+  public:                                       \
+    const Field& name() const {                 \
+        return name##_;                         \
+    }                                           \
+    size_t name##s() const {                    \
+        return name##_.size();                  \
+    }                                           \
+    void name##Del(const K& k) {                \
+        name##_.del(k);                         \
+    }                                           \
+    void name##DelAll() {                       \
+        name##_.delAll();                       \
+    }                                           \
     VORN_SUBSCRIBE_(name)
 
-#define VORN_SET_(K, name, Ix)                                            \
-    VORN_COLLECTION_COMMON_(::Vorn::SetField<K VORN_COMMA_ Ix>, K, name)  \
-    bool name(const K& k) const { return name##_.contains(k); }           \
-    void name##Is(const K& k, bool member = true) { name##_.is(k, member); } \
-  private:                                                                \
-    ::Vorn::SetField<K, Ix> name##_{*this};                               \
-                                                                          \
+#define VORN_SET_(K, name, Ix)                                           \
+    VORN_COLLECTION_COMMON_(::Vorn::SetField<K VORN_COMMA_ Ix>, K, name) \
+    bool name(const K& k) const {                                        \
+        return name##_.contains(k);                                      \
+    }                                                                    \
+    void name##Is(const K& k, bool member = true) {                      \
+        name##_.is(k, member);                                           \
+    }                                                                    \
+                                                                         \
+  private:                                                               \
+    ::Vorn::SetField<K, Ix> name##_{*this};                              \
+                                                                         \
   public:
 
-#define VORN_MAP_(K, V, name, Ix)                                         \
+#define VORN_MAP_(K, V, name, Ix)                                                      \
     VORN_COLLECTION_COMMON_(::Vorn::MapField<K VORN_COMMA_ V VORN_COMMA_ Ix>, K, name) \
-    const V* name(const K& k) const { return name##_.find(k); }           \
-    void name##Is(const K& k, const V& v) { name##_.is(k, v); }           \
-  private:                                                                \
-    ::Vorn::MapField<K, V, Ix> name##_{*this};                            \
-                                                                          \
+    const V* name(const K& k) const {                                                  \
+        return name##_.find(k);                                                        \
+    }                                                                                  \
+    void name##Is(const K& k, const V& v) {                                            \
+        name##_.is(k, v);                                                              \
+    }                                                                                  \
+                                                                                       \
+  private:                                                                             \
+    ::Vorn::MapField<K, V, Ix> name##_{*this};                                         \
+                                                                                       \
   public:
 
-#define VORN_ENTITY_MAP_(K, V, name, Ix)                                  \
+#define VORN_ENTITY_MAP_(K, V, name, Ix)                                                     \
     VORN_COLLECTION_COMMON_(::Vorn::EntityMapField<K VORN_COMMA_ V VORN_COMMA_ Ix>, K, name) \
-    ::Vorn::Ptr<V> name(const K& k) const { return name##_.find(k); }     \
-    template <class... A>                                                 \
-    ::Vorn::Ptr<V> name##Is(const K& k, A&&... args) {                    \
-        return name##_.is(k, std::forward<A>(args)...);                   \
-    }                                                                     \
-  private:                                                                \
-    ::Vorn::EntityMapField<K, V, Ix> name##_{*this};                      \
-                                                                          \
+    ::Vorn::Ptr<V> name(const K& k) const {                                                  \
+        return name##_.find(k);                                                              \
+    }                                                                                        \
+    template <class... A>                                                                    \
+    ::Vorn::Ptr<V> name##Is(const K& k, A&&... args) {                                       \
+        return name##_.is(k, std::forward<A>(args)...);                                      \
+    }                                                                                        \
+                                                                                             \
+  private:                                                                                   \
+    ::Vorn::EntityMapField<K, V, Ix> name##_{*this};                                         \
+                                                                                             \
   public:
 
 #define VORN_COMMA_ ,

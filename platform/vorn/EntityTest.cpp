@@ -80,7 +80,8 @@ TEST(VornEntity, CollectionsNotifyPerKeyInWriteOrder) {
 
 TEST(VornEntity, DelAllNotifiesEveryKeyAndReadersSeeEachStep) {
     auto p = Vorn::make<Parent>();
-    for (int k : {5, 1, 3}) p->rankedIs(k, k * 10);
+    for (int k : {5, 1, 3})
+        p->rankedIs(k, k * 10);
     std::vector<std::pair<int, size_t>> seen;
     auto s = p->rankedNotify([&](int k) { seen.emplace_back(k, p->rankeds()); });
     p->rankedDelAll();
@@ -90,7 +91,8 @@ TEST(VornEntity, DelAllNotifiesEveryKeyAndReadersSeeEachStep) {
 
 TEST(VornEntity, OrderedCollectionsIterateInKeyOrder) {
     auto p = Vorn::make<Parent>();
-    for (int k : {9, 2, 7, 4}) p->sortedChildIs(k);
+    for (int k : {9, 2, 7, 4})
+        p->sortedChildIs(k);
     std::vector<int> keys;
     for (const auto& [k, c] : p->sortedChild()) {
         EXPECT_EQ(c->key(), k);
@@ -127,7 +129,9 @@ TEST(VornEntity, NullReferenceToMutatorIsRefusedAndKeepsTheOldValue) {
         p->favouriteIs(nullptr);
         FAIL() << "expected NullPointerException";
     } catch (const Vorn::NullPointerException& e) {
-        EXPECT_STREQ(e.what(), "null _favourite parameter to mutator for Test::Parent::favourite not allowed");
+        EXPECT_STREQ(
+            e.what(),
+            "null _favourite parameter to mutator for Test::Parent::favourite not allowed");
     }
     EXPECT_EQ(p->favourite(), c);
     p->favouriteDel();
@@ -161,8 +165,8 @@ TEST(VornEntity, WatcherRemovesItselfAndOthersDuringNotification) {
     Vorn::Subscription a, b, c, late;
     a = p->countNotify([&] {
         seen.push_back("a");
-        a.reset();  // itself
-        c.reset();  // a later one: must not be called
+        a.reset();                                               // itself
+        c.reset();                                               // a later one: must not be called
         late = p->countNotify([&] { seen.push_back("late"); });  // first called next time
     });
     b = p->countNotify([&] { seen.push_back("b"); });
@@ -194,9 +198,12 @@ TEST(VornEntity, WatcherWritesAnotherWatchedEntityNestedInOrder) {
 }
 
 struct ChildWatcher {
-    ChildWatcher(std::vector<std::string>* log, int key, const Vorn::Ptr<Child>& c) : log_(log), key_(key) {
+    ChildWatcher(std::vector<std::string>* log, int key, const Vorn::Ptr<Child>& c)
+        : log_(log), key_(key) {
         log_->push_back("watch " + std::to_string(key));
-        sub_ = c->valueNotify([this, c = c.ptr()] { log_->push_back(std::to_string(key_) + "=" + std::to_string(c->value())); });
+        sub_ = c->valueNotify([this, c = c.ptr()] {
+            log_->push_back(std::to_string(key_) + "=" + std::to_string(c->value()));
+        });
     }
     ~ChildWatcher() { log_->push_back("unwatch " + std::to_string(key_)); }
     std::vector<std::string>* log_;
@@ -209,7 +216,10 @@ TEST(VornEntryWatchers, OneWatcherPerEntryFollowsEntries) {
     p->childIs(1);
     std::vector<std::string> log;
     Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, ChildWatcher> watchers(
-        p->child(), [&](int k, const Vorn::Ptr<Child>& c) { return std::make_unique<ChildWatcher>(&log, k, c); },
+        p->child(),
+        [&](int k, const Vorn::Ptr<Child>& c) {
+            return std::make_unique<ChildWatcher>(&log, k, c);
+        },
         [&](int k) { log.push_back("deleted " + std::to_string(k)); });
     EXPECT_EQ(watchers.size(), 1u);
     p->childIs(2)->valueIs(20);
@@ -231,7 +241,9 @@ TEST(VornEntryWatchers, WatcherThatDeletesItsOwnEntryIsDroppedSafely) {
         Vorn::Subscription sub_;
     };
     Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, SelfDeleting> watchers(
-        p->child(), [&](int k, const Vorn::Ptr<Child>& c) { return std::make_unique<SelfDeleting>(p.ptr(), k, c); });
+        p->child(), [&](int k, const Vorn::Ptr<Child>& c) {
+            return std::make_unique<SelfDeleting>(p.ptr(), k, c);
+        });
     p->childIs(1);
     p->childIs(2);
     p->child(1)->valueIs(1);
@@ -244,11 +256,14 @@ TEST(VornEntryWatchers, ReplacedEntryGetsAFreshWatcher) {
     auto p = Vorn::make<Parent>();
     std::vector<std::string> log;
     Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, ChildWatcher> watchers(
-        p->child(), [&](int k, const Vorn::Ptr<Child>& c) { return std::make_unique<ChildWatcher>(&log, k, c); });
+        p->child(), [&](int k, const Vorn::Ptr<Child>& c) {
+            return std::make_unique<ChildWatcher>(&log, k, c);
+        });
     // A watcher of the collection that re-creates the entry when it is deleted: the per-entry
     // watchers must end up on the new entity.
     auto s = p->childNotify([&](int k) {
-        if (!p->child(k) && k == 1 && log.size() < 10) p->childIs(1);
+        if (!p->child(k) && k == 1 && log.size() < 10)
+            p->childIs(1);
     });
     p->childIs(1);
     p->childDel(1);

@@ -36,14 +36,16 @@ class EntryWatchers {
     EntryWatchers(const Field& field, Factory make, Deleted onDeleted = {}, bool replay = true)
         : field_(&field), make_(std::move(make)), onDeleted_(std::move(onDeleted)) {
         sub_ = field.notify([this](const K& k) { handle(k); });
-        if (replay) this->replay();
+        if (replay)
+            this->replay();
     }
     EntryWatchers(const EntryWatchers&) = delete;
     EntryWatchers& operator=(const EntryWatchers&) = delete;
 
     // Creates the watchers of entries that have none yet.
     void replay() {
-        for (const K& k : field_->keys()) handle(k);
+        for (const K& k : field_->keys())
+            handle(k);
     }
     W* find(const K& k) const {
         auto it = watchers_.find(k);
@@ -61,14 +63,17 @@ class EntryWatchers {
         Ptr<V> now = field_->find(k);
         auto it = watchers_.find(k);
         if (it != watchers_.end()) {
-            if (it->second.entity == now) return;
+            if (it->second.entity == now)
+                return;
             // Gone or replaced: drop the old watcher first.
             auto old = std::move(it->second.watcher);
             watchers_.erase(it);
             old.reset();
-            if (onDeleted_) onDeleted_(k);
+            if (onDeleted_)
+                onDeleted_(k);
         }
-        if (!now) return;
+        if (!now)
+            return;
         watchers_.try_emplace(k, Entry{now, nullptr});
         std::unique_ptr<W> w = make_(k, now);
         // The factory may have re-entered and changed the entry; keep the latest decision.

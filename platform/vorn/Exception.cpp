@@ -2,7 +2,9 @@
 
 namespace Vorn {
 
-void throwRangeError(std::string text) { throw RangeException(text); }
+void throwRangeError(std::string text) {
+    throw RangeException(text);
+}
 
 void throwNullMutatorArgument(std::string_view owner, std::string_view attr) {
     std::string text = "null _";

@@ -31,7 +31,8 @@ class ReinstantiationException : public std::invalid_argument {
 [[noreturn]] void throwNullMutatorArgument(std::string_view owner, std::string_view attr);
 template <class P>
 void requireNonNull(const P& p, std::string_view owner, std::string_view attr) {
-    if (!p) throwNullMutatorArgument(owner, attr);
+    if (!p)
+        throwNullMutatorArgument(owner, attr);
 }
 
 }  // namespace Vorn

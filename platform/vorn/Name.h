@@ -25,11 +25,15 @@ class Name {
     std::string s_;
 };
 
-inline std::ostream& operator<<(std::ostream& os, const Name& n) { return os << n.str(); }
+inline std::ostream& operator<<(std::ostream& os, const Name& n) {
+    return os << n.str();
+}
 
 }  // namespace Vorn
 
 template <>
 struct std::hash<Vorn::Name> {
-    size_t operator()(const Vorn::Name& n) const noexcept { return std::hash<std::string>()(n.str()); }
+    size_t operator()(const Vorn::Name& n) const noexcept {
+        return std::hash<std::string>()(n.str());
+    }
 };

@@ -20,7 +20,8 @@ class PtrInterface {
     uint32_t references() const { return refs_; }
     void newRef() const { ++refs_; }
     void deleteRef() const {
-        if (--refs_ == 0) delete this;
+        if (--refs_ == 0)
+            delete this;
     }
 
   private:
@@ -60,10 +61,12 @@ class Ptr {
 
   private:
     void acquire() {
-        if (p_) p_->newRef();
+        if (p_)
+            p_->newRef();
     }
     void release() {
-        if (p_) std::exchange(p_, nullptr)->deleteRef();
+        if (p_)
+            std::exchange(p_, nullptr)->deleteRef();
     }
     T* p_ = nullptr;
 };

@@ -6,7 +6,8 @@ namespace Vorn {
 
 SignalBase::~SignalBase() {
     for (Node* n : nodes_) {
-        if (n->owner) n->owner->node_ = nullptr;
+        if (n->owner)
+            n->owner->node_ = nullptr;
         delete n;
     }
 }
@@ -31,8 +32,10 @@ void SignalBase::detach(Node* node) {
 }
 
 void SignalBase::compact() {
-    auto keep = std::stable_partition(nodes_.begin(), nodes_.end(), [](Node* n) { return n->live; });
-    for (auto it = keep; it != nodes_.end(); ++it) delete *it;
+    auto keep =
+        std::stable_partition(nodes_.begin(), nodes_.end(), [](Node* n) { return n->live; });
+    for (auto it = keep; it != nodes_.end(); ++it)
+        delete *it;
     nodes_.erase(keep, nodes_.end());
     dead_ = 0;
 }

@@ -40,7 +40,8 @@ class SignalBase {
     Subscription attach(Node* node);
     void beginEmit() { ++emitting_; }
     void endEmit() {
-        if (--emitting_ == 0 && dead_ != 0) compact();
+        if (--emitting_ == 0 && dead_ != 0)
+            compact();
     }
     std::vector<Node*> nodes_;
 
@@ -58,13 +59,15 @@ class Subscription {
   public:
     Subscription() = default;
     Subscription(Subscription&& o) noexcept : node_(std::exchange(o.node_, nullptr)) {
-        if (node_) node_->owner = this;
+        if (node_)
+            node_->owner = this;
     }
     Subscription& operator=(Subscription&& o) noexcept {
         if (this != &o) {
             reset();
             node_ = std::exchange(o.node_, nullptr);
-            if (node_) node_->owner = this;
+            if (node_)
+                node_->owner = this;
         }
         return *this;
     }
@@ -90,12 +93,14 @@ class Signal : public SignalBase {
     }
 
     void emit(const Args&... args) {
-        if (nodes_.empty()) return;
+        if (nodes_.empty())
+            return;
         beginEmit();
         const size_t n = nodes_.size();
         for (size_t i = 0; i < n; ++i) {
             Node* node = nodes_[i];
-            if (node->live) static_cast<Slot*>(node)->fn(args...);
+            if (node->live)
+                static_cast<Slot*>(node)->fn(args...);
         }
         endEmit();
     }

@@ -22,7 +22,8 @@ IpAddr::IpAddr(std::string_view text) {
 
 IpAddr IpAddr::v4(uint32_t hostOrder) {
     IpAddr a;
-    for (int i = 0; i < 4; ++i) a.b_[i] = static_cast<uint8_t>(hostOrder >> (24 - 8 * i));
+    for (int i = 0; i < 4; ++i)
+        a.b_[i] = static_cast<uint8_t>(hostOrder >> (24 - 8 * i));
     return a;
 }
 
@@ -32,7 +33,8 @@ IpAddr IpAddr::mask(bool v6, int prefixLen) {
     if (prefixLen < 0 || prefixLen > m.bits()) {
         Vorn::throwRangeError("IpAddr::prefixLen out of range not allowed");
     }
-    for (int i = 0; i < prefixLen; ++i) m.b_[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
+    for (int i = 0; i < prefixLen; ++i)
+        m.b_[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
     return m;
 }
 
@@ -44,7 +46,8 @@ std::string IpAddr::str() const {
 
 IpAddr IpAddr::operator&(const IpAddr& m) const {
     IpAddr r = *this;
-    for (size_t i = 0; i < r.b_.size(); ++i) r.b_[i] &= m.b_[i];
+    for (size_t i = 0; i < r.b_.size(); ++i)
+        r.b_[i] &= m.b_[i];
     return r;
 }
 
@@ -52,15 +55,18 @@ bool IpAddr::isContiguousMask() const {
     bool zeroSeen = false;
     for (int i = 0; i < bits(); ++i) {
         bool one = (b_[i / 8] >> (7 - i % 8)) & 1;
-        if (one && zeroSeen) return false;
-        if (!one) zeroSeen = true;
+        if (one && zeroSeen)
+            return false;
+        if (!one)
+            zeroSeen = true;
     }
     return true;
 }
 
 int IpAddr::prefixLength() const {
     int n = 0;
-    while (n < bits() && ((b_[n / 8] >> (7 - n % 8)) & 1)) ++n;
+    while (n < bits() && ((b_[n / 8] >> (7 - n % 8)) & 1))
+        ++n;
     return n;
 }
 
@@ -73,9 +79,10 @@ EthAddr::EthAddr(std::string_view text) {
     std::string s(text);
     unsigned v[6];
     char end;
-    if (std::sscanf(s.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5],
-                    &end) == 6) {
-        for (int i = 0; i < 6; ++i) b_[i] = static_cast<uint8_t>(v[i]);
+    if (std::sscanf(s.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4],
+                    &v[5], &end) == 6) {
+        for (int i = 0; i < 6; ++i)
+            b_[i] = static_cast<uint8_t>(v[i]);
         return;
     }
     unsigned w[3];
@@ -91,17 +98,24 @@ EthAddr::EthAddr(std::string_view text) {
 
 std::string EthAddr::str() const {
     char buf[18];
-    std::snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", b_[0], b_[1], b_[2], b_[3], b_[4],
-                  b_[5]);
+    std::snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", b_[0], b_[1], b_[2], b_[3],
+                  b_[4], b_[5]);
     return buf;
 }
 
-std::ostream& operator<<(std::ostream& os, const IpAddr& a) { return os << a.str(); }
+std::ostream& operator<<(std::ostream& os, const IpAddr& a) {
+    return os << a.str();
+}
 std::ostream& operator<<(std::ostream& os, const IpAddrWithMask& a) {
-    if (a.isValidPrefix()) return os << a.addr << "/" << a.mask.prefixLength();
+    if (a.isValidPrefix())
+        return os << a.addr << "/" << a.mask.prefixLength();
     return os << a.addr << "/" << a.mask;
 }
-std::ostream& operator<<(std::ostream& os, const EthAddr& a) { return os << a.str(); }
-std::ostream& operator<<(std::ostream& os, IpProto p) { return os << int(p.value()); }
+std::ostream& operator<<(std::ostream& os, const EthAddr& a) {
+    return os << a.str();
+}
+std::ostream& operator<<(std::ostream& os, IpProto p) {
+    return os << int(p.value());
+}
 
 }  // namespace Zamu

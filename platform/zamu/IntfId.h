@@ -66,7 +66,9 @@ std::ostream& operator<<(std::ostream& os, const IntfId& i);
 
 // The platform's kind tests.
 struct EthIntfId {
-    static bool isEthIntfId(const IntfId& i) { return i.kind() == IntfId::Kind::ethernet && !i.isSub(); }
+    static bool isEthIntfId(const IntfId& i) {
+        return i.kind() == IntfId::Kind::ethernet && !i.isSub();
+    }
 };
 struct PortChannelIntfId {
     static bool isPortChannelIntfId(const IntfId& i) {

@@ -1,0 +1,100 @@
+// The ACL store: defaults, the no-notify rules of its mutators, hardware order of rules and the
+// classification of interfaces into the three sets.
+
+#include "ovinmirel/acl/OvinMirelAcl.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace OvinMirel {
+namespace {
+
+Ovin::AclKey key(const char* name) {
+    Ovin::AclKey k;
+    k.name = name;
+    return k;
+}
+
+Mirel::IpRuleConfig permitFrom(const char* prefix) {
+    Mirel::IpRuleConfig r;
+    r.filter.source = Zamu::IpAddrWithMask::prefix(prefix, 24);
+    return r;
+}
+
+TEST(OvinMirelAcl, NewEntryHasItsDefaults) {
+    auto coll = ovinMirelAclCollFactory("acls");
+    auto acl = coll->aclIs(key("a"));
+    EXPECT_EQ(acl->name(), key("a"));
+    EXPECT_FALSE(acl->created());
+    EXPECT_TRUE(acl->inUse());
+    EXPECT_EQ(acl->ipRuleByIds() + acl->macRuleByIds() + acl->ethIntfs() + acl->subIntfs() +
+                  acl->vlanIntfs() + acl->ruleNums() + acl->ruleCountByProtocols(),
+              0u);
+    EXPECT_EQ(coll->aclIs(key("a")), acl);  // get-or-create returns the same entry
+}
+
+TEST(OvinMirelAcl, MutatorsNotifyOnlyOnRealChange) {
+    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    std::vector<std::string> seen;
+    auto s1 = acl->ipRuleByIdNotify(
+        [&](const Mirel::AceIndex& i) { seen.push_back("rule" + std::to_string(i.ruleNum)); });
+    auto s2 = acl->ruleNumNotify(
+        [&](const Acl::UniqueId& u) { seen.push_back("num" + std::to_string(u.value)); });
+    auto s3 = acl->ruleCountByProtocolNotify(
+        [&](const Zamu::IpProto& p) { seen.push_back("proto" + std::to_string(p.value())); });
+    auto s4 = acl->createdNotify([&] { seen.push_back("created"); });
+    auto s5 = acl->inUseNotify([&] { seen.push_back("inUse"); });
+
+    const Mirel::AceIndex i1{10, 0, {1}};
+    acl->ipRuleByIdIs(i1, permitFrom("10.0.0.0"));
+    acl->ipRuleByIdIs(i1, permitFrom("10.0.0.0"));  // equal: nothing
+    acl->ipRuleByIdIs(i1, permitFrom("10.0.1.0"));  // replaced
+    acl->ruleNumIs({1}, 10);
+    acl->ruleNumIs({1}, 10);
+    EXPECT_EQ(acl->ruleCountByProtocolInc(Zamu::IpProto::kTcp, 1), 1u);  // created
+    EXPECT_EQ(acl->ruleCountByProtocolInc(Zamu::IpProto::kTcp, 0), 1u);  // no change
+    EXPECT_EQ(acl->ruleCountByProtocolInc(Zamu::IpProto::kTcp, 1), 2u);
+    acl->createdIs(false);
+    acl->createdIs(true);
+    acl->inUseIs(true);
+    acl->inUseIs(false);
+    EXPECT_EQ(seen, (std::vector<std::string>{"rule10", "rule10", "num1", "proto6", "proto6",
+                                              "created", "inUse"}));
+}
+
+TEST(OvinMirelAcl, RulesReadBackInHardwareOrder) {
+    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    const std::vector<Mirel::AceIndex> inserted = {
+        {30, 0, {3}}, {10, 1, {1}}, {20, 0, {2}}, {10, 0, {1}}};
+    for (const auto& i : inserted)
+        acl->ipRuleByIdIs(i, permitFrom("10.0.0.0"));
+    std::vector<std::pair<uint32_t, uint32_t>> order;
+    for (const auto& [i, r] : acl->ipRuleById())
+        order.emplace_back(i.ruleNum, i.subruleNum);
+    EXPECT_EQ(order,
+              (std::vector<std::pair<uint32_t, uint32_t>>{{10, 0}, {10, 1}, {20, 0}, {30, 0}}));
+}
+
+TEST(OvinMirelAcl, InterfacesGoToTheSetOfTheirKind) {
+    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    acl->intfIs(Zamu::IntfId("Ethernet1"), true);
+    acl->intfIs(Zamu::IntfId("Ethernet1.10"), true);
+    acl->intfIs(Zamu::IntfId("Port-Channel3.10"), true);
+    acl->intfIs(Zamu::IntfId("Vlan10"), true);
+    EXPECT_TRUE(acl->ethIntf(Zamu::IntfId("Ethernet1")));
+    EXPECT_EQ(acl->subIntfs(), 2u);
+    EXPECT_TRUE(acl->vlanIntf(Zamu::IntfId("Vlan10")));
+    acl->intfIs(Zamu::IntfId("Ethernet1.10"), false);
+    EXPECT_EQ(acl->subIntfs(), 1u);
+    EXPECT_EQ(acl->ethIntfs(), 1u);
+}
+
+TEST(OvinMirelAclDeathTest, OtherInterfaceKindsAreAnInternalError) {
+    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    EXPECT_DEATH(acl->intfIs(Zamu::IntfId("Port-Channel3"), true), "false && \"Internal Error\"");
+}
+
+}  // namespace
+}  // namespace OvinMirel
