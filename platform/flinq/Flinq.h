@@ -97,13 +97,13 @@ class Capture {
 
 }  // namespace Flinq
 
-#define FLINQ(handle, level, expr)                               \
-    do {                                                         \
-        if ((handle).enabled(level)) [[unlikely]] {              \
-            std::ostringstream flinqOs_;                         \
-            flinqOs_ << expr;                                    \
-            (handle).write((level), flinqOs_.view());            \
-        }                                                        \
+#define FLINQ(handle, level, expr)                    \
+    do {                                              \
+        if ((handle).enabled(level)) [[unlikely]] {   \
+            std::ostringstream flinqOs_;              \
+            flinqOs_ << expr;                         \
+            (handle).write((level), flinqOs_.view()); \
+        }                                             \
     } while (0)
 
 // Tracing start-up, called by the agent when it loads the library.

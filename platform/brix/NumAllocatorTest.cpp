@@ -1,0 +1,183 @@
+#include "platform/brix/NumAllocator.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "platform/vorn/Clock.h"
+
+namespace {
+
+using Brix::NumAllocatorConfig;
+using Brix::NumAllocatorStatus;
+
+TEST(BrixNumAllocator, ConfigRefusesBadValues) {
+    EXPECT_THROW(NumAllocatorConfig(5, 4), std::invalid_argument);
+    EXPECT_THROW(NumAllocatorConfig(1, 4, -1), std::invalid_argument);
+    EXPECT_THROW(NumAllocatorConfig(1, 4, std::nan("")), std::invalid_argument);
+    EXPECT_EQ(NumAllocatorConfig(0, UINT32_MAX).size(), uint64_t{1} << 32);
+    EXPECT_EQ(NumAllocatorConfig(7, 7).size(), 1u);
+}
+
+TEST(BrixNumAllocator, LowestFreeFirstUntilExhausted) {
+    NumAllocatorStatus a(NumAllocatorConfig(10, 14));
+    for (uint32_t n = 10; n <= 14; ++n)
+        EXPECT_EQ(a.get(), n);
+    EXPECT_EQ(a.get(), std::nullopt);
+    EXPECT_EQ(a.allocatedCount(), 5u);
+    EXPECT_EQ(a.freeCount(), 0u);
+
+    a.release(13);
+    a.release(11);
+    a.release(12);
+    EXPECT_EQ(a.freeCount(), 3u);
+    EXPECT_FALSE(a.isAllocated(12));
+    EXPECT_EQ(a.get(), 11u);
+    EXPECT_EQ(a.get(), 12u);
+    EXPECT_EQ(a.get(), 13u);
+    EXPECT_EQ(a.get(), std::nullopt);
+}
+
+TEST(BrixNumAllocator, ReserveTakesOneNumber) {
+    NumAllocatorStatus a(NumAllocatorConfig(1, 6));
+    struct Step {
+        uint32_t n;
+        bool ok;
+    };
+    // Out of range, first, last, middle, twice.
+    for (Step s : {Step{0, false}, Step{7, false}, Step{1, true}, Step{6, true}, Step{3, true},
+                   Step{3, false}}) {
+        SCOPED_TRACE(s.n);
+        EXPECT_EQ(a.reserve(s.n), s.ok);
+        // Whether just taken or taken before, an in-range number is allocated now.
+        EXPECT_EQ(a.isAllocated(s.n), s.n >= 1 && s.n <= 6);
+    }
+    EXPECT_EQ(a.allocatedCount(), 3u);
+    EXPECT_EQ(a.get(), 2u);
+    EXPECT_EQ(a.get(), 4u);
+    EXPECT_EQ(a.get(), 5u);
+    EXPECT_EQ(a.get(), std::nullopt);
+}
+
+TEST(BrixNumAllocator, ReleasingWhatIsNotAllocatedThrows) {
+    Vorn::ScopedVirtualClock clock(0);
+    NumAllocatorStatus a(NumAllocatorConfig(1, 4, 5));
+    ASSERT_EQ(a.get(), 1u);
+    a.release(1);  // now held back
+    struct Case {
+        const char* what;
+        uint32_t n;
+        const char* fragment;
+    };
+    for (Case c : {Case{"never allocated", 2, "2 is not allocated"},
+                   Case{"released, held back", 1, "1 is not allocated"},
+                   Case{"out of range", 9, "9 is out of range [1, 4]"}}) {
+        SCOPED_TRACE(c.what);
+        try {
+            a.release(c.n);
+            ADD_FAILURE() << "no error";
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(c.fragment), std::string::npos) << e.what();
+        }
+    }
+    EXPECT_EQ(a.allocatedCount(), 0u);
+}
+
+TEST(BrixNumAllocator, ReleasedNumberWaitsForItsExpiry) {
+    Vorn::ScopedVirtualClock clock(100);
+    NumAllocatorStatus a(NumAllocatorConfig(1, 3, 10));
+    ASSERT_EQ(a.get(), 1u);
+    ASSERT_EQ(a.get(), 2u);
+    a.release(1);
+    clock->advance(4);
+    a.release(2);
+    EXPECT_TRUE(a.isHeldBack(1));
+    EXPECT_FALSE(a.isAllocated(1));
+    EXPECT_EQ(a.get(), 3u);
+    EXPECT_EQ(a.get(), std::nullopt);
+
+    clock->nowIs(109.999);
+    EXPECT_FALSE(a.reserve(1));
+    EXPECT_EQ(a.get(), std::nullopt);
+    clock->nowIs(110);  // exactly release time + expiry
+    EXPECT_FALSE(a.isHeldBack(1));
+    EXPECT_TRUE(a.isHeldBack(2));
+    EXPECT_EQ(a.freeCount(), 1u);
+    EXPECT_EQ(a.get(), 1u);
+    EXPECT_EQ(a.get(), std::nullopt);
+    clock->nowIs(114);
+    EXPECT_TRUE(a.reserve(2));
+    EXPECT_EQ(a.allocatedCount(), 3u);
+}
+
+TEST(BrixNumAllocator, FullSixteenBitRange) {
+    NumAllocatorStatus a(NumAllocatorConfig(0, 65535));
+    for (uint32_t n = 0; n <= 65535; ++n)
+        ASSERT_EQ(a.get(), n);
+    EXPECT_EQ(a.get(), std::nullopt);
+    for (uint32_t n = 65535;; n -= 2) {
+        a.release(n);
+        if (n == 1)
+            break;
+    }
+    EXPECT_EQ(a.allocatedCount(), 32768u);
+    for (uint32_t n = 1; n <= 65535; n += 2)
+        ASSERT_EQ(a.get(), n);
+    EXPECT_EQ(a.get(), std::nullopt);
+}
+
+// Random operations against a plain set, at both ends of the number space (where n + 1 and
+// n - 1 overflow).
+TEST(BrixNumAllocator, AgreesWithASimpleModel) {
+    struct Range {
+        uint32_t min;
+        uint32_t max;
+    };
+    for (Range r : {Range{0, 40}, Range{UINT32_MAX - 40, UINT32_MAX}, Range{1000, 1300}}) {
+        SCOPED_TRACE(std::to_string(r.min) + ".." + std::to_string(r.max));
+        NumAllocatorStatus a(NumAllocatorConfig(r.min, r.max));
+        std::set<uint32_t> taken;
+        std::mt19937 rng(42);
+        const uint64_t size = uint64_t{r.max} - r.min + 1;
+        for (int step = 0; step < 20000; ++step) {
+            const uint32_t n = r.min + static_cast<uint32_t>(rng() % size);
+            switch (rng() % 3) {
+                case 0: {
+                    std::optional<uint32_t> want;
+                    for (uint64_t m = r.min; m <= r.max; ++m) {
+                        if (!taken.contains(static_cast<uint32_t>(m))) {
+                            want = static_cast<uint32_t>(m);
+                            break;
+                        }
+                    }
+                    ASSERT_EQ(a.get(), want) << "step " << step;
+                    if (want)
+                        taken.insert(*want);
+                    break;
+                }
+                case 1:
+                    ASSERT_EQ(a.reserve(n), !taken.contains(n)) << "step " << step;
+                    taken.insert(n);
+                    break;
+                default:
+                    if (taken.erase(n)) {
+                        a.release(n);
+                    } else {
+                        ASSERT_THROW(a.release(n), std::invalid_argument) << "step " << step;
+                    }
+                    break;
+            }
+            ASSERT_EQ(a.isAllocated(n), taken.contains(n)) << "step " << step;
+            ASSERT_EQ(a.allocatedCount(), taken.size()) << "step " << step;
+            ASSERT_EQ(a.freeCount(), size - taken.size()) << "step " << step;
+        }
+    }
+}
+
+}  // namespace
