@@ -1,0 +1,62 @@
+// The chip configuration: its data-flow configuration and its nine transforms.
+
+#include "platform/mirel/PDConfig.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+namespace Mirel {
+namespace {
+
+TEST(ChipDataFlowInChipConfig, OwnedForTheChipConfigsLife) {
+    auto pd = pdConfigFactory("pdConfig");
+    auto chip = pd->chipConfigIs(ChipId(4));
+    const auto dataFlow = chip->chipDataFlowConfig();
+    ASSERT_TRUE(dataFlow);
+    EXPECT_EQ(dataFlow->chipId(), ChipId(4));
+    chip->initialize();
+    EXPECT_EQ(pd->chipConfigIs(ChipId(4))->chipDataFlowConfig(), dataFlow);
+    EXPECT_NE(pd->chipConfigIs(ChipId(5))->chipDataFlowConfig(), dataFlow);
+}
+
+TEST(ChipDataFlowInChipConfig, InitializeCreatesEachTransformOnce) {
+    auto chip = chipConfigFactory(ChipId(1));
+    for (int t = 0; t < kXformTypeCount; ++t)
+        EXPECT_FALSE(chip->xformConfig(XformType(t)));
+
+    // A transform the hardware layer already set up survives initialization.
+    auto kept = Vorn::make<XformConfig>(xformDstPortRange_);
+    kept->attemptedXformIs("80-443", 1);
+    chip->chipDstPortRangeConfigIs(kept);
+    int created = 0;
+    auto s1 = chip->chipSrcMacAddrConfigNotify([&] { ++created; });
+    auto s2 = chip->chipDstPortRangeConfigNotify([&] { ++created; });
+    chip->initialize();
+    EXPECT_EQ(created, 1);
+    EXPECT_TRUE(chip->initialized());
+    EXPECT_EQ(chip->chipDstPortRangeConfig(), kept);
+
+    std::set<std::string> names;
+    for (int t = 0; t < kXformTypeCount; ++t) {
+        const XformType type = XformType(t);
+        SCOPED_TRACE(xformConfigName(type));
+        auto xform = chip->xformConfig(type);
+        ASSERT_TRUE(xform);
+        EXPECT_EQ(xform->xformType(), type);
+        names.insert(xformConfigName(type));
+    }
+    EXPECT_EQ(names.size(), size_t(kXformTypeCount));
+    EXPECT_EQ(chip->chipSrcIpV6PrefixConfig()->xformType(), xformSrcIpV6Prefix_);
+    EXPECT_STREQ(xformConfigName(xformMacEtherType_), "chipMacEtherTypeConfig");
+    EXPECT_EQ(xformConfigName(XformType(kXformTypeCount)), nullptr);
+
+    const auto first = chip->chipSrcMacAddrConfig();
+    chip->initialize();
+    EXPECT_EQ(chip->chipSrcMacAddrConfig(), first);
+    EXPECT_EQ(created, 1);
+}
+
+}  // namespace
+}  // namespace Mirel

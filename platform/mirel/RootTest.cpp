@@ -1,0 +1,156 @@
+// Root configurations: what counts as content when a new attempt is compared with the active
+// root, and the status's starting answer.
+
+#include "platform/mirel/Root.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace Mirel {
+namespace {
+
+Ovin::AclKey aclKey(const char* name, Acl::AclType type = Acl::aclTypeIpv4) {
+    Ovin::AclKey k;
+    k.name = name;
+    k.type = type;
+    return k;
+}
+
+AceIndex ace(uint32_t ruleNum, uint32_t subruleNum) {
+    AceIndex i;
+    i.ruleNum = ruleNum;
+    i.subruleNum = subruleNum;
+    return i;
+}
+
+const Ovin::AclKey kIpAcl = aclKey("ip1");
+const Ovin::AclKey kMacAcl = aclKey("mac1", Acl::aclTypeMac);
+const AclId kTcpId(ipv4PortAcl_, 0, Acl::aclDirectionIn);
+const AclId kRestId(ipv4PortAcl_, 1, Acl::aclDirectionIn);
+const AclId kMacId(macAcl_, 2, Acl::aclDirectionIn);
+
+IpRuleConfig ipRule(uint8_t proto, AceAction action) {
+    IpRuleConfig r;
+    r.filter.protocol = Zamu::IpProto(proto);
+    r.filter.matchProtocol = true;
+    r.action = action;
+    return r;
+}
+
+// One split IP ACL and one MAC ACL, each rule at its own index.
+Vorn::Ptr<RootConfig> sample(uint32_t rootId) {
+    auto root = rootConfigFactory(rootId);
+    auto ids = root->aclKeyToAclIdTypeSetIs(kIpAcl);
+    ids->aclIdTypeIs(protocolTcp_, kTcpId);
+    ids->aclIdTypeIs(protocolNonTcp_, kRestId);
+    root->aclKeyToAclIdTypeSetIs(kMacAcl)->aclIdTypeIs(protocolAll_, kMacId);
+    root->aclIs(kTcpId)->ipRuleByIdIs(ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit));
+    root->aclIs(kRestId)->ipRuleByIdIs(ace(20, 0), ipRule(Zamu::IpProto::kUdp, AceAction::deny));
+    MacRuleConfig mac;
+    mac.etherType = 0x0800;
+    mac.matchEtherType = true;
+    root->aclIs(kMacId)->macRuleByIdIs(ace(10, 0), mac);
+    return root;
+}
+
+TEST(RootConfig, EqualityComparesContentOnly) {
+    struct Case {
+        const char* name;
+        std::function<void(RootConfig&)> change;
+        bool equal;
+    };
+    const Case cases[] = {
+        {"control fields are not content",
+         [](RootConfig& r) {
+             r.actionIs(rootActionLoad_);
+             r.mirelRootKickIs(17);
+             r.activeIs(true);
+             r.initialize();
+         },
+         true},
+        {"rewriting a rule with the same value",
+         [](RootConfig& r) {
+             r.acl(kTcpId)->ipRuleByIdIs(ace(10, 0),
+                                         ipRule(Zamu::IpProto::kTcp, AceAction::permit));
+         },
+         true},
+        {"one rule's action differs",
+         [](RootConfig& r) {
+             r.acl(kRestId)->ipRuleByIdIs(ace(20, 0),
+                                          ipRule(Zamu::IpProto::kUdp, AceAction::permit));
+         },
+         false},
+        {"a rule moves to another index",
+         [](RootConfig& r) {
+             r.acl(kRestId)->ipRuleByIdDel(ace(20, 0));
+             r.acl(kRestId)->ipRuleByIdIs(ace(20, 1), ipRule(Zamu::IpProto::kUdp, AceAction::deny));
+         },
+         false},
+        {"an extra rule",
+         [](RootConfig& r) {
+             r.acl(kTcpId)->ipRuleByIdIs(ace(30, 0), ipRule(Zamu::IpProto::kTcp, AceAction::deny));
+         },
+         false},
+        {"a MAC rule differs",
+         [](RootConfig& r) {
+             MacRuleConfig mac;
+             mac.etherType = 0x86dd;
+             mac.matchEtherType = true;
+             r.acl(kMacId)->macRuleByIdIs(ace(10, 0), mac);
+         },
+         false},
+        {"a rule list is missing", [](RootConfig& r) { r.aclDel(kMacId); }, false},
+        {"an empty extra rule list",
+         [](RootConfig& r) { r.aclIs(AclId(macAcl_, 3, Acl::aclDirectionOut)); }, false},
+        {"an ACL's id differs",
+         [](RootConfig& r) {
+             r.aclKeyToAclIdTypeSet(kMacAcl)->aclIdTypeIs(protocolAll_,
+                                                          AclId(macAcl_, 2, Acl::aclDirectionOut));
+         },
+         false},
+        {"an ACL without ids", [](RootConfig& r) { r.aclKeyToAclIdTypeSetIs(aclKey("x")); }, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto active = sample(4);
+        auto attempt = sample(5);
+        c.change(*attempt);
+        EXPECT_EQ(attempt->isEqual(*active), c.equal);
+        EXPECT_EQ(active->isEqual(*attempt), c.equal);
+    }
+    EXPECT_TRUE(rootConfigFactory(0)->isEqual(*rootConfigFactory(1)));
+    EXPECT_FALSE(rootConfigFactory(0)->isEqual(*sample(1)));
+}
+
+TEST(RootConfig, RootIdsBelongToTheirChip) {
+    EXPECT_EQ(rootConfigFactory(5)->chipId(), ChipId(2));
+    EXPECT_EQ(rootStatusFactory(4)->chipId(), ChipId(2));
+    auto coll = rootConfigCollFactory("RootConfigColl");
+    EXPECT_EQ(coll->rootConfigIs(7)->rootConfigId(), 7u);
+    coll->lastAttemptRootSmIdIs(ChipId(3), 7);
+    EXPECT_EQ(*coll->lastAttemptRootSmId(ChipId(3)), 7u);
+}
+
+TEST(RootStatus, InitializeStartsOver) {
+    auto coll = rootStatusCollFactory("RootStatusColl");
+    auto status = coll->rootStatusIs(3);
+    status->rootStateIs(rootComputeFailed_);
+    status->kickResponseIs(9);
+    status->errorCodeIs(stageTcamFull_);
+    int changes = 0;
+    auto s1 = status->rootStateNotify([&] { ++changes; });
+    auto s2 = status->kickResponseNotify([&] { ++changes; });
+    auto s3 = status->errorCodeNotify([&] { ++changes; });
+    status->initialize();
+    EXPECT_EQ(changes, 3);
+    EXPECT_EQ(status->rootState(), rootComputePending_);
+    EXPECT_EQ(status->kickResponse(), 0u);
+    EXPECT_EQ(status->errorCode(), stageSuccess_);
+    EXPECT_TRUE(status->initialized());
+    EXPECT_EQ(status->rootStatusId(), 3u);
+}
+
+}  // namespace
+}  // namespace Mirel
