@@ -1,0 +1,889 @@
+#include "ovinmirel/acl/OvinMirelAclHelper.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/flinq/Flinq.h"
+#include "platform/vorn/Clock.h"
+#include "platform/vorn/EntryWatchers.h"
+#include "platform/vorn/Exception.h"
+
+namespace OvinMirel {
+namespace {
+
+using Zamu::IntfId;
+using Zamu::IpAddrWithMask;
+
+constexpr const char* kHandle = "OvinMirelAclHelper";
+
+Ovin::AclKey keyOf(const char* name, Acl::AclType type,
+                   Acl::AclDirection dir = Acl::aclDirectionIn) {
+    Ovin::AclKey k;
+    k.name = name;
+    k.type = type;
+    k.direction = dir;
+    return k;
+}
+
+Ovin::AclData dataOf(const Ovin::AclKey& key, std::set<IntfId> intf = {},
+                     bool countersEnabled = false) {
+    Ovin::AclData d;
+    d.key = key;
+    d.intf = std::move(intf);
+    d.countersEnabled = countersEnabled;
+    return d;
+}
+
+IpAddrWithMask withMask(const char* addr, const char* mask) {
+    return {Zamu::IpAddr(addr), Zamu::IpAddr(mask)};
+}
+
+// The port values of one subrule, in the engine's order.
+struct Ports {
+    uint16_t srcPort = 0, srcMask = 0, srcLow = 0, srcHigh = 0;
+    uint16_t dstPort = 0, dstMask = 0, dstLow = 0, dstHigh = 0;
+};
+
+// Everything about one ACL entry of the store, for "nothing changed" checks.
+struct StoreView {
+    std::vector<std::pair<Mirel::AceIndex, Mirel::IpRuleConfig>> ipRules;
+    std::vector<std::pair<Mirel::AceIndex, Mirel::MacRuleConfig>> macRules;
+    std::map<uint64_t, uint32_t> ruleNums;
+    std::map<int, uint32_t> counts;
+    bool operator==(const StoreView&) const = default;
+};
+
+StoreView viewOf(const OvinMirelAcl& acl) {
+    StoreView v;
+    for (const auto& [k, r] : acl.ipRuleById())
+        v.ipRules.emplace_back(k, r);
+    for (const auto& [k, r] : acl.macRuleById())
+        v.macRules.emplace_back(k, r);
+    for (const auto& [id, n] : acl.ruleNum())
+        v.ruleNums[id.value] = n;
+    for (const auto& [p, n] : acl.ruleCountByProtocol())
+        v.counts[p.value()] = n;
+    return v;
+}
+
+// Counts the notifications of an ACL entry's rule collections.
+struct RuleWrites {
+    explicit RuleWrites(const OvinMirelAcl& acl) {
+        subs.push_back(acl.ipRuleByIdNotify([this](const Mirel::AceIndex&) { ++n; }));
+        subs.push_back(acl.macRuleByIdNotify([this](const Mirel::AceIndex&) { ++n; }));
+        subs.push_back(acl.ruleNumNotify([this](const Acl::UniqueId&) { ++n; }));
+        subs.push_back(acl.ruleCountByProtocolNotify([this](const Zamu::IpProto&) { ++n; }));
+        subs.push_back(acl.createdNotify([this] { ++n; }));
+    }
+    int n = 0;
+    std::vector<Vorn::Subscription> subs;
+};
+
+class AclHelperTest : public ::testing::Test {
+  protected:
+    Ovin::AclCreateError createIp(const Ovin::AclData& data, const Acl::IpRuleConfig& rule,
+                                  uint64_t id, uint32_t ruleNum, uint32_t subruleNum, Ports p = {},
+                                  uint8_t tcpFlags = 0, bool l4 = false) {
+        // The IP length, VLAN and hop-limit values are deliberately non-zero: the chips cannot
+        // match them, so they must not show up anywhere.
+        return helper_->createIpAclSubrule(data.key.type, rule, Acl::UniqueId{id}, data, ruleNum,
+                                           subruleNum, p.srcPort, p.srcMask, p.srcLow, p.srcHigh,
+                                           p.dstPort, p.dstMask, p.dstLow, p.dstHigh, 64, 1500, 100,
+                                           0xfff, tcpFlags, l4, 64, 0xff);
+    }
+    Vorn::Ptr<OvinMirelAcl> precreate(const Ovin::AclData& data) {
+        Ovin::AclDataStatus status;
+        EXPECT_EQ(helper_->precreateAcl(data, status), Ovin::aclCreateOk);
+        return aclColl_->acl(data.key);
+    }
+
+  public:
+    const Vorn::Ptr<GlueConfig>& glueConfig() const { return glueConfig_; }
+    const Vorn::Ptr<GlueStatus>& glueStatus() const { return glueStatus_; }
+    const Vorn::Ptr<Mirel::HwCapabilityColl>& hwCapabilityColl() const { return hwCapabilityColl_; }
+    const Vorn::Ptr<Index>& index() const { return index_; }
+
+  protected:
+    Vorn::ScopedVirtualClock clock_{100.0};
+    Vorn::Ptr<OvinMirelAclColl> aclColl_ = ovinMirelAclCollFactory("aclColl");
+    Vorn::Ptr<GlueConfig> glueConfig_ = glueConfigFactory("glueConfig");
+    Vorn::Ptr<GlueStatus> glueStatus_ = glueStatusFactory("glueStatus");
+    Vorn::Ptr<Mirel::HwCapabilityColl> hwCapabilityColl_ =
+        Mirel::hwCapabilityCollFactory("hwCapabilityColl");
+    Vorn::Ptr<Index> index_ = indexFactory("index");
+    Vorn::Ptr<AclHelper> helper_ =
+        aclHelperFactory(aclColl_, glueConfig_, glueStatus_, hwCapabilityColl_, index_);
+    Flinq::Capture cap_;
+
+    const Ovin::AclData v4_ = dataOf(keyOf("v4", Acl::aclTypeIpv4));
+    const Ovin::AclData v6_ = dataOf(keyOf("v6", Acl::aclTypeIpv6));
+};
+
+TEST_F(AclHelperTest, ConstructionInitializesAndRefusesNullReferences) {
+    EXPECT_TRUE(helper_->initialized());
+    EXPECT_TRUE(helper_->routerAclSupported());
+    try {
+        aclHelperFactory(aclColl_, glueConfig_, glueStatus_, hwCapabilityColl_, nullptr);
+        ADD_FAILURE() << "a null index was accepted";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(
+            e.what(),
+            "null _index parameter to mutator for OvinMirel::AclHelper::index not allowed");
+    }
+    EXPECT_THROW(aclHelperFactory(nullptr, glueConfig_, glueStatus_, hwCapabilityColl_, index_),
+                 Vorn::NullPointerException);
+}
+
+// ---- createPortRange ----
+
+TEST_F(AclHelperTest, CreatePortRange) {
+    struct Case {
+        const char* name;
+        bool l4;
+        uint16_t port, mask, low, high;
+        uint16_t start, end;
+    };
+    const Case cases[] = {
+        {"noL4IgnoresEverything", false, 80, 65535, 200, 300, 0, 65535},
+        {"noL4IgnoresABackwardRange", false, 0, 0, 200, 100, 0, 65535},
+        {"exactPort", true, 80, 65535, 0, 0, 80, 80},
+        {"exactPortWinsOverRange", true, 80, 65535, 100, 200, 80, 80},
+        {"zeroRangeIsEverything", true, 0, 0, 0, 0, 0, 65535},
+        {"range", true, 0, 0, 1000, 2000, 1000, 2000},
+        {"singlePortRange", true, 0, 0, 443, 443, 443, 443},
+        {"partialMaskUsesRange", true, 80, 0xff00, 10, 20, 10, 20},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Mirel::L4PortRange r =
+            AclHelper::createPortRange(c.l4, c.port, c.mask, c.low, c.high);
+        EXPECT_EQ(r.rangeStart(), c.start);
+        EXPECT_EQ(r.rangeEnd(), c.end);
+    }
+    EXPECT_TRUE(cap_.has("AclHelper::createPortRange( l4=1, port/mask=80/65535, low=0, high 0"));
+}
+
+TEST_F(AclHelperTest, CreatePortRangeRefusesABackwardRange) {
+    try {
+        AclHelper::createPortRange(true, 0, 0, 200, 100);
+        ADD_FAILURE() << "200..100 was accepted";
+    } catch (const Vorn::RangeException& e) {
+        EXPECT_STREQ(e.what(), "L4PortRange::rangeStart > L4PortRange::rangeEnd not allowed");
+    }
+}
+
+// ---- Refusals: 14, the exact trace, and nothing stored ----
+
+// Rules and hardware rules built by editing the defaults (which match everything).
+template <class F>
+Acl::IpRuleConfig ip4(F edit) {
+    Acl::IpFilter f;
+    edit(f);
+    return Acl::IpRuleConfig(f);
+}
+template <class F>
+Acl::IpRuleConfig ip6(F edit) {
+    Acl::Ip6Filter f;
+    edit(f);
+    return Acl::IpRuleConfig(f);
+}
+template <class F>
+Mirel::IpRuleConfig hw(bool v6, F edit) {
+    Mirel::IpRuleConfig r;
+    r.filter.ipv6 = v6;
+    r.filter.source = r.filter.destination = IpAddrWithMask::prefix(v6 ? "::" : "0.0.0.0", 0);
+    edit(r);
+    return r;
+}
+const auto kNoEdit = [](auto&) {};
+const auto kTcp = [](Acl::IpFilter& f) { f.protocolIs(Zamu::IpProto::kTcp); };
+
+// Helpers for the table tests: a fresh store and helper per case, capabilities edited first.
+struct Fresh {
+    Fresh(AclHelperTest& t, const std::function<void(AclHelper&)>& setup)
+        : coll(ovinMirelAclCollFactory("aclColl")),
+          helper(aclHelperFactory(coll, t.glueConfig(), t.glueStatus(), t.hwCapabilityColl(),
+                                  t.index())) {
+        if (setup)
+            setup(*helper);
+    }
+    Vorn::Ptr<OvinMirelAclColl> coll;
+    Vorn::Ptr<AclHelper> helper;
+};
+
+TEST_F(AclHelperTest, RefusedSubrulesStoreNothing) {
+    struct Case {
+        const char* name;
+        Acl::IpRuleConfig rule;
+        uint8_t tcpFlags;
+        std::function<void(AclHelper&)> setup;
+        const char* trace;
+    };
+    const IpAddrWithMask holey4 = withMask("10.0.1.0", "255.0.255.0");
+    auto tc = [](uint8_t v, uint8_t m) { return ip6([=](auto& f) { f.trafficClassIs(v, m); }); };
+    auto flagsFinSynRstAck = [](AclHelper& h) {
+        h.supportedTcpFlagsIs(Acl::kTcpFin | Acl::kTcpSyn | Acl::kTcpRst | Acl::kTcpAck);
+    };
+    const Case cases[] = {
+        {"ecnBitUnderDscpMask",
+         tc(0x01, 0xfc),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. ECN bits set in rule with AclType 1 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"ecnBitBeforeMaskShape",
+         tc(0xba, 0xff),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. ECN bits set in rule with AclType 1 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"partialTcMask",
+         tc(0xb8, 0xf0),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. Partial TC Mask set in rule with AclType 1 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"fullByteTcMask",
+         tc(0xb8, 0xff),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. Partial TC Mask set in rule with AclType 1 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"unsupportedTcpFlag", ip4(kTcp), Acl::kTcpSyn | Acl::kTcpUrg, flagsFinSynRstAck,
+         "createIpAclSubruleHelper Unsupported tcpFlag in rule with AclType 0 aclRuleId 7 ruleNum "
+         "10 subruleNum 2"},
+        {"v4NonContiguousSource",
+         ip4([&](auto& f) { f.sourceIs(holey4); }),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. Invalid prefix in rule with AclType 0 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"v4NonContiguousDestination",
+         ip4([&](auto& f) { f.destinationIs(holey4); }),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. Invalid prefix in rule with AclType 0 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"v6NonContiguousEvenWhenSupported",
+         ip6([](auto& f) { f.destinationIs(withMask("2001:db8::1", "ffff:ffff::ffff")); }), 0,
+         [](AclHelper& h) { h.nonContiguousIpMaskSupportedIs(true); },
+         "createIpAclSubruleHelper failed. Invalid prefix in rule with AclType 1 aclRuleId 7 "
+         "ruleNum 10 subruleNum 2"},
+        {"establishedUnsupported",
+         ip4([](auto& f) { f.establishedIs(true); }),
+         0,
+         {},
+         "createIpAclSubruleHelper failed. Established not supported in rule with AclType 0 "
+         "aclRuleId 7 ruleNum 10 subruleNum 2"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Fresh t(*this, c.setup);
+        const Acl::AclType type = c.rule.isIp6() ? Acl::aclTypeIpv6 : Acl::aclTypeIpv4;
+        const Ovin::AclData data = dataOf(keyOf("acl", type));
+        Ovin::AclDataStatus status;
+        t.helper->precreateAcl(data, status);
+        // A rule already held must survive the refusal untouched.
+        const Acl::IpRuleConfig good = c.rule.isIp6() ? ip6(kNoEdit) : ip4(kNoEdit);
+        ASSERT_EQ(t.helper->createIpAclSubruleHelper(type, good, Acl::UniqueId{1}, data, 5, 0, 0, 0,
+                                                     0, 0, 0, 0, 0, 0, 0, false, false),
+                  Ovin::aclCreateOk);
+        const Vorn::Ptr<OvinMirelAcl> acl = t.coll->acl(data.key);
+        const StoreView before = viewOf(*acl);
+        RuleWrites writes(*acl);
+        cap_.clear();
+
+        EXPECT_EQ(t.helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2, 0, 0, 0,
+                                               0, 0, 0, 0, 0, 0, 0, 0, 0, c.tcpFlags, false, 0, 0),
+                  Ovin::aclCreateNotSupportedByHw);
+        EXPECT_TRUE(cap_.has(c.trace)) << ::testing::PrintToString(cap_.texts(kHandle));
+        EXPECT_EQ(viewOf(*acl), before);
+        EXPECT_EQ(writes.n, 0);
+    }
+}
+
+TEST_F(AclHelperTest, RangeErrorsAbortBeforeAnythingIsStored) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
+    ASSERT_EQ(createIp(v4_, ip4(kTcp), 1, 5, 0), Ovin::aclCreateOk);
+    const StoreView before = viewOf(*acl);
+    RuleWrites writes(*acl);
+
+    Ports backward;
+    backward.dstLow = 200;
+    backward.dstHigh = 100;
+    EXPECT_THROW(createIp(v4_, ip4(kTcp), 2, 10, 0, backward, 0, true), Vorn::RangeException);
+    // A DSCP the filter refuses never reaches the store either.
+    EXPECT_THROW(createIp(v4_, ip4([](auto& f) { f.dscpIs(64); }), 3, 11, 0), Vorn::RangeException);
+    EXPECT_EQ(viewOf(*acl), before);
+    EXPECT_EQ(writes.n, 0);
+}
+
+// ---- Translation ----
+
+TEST_F(AclHelperTest, TranslatesAcceptedSubrules) {
+    struct Case {
+        const char* name;
+        Acl::IpRuleConfig rule;
+        Mirel::IpRuleConfig expected;
+        Ports ports = {};
+        uint8_t tcpFlags = 0;
+        bool l4 = false;
+        bool countersEnabled = false;
+        std::function<void(AclHelper&)> setup = {};
+    };
+    auto deny = [](Acl::IpRuleConfig r) {
+        r.actionIs(Acl::aclActionDeny);
+        r.logIs(true);
+        return r;
+    };
+    const Case cases[] = {
+        {"tcB8UnderDscpMaskMatchesDscp46", ip6([](auto& f) { f.trafficClassIs(0xb8, 0xfc); }),
+         hw(true,
+            [](auto& r) {
+                r.filter.dscp = 46;
+                r.filter.matchDscp = true;
+            })},
+        {"tcMaskZeroIsNoMatchEvenWithEcnBits", ip6([](auto& f) { f.trafficClassIs(0x03, 0); }),
+         hw(true, kNoEdit)},
+        {"v6AddressesBecomeSubnets",
+         ip6([](auto& f) { f.sourceIs(IpAddrWithMask::prefix("2001:db8:1::5", 48)); }),
+         hw(true, [](auto& r) { r.filter.source = IpAddrWithMask::prefix("2001:db8:1::", 48); })},
+        {"v4NonContiguousMaskWhenSupported",
+         ip4([](auto& f) { f.sourceIs(withMask("10.0.1.0", "255.0.255.0")); }),
+         hw(false, [](auto& r) { r.filter.source = withMask("10.0.1.0", "255.0.255.0"); }),
+         {},
+         0,
+         false,
+         false,
+         [](AclHelper& h) { h.nonContiguousIpMaskSupportedIs(true); }},
+        {"tcpWithPortsFlagsDscpAndActions", deny(ip4([](auto& f) {
+             f.sourceIs(IpAddrWithMask::prefix("10.1.0.0", 16));
+             f.protocolIs(Zamu::IpProto::kTcp);
+             f.dscpIs(10);
+         })),
+         hw(false,
+            [](auto& r) {
+                r.filter.source = IpAddrWithMask::prefix("10.1.0.0", 16);
+                r.filter.protocol = Zamu::IpProto::kTcp;
+                r.filter.matchProtocol = true;
+                r.filter.dscp = 10;
+                r.filter.matchDscp = true;
+                r.filter.tcpFlags = Acl::kTcpSyn | Acl::kTcpAck;
+                r.action = Mirel::AceAction::deny;
+                r.sourcePort = Mirel::L4PortRange(80, 80);
+                r.destinationPort = Mirel::L4PortRange(1000, 2000);
+                r.log = true;
+            }),
+         Ports{80, 0xffff, 0, 0, 0, 0, 1000, 2000}, Acl::kTcpSyn | Acl::kTcpAck, true, false,
+         [](AclHelper& h) { h.supportedTcpFlagsIs(Acl::kTcpSyn | Acl::kTcpAck | Acl::kTcpRst); }},
+        {"portsIgnoredWithoutL4", ip4([](auto& f) {
+             f.protocolIs(Zamu::IpProto::kIcmp);
+             f.icmpTypeIs(3);
+             f.icmpCodeIs(4);
+         }),
+         hw(false,
+            [](auto& r) {
+                r.filter.protocol = Zamu::IpProto::kIcmp;
+                r.filter.matchProtocol = true;
+                r.filter.icmpType = 3;
+                r.filter.matchIcmpType = true;
+                r.filter.icmpCode = 4;
+                r.filter.matchIcmpCode = true;
+            }),
+         Ports{80, 0xffff, 0, 0, 0, 0, 1000, 2000}},
+        {"establishedWhenSupported",
+         ip4([](auto& f) { f.establishedIs(true); }),
+         hw(false, [](auto& r) { r.filter.established = true; }),
+         {},
+         0,
+         false,
+         false,
+         [](AclHelper& h) { h.establishedSupportedIs(true); }},
+        {"aclCountersCountEveryEntry",
+         ip4(kNoEdit),
+         hw(false, [](auto& r) { r.count = true; }),
+         {},
+         0,
+         false,
+         true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Fresh t(*this, c.setup);
+        const Acl::AclType type = c.rule.isIp6() ? Acl::aclTypeIpv6 : Acl::aclTypeIpv4;
+        const Ovin::AclData data = dataOf(keyOf("acl", type), {}, c.countersEnabled);
+        Ovin::AclDataStatus status;
+        t.helper->precreateAcl(data, status);
+        const Ports& p = c.ports;
+        ASSERT_EQ(t.helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2,
+                                               p.srcPort, p.srcMask, p.srcLow, p.srcHigh, p.dstPort,
+                                               p.dstMask, p.dstLow, p.dstHigh, 64, 1500, 100, 0xfff,
+                                               c.tcpFlags, c.l4, 64, 0xff),
+                  Ovin::aclCreateOk);
+        const Vorn::Ptr<OvinMirelAcl> acl = t.coll->acl(data.key);
+        const Mirel::IpRuleConfig* stored = acl->ipRuleById(Mirel::AceIndex{10, 2, {7}});
+        ASSERT_NE(stored, nullptr);
+        EXPECT_EQ(*stored, c.expected);
+        EXPECT_EQ(acl->ipRuleByIds(), 1u);
+        ASSERT_NE(acl->ruleNum(Acl::UniqueId{7}), nullptr);
+        EXPECT_EQ(*acl->ruleNum(Acl::UniqueId{7}), 10u);
+        ASSERT_NE(acl->ruleCountByProtocol(c.expected.filter.protocol), nullptr);
+        EXPECT_EQ(*acl->ruleCountByProtocol(c.expected.filter.protocol), 1u);
+        std::ostringstream os;
+        os << "  Mirel::IpRuleConfig : " << c.expected;
+        EXPECT_TRUE(cap_.has(os.str()));
+    }
+}
+
+TEST_F(AclHelperTest, SubrulesOfOneRuleShareTheRuleNumberAndCountEach) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
+    Acl::IpFilter tcp;
+    tcp.protocolIs(Zamu::IpProto::kTcp);
+    ASSERT_EQ(createIp(v4_, Acl::IpRuleConfig(tcp), 7, 10, 0, Ports{0, 0, 80, 80}, 0, true),
+              Ovin::aclCreateOk);
+    ASSERT_EQ(createIp(v4_, Acl::IpRuleConfig(tcp), 7, 10, 1, Ports{0, 0, 443, 443}, 0, true),
+              Ovin::aclCreateOk);
+    EXPECT_EQ(acl->ipRuleByIds(), 2u);
+    EXPECT_EQ(acl->ruleNums(), 1u);
+    EXPECT_EQ(*acl->ruleNum(Acl::UniqueId{7}), 10u);
+    EXPECT_EQ(*acl->ruleCountByProtocol(Zamu::IpProto::kTcp), 2u);
+    EXPECT_EQ(acl->ruleCountByProtocols(), 1u);
+}
+
+TEST_F(AclHelperTest, CreatingASubruleAgainCountsItsProtocolOnce) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
+    Acl::IpFilter tcp;
+    tcp.protocolIs(Zamu::IpProto::kTcp);
+    Acl::IpFilter udp;
+    udp.protocolIs(Zamu::IpProto::kUdp);
+    ASSERT_EQ(createIp(v4_, Acl::IpRuleConfig(tcp), 7, 10, 0), Ovin::aclCreateOk);
+    ASSERT_EQ(createIp(v4_, Acl::IpRuleConfig(tcp), 7, 10, 0), Ovin::aclCreateOk);
+    EXPECT_EQ(*acl->ruleCountByProtocol(Zamu::IpProto::kTcp), 1u);
+    // The same subrule now matching UDP moves its count.
+    ASSERT_EQ(createIp(v4_, Acl::IpRuleConfig(udp), 7, 10, 0), Ovin::aclCreateOk);
+    EXPECT_EQ(acl->ruleCountByProtocol(Zamu::IpProto::kTcp), nullptr);
+    EXPECT_EQ(*acl->ruleCountByProtocol(Zamu::IpProto::kUdp), 1u);
+    EXPECT_EQ(acl->ipRuleByIds(), 1u);
+}
+
+TEST_F(AclHelperTest, EntriesAreKeptInRuleThenSubruleOrder) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
+    const Acl::IpRuleConfig any;
+    createIp(v4_, any, 3, 20, 0);
+    createIp(v4_, any, 9, 10, 1);
+    createIp(v4_, any, 9, 10, 0);
+    createIp(v4_, any, 1, 30, 0);
+    std::vector<std::pair<uint32_t, uint32_t>> order;
+    for (const auto& [index, rule] : acl->ipRuleById()) {
+        order.emplace_back(index.ruleNum, index.subruleNum);
+    }
+    const std::vector<std::pair<uint32_t, uint32_t>> expected = {
+        {10, 0}, {10, 1}, {20, 0}, {30, 0}};
+    EXPECT_EQ(order, expected);
+}
+
+TEST_F(AclHelperTest, FragmentRuleMatchesNonInitialFragmentsOnly) {
+    const Ovin::AclData data = dataOf(keyOf("v4", Acl::aclTypeIpv4), {}, true);
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(data);
+    Acl::IpFilter f;
+    f.protocolIs(Zamu::IpProto::kUdp);
+    f.destinationIs(IpAddrWithMask::prefix("10.0.0.0", 8));
+    Acl::IpRuleConfig rule(f, Acl::aclActionDeny);
+
+    ASSERT_EQ(helper_->createIpFragRule(data, rule, Acl::UniqueId{4}, 40, 3), Ovin::aclCreateOk);
+    const Mirel::IpRuleConfig* stored = acl->ipRuleById(Mirel::AceIndex{40, 3, Acl::UniqueId{4}});
+    ASSERT_NE(stored, nullptr);
+    EXPECT_TRUE(stored->filter.matchFragments);
+    EXPECT_EQ(stored->filter.destination, IpAddrWithMask::prefix("10.0.0.0", 8));
+    EXPECT_TRUE(stored->sourcePort.isFull());
+    EXPECT_TRUE(stored->destinationPort.isFull());
+    EXPECT_EQ(stored->filter.tcpFlags, 0);
+    EXPECT_EQ(stored->action, Mirel::AceAction::deny);
+    // The ACL-wide counting applies to expanded subrules, not to the fragment entry.
+    EXPECT_FALSE(stored->count);
+    EXPECT_EQ(*acl->ruleCountByProtocol(Zamu::IpProto::kUdp), 1u);
+    // The engine's rule itself is left as it was.
+    EXPECT_FALSE(rule.filter().fragments());
+}
+
+TEST_F(AclHelperTest, FragmentRuleOfAnUnknownAclCreatesNothing) {
+    Acl::IpRuleConfig rule;
+    EXPECT_EQ(helper_->createIpFragRule(v4_, rule, Acl::UniqueId{4}, 40, 0), Ovin::aclCreateOk);
+    EXPECT_TRUE(cap_.has("There is no acl for v4/ip/in"));
+    EXPECT_EQ(aclColl_->acls(), 0u);
+}
+
+TEST_F(AclHelperTest, MacRuleIsStoredUnderSubruleZero) {
+    const Ovin::AclData data = dataOf(keyOf("m", Acl::aclTypeMac));
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(data);
+    Acl::MacRuleConfig rule(Acl::aclActionDeny);
+    rule.sourceIs(Zamu::EthAddr("00:11:22:33:44:55"), Zamu::EthAddr("ff:ff:ff:00:00:00"));
+    rule.etherTypeIs(0x0800);
+    rule.countIs(true);
+
+    EXPECT_EQ(helper_->createMacAclRule(rule, Acl::UniqueId{12}, data, 50), Ovin::aclCreateOk);
+    Mirel::MacRuleConfig expected;
+    expected.source = Zamu::EthAddr("00:11:22:33:44:55");
+    expected.sourceMask = Zamu::EthAddr("ff:ff:ff:00:00:00");
+    expected.etherType = 0x0800;
+    expected.matchEtherType = true;
+    expected.action = Mirel::AceAction::deny;
+    expected.count = true;
+    const Mirel::MacRuleConfig* stored =
+        acl->macRuleById(Mirel::AceIndex{50, 0, Acl::UniqueId{12}});
+    ASSERT_NE(stored, nullptr);
+    EXPECT_EQ(*stored, expected);
+    EXPECT_EQ(*acl->ruleNum(Acl::UniqueId{12}), 50u);
+    EXPECT_EQ(acl->ipRuleByIds(), 0u);
+    EXPECT_TRUE(cap_.has("AclHelper::createMacAclRule acl=m/mac/in, rule# 50, aclRuleId=12"));
+}
+
+TEST_F(AclHelperTest, FinalRuleCompletesTheAclAndAnswersOne) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
+    EXPECT_FALSE(acl->created());
+    EXPECT_EQ(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 99), Ovin::aclCreateFinalRuleDone);
+    EXPECT_TRUE(acl->created());
+    EXPECT_TRUE(cap_.has("AclHelper::createFinalAclRule acl=v4/ip/in, ruleNum# 99"));
+}
+
+// ---- Lifecycle ----
+
+TEST_F(AclHelperTest, LifecycleInTheEnginesOrder) {
+    const Ovin::AclData data =
+        dataOf(keyOf("life", Acl::aclTypeIpv4), {"Ethernet1", "Vlan100", "Ethernet3/1.100"});
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(data);
+    ASSERT_TRUE(acl);
+    EXPECT_TRUE(acl->ethIntf("Ethernet1"));
+    EXPECT_TRUE(acl->vlanIntf("Vlan100"));
+    EXPECT_TRUE(acl->subIntf("Ethernet3/1.100"));
+    EXPECT_EQ(acl->ethIntfs() + acl->vlanIntfs() + acl->subIntfs(), 3u);
+    EXPECT_TRUE(cap_.has("AclHelper::precreateAcl acl=life/ip/in"));
+    EXPECT_TRUE(cap_.has("aclData: life/ip/in, dir: in, vlan: none"));
+
+    Acl::IpFilter tcp;
+    tcp.protocolIs(Zamu::IpProto::kTcp);
+    EXPECT_EQ(createIp(data, Acl::IpRuleConfig(tcp), 1, 10, 0), Ovin::aclCreateOk);
+    EXPECT_EQ(helper_->createFinalAclRule(Acl::aclTypeIpv4, data, 11),
+              Ovin::aclCreateFinalRuleDone);
+    EXPECT_TRUE(acl->created());
+
+    Ovin::AclDataStatus status;
+    helper_->addIntfToAcl("Ethernet2", data, status);
+    helper_->removeIntfFromAcl("Ethernet1", data, false);
+    EXPECT_TRUE(acl->ethIntf("Ethernet2"));
+    EXPECT_FALSE(acl->ethIntf("Ethernet1"));
+    EXPECT_TRUE(cap_.has("AclHelper::addIntfToAcl intf=Ethernet2 acl=life/ip/in"));
+    EXPECT_TRUE(
+        cap_.has("AclHelper::removeIntfFromAcl intf=Ethernet1 acl=life/ip/in "
+                 "belongsToAnother=0"));
+
+    int kicks = 0;
+    Vorn::Subscription kickSub = glueConfig_->prepareCommitKickTimeNotify([&] { ++kicks; });
+    helper_->prepareToCommit();
+    EXPECT_EQ(glueConfig_->prepareCommitKickTime(), 100.0);
+    helper_->prepareToCommit();  // same clock reading: still a change
+    EXPECT_DOUBLE_EQ(glueConfig_->prepareCommitKickTime(), 100.1);
+    helper_->prepareToCommit();
+    EXPECT_EQ(glueConfig_->prepareCommitKickTime(), 100.0);
+    clock_->advance(5.0);
+    helper_->prepareToCommit();
+    EXPECT_EQ(glueConfig_->prepareCommitKickTime(), 105.0);
+    EXPECT_EQ(kicks, 4);
+
+    helper_->commitAcl(data);
+    EXPECT_TRUE(cap_.has("AclHelper::commitAcl acl=life/ip/in"));
+
+    helper_->removeAcl(data);
+    ASSERT_EQ(aclColl_->acl(data.key), acl);
+    EXPECT_FALSE(acl->inUse());
+    EXPECT_EQ(acl->ipRuleByIds(), 1u);
+
+    helper_->destroyAcl(data);
+    EXPECT_FALSE(aclColl_->acl(data.key));
+    EXPECT_EQ(aclColl_->acls(), 0u);
+}
+
+TEST_F(AclHelperTest, RemovingAnInterfaceOfAnUnknownAclChangesNothing) {
+    int writes = 0;
+    Vorn::Subscription sub = aclColl_->aclNotify([&](const Ovin::AclKey&) { ++writes; });
+    EXPECT_FALSE(helper_->removeIntfFromAcl("Ethernet1", v4_, true));
+    EXPECT_EQ(aclColl_->acls(), 0u);
+    EXPECT_EQ(writes, 0);
+    EXPECT_TRUE(cap_.has("    ACL not present"));
+    EXPECT_FALSE(cap_.has("    chipAclMapping changed as a result"));
+}
+
+TEST_F(AclHelperTest, BlockIntf) {
+    int writes = 0;
+    Vorn::Subscription sub = glueConfig_->blockedIntfNotify([&](const IntfId&) { ++writes; });
+    helper_->blockIntf("Ethernet4", true, 1);
+    EXPECT_TRUE(glueConfig_->blockedIntf("Ethernet4"));
+    helper_->blockIntf("Ethernet4", true, 2);  // already held: no change
+    EXPECT_EQ(writes, 1);
+    helper_->blockIntf("Ethernet4", false, 0);
+    EXPECT_FALSE(glueConfig_->blockedIntf("Ethernet4"));
+    helper_->blockIntf("Ethernet9", false, 0);
+    EXPECT_EQ(writes, 2);
+    EXPECT_EQ(glueConfig_->blockedIntfs(), 0u);
+    EXPECT_TRUE(cap_.has("AclHelper::blockIntf intf=Ethernet4 block=1"));
+}
+
+// Plays the index machines' part: places each ACL on the chips of its Ethernet interfaces,
+// synchronously within the store write, as the real index does.
+class FakeAclChipIndex {
+  public:
+    FakeAclChipIndex(const Vorn::Ptr<OvinMirelAclColl>& aclColl, const Vorn::Ptr<Index>& index,
+                     std::map<IntfId, Mirel::ChipId> chipOf)
+        : index_(index), chipOf_(std::move(chipOf)) {
+        watchers_ = std::make_unique<Watchers>(
+            aclColl->acl(), [this](const Ovin::AclKey& key, const Vorn::Ptr<OvinMirelAcl>& acl) {
+                auto w = std::make_unique<AclWatcher>();
+                // The watcher goes with the entry, so a plain pointer cannot dangle (and a Ptr
+                // held by the entry's own signal would keep it alive forever).
+                const OvinMirelAcl* entry = acl.ptr();
+                w->sub = entry->ethIntfNotify(
+                    [this, key, entry](const IntfId& intf) { update(key, *entry, intf); });
+                return w;
+            });
+    }
+
+  private:
+    struct AclWatcher {
+        Vorn::Subscription sub;
+    };
+    using Watchers =
+        Vorn::EntryWatchers<Vorn::EntityMapField<Ovin::AclKey, OvinMirelAcl>, AclWatcher>;
+
+    void update(const Ovin::AclKey& key, const OvinMirelAcl& acl, const IntfId& intf) {
+        const Mirel::ChipId chip = chipOf_.at(intf);
+        if (acl.ethIntf(intf)) {
+            index_->aclChipMappingIs(key)->chipIntfMappingIs(chip)->intfIdIs(intf);
+            return;
+        }
+        const Vorn::Ptr<AclChipColl> chips = index_->aclChipMapping(key);
+        if (!chips)
+            return;
+        if (const Vorn::Ptr<ChipIntfMapping> m = chips->chipIntfMapping(chip)) {
+            m->intfIdDel(intf);
+            if (!m->intfIds())
+                chips->chipIntfMappingDel(chip);
+        }
+        if (!chips->chipIntfMappings())
+            index_->aclChipMappingDel(key);
+    }
+
+    Vorn::Ptr<Index> index_;
+    std::map<IntfId, Mirel::ChipId> chipOf_;
+    std::unique_ptr<Watchers> watchers_;
+};
+
+TEST_F(AclHelperTest, UpdateIntfForAclAnswersWhetherTheChipCountChanged) {
+    FakeAclChipIndex fake(aclColl_, index_,
+                          {{"Ethernet1", Mirel::ChipId(0)},
+                           {"Ethernet2", Mirel::ChipId(0)},
+                           {"Ethernet5", Mirel::ChipId(1)}});
+    struct Step {
+        const char* name;
+        const char* intf;
+        bool add;
+        bool changed;
+        size_t chips;
+    };
+    const Step steps[] = {
+        {"firstInterfaceOnChip0", "Ethernet1", true, true, 1},
+        {"secondInterfaceOnChip0", "Ethernet2", true, false, 1},
+        {"sameInterfaceAgain", "Ethernet2", true, false, 1},
+        {"firstInterfaceOnChip1", "Ethernet5", true, true, 2},
+        {"chip0KeepsOneInterface", "Ethernet2", false, false, 2},
+        {"chip0Left", "Ethernet1", false, true, 1},
+        {"absentInterface", "Ethernet1", false, false, 1},
+        {"lastChipLeft", "Ethernet5", false, true, 0},
+    };
+    // The ACL is not precreated: the first add creates the store entry.
+    for (const Step& s : steps) {
+        SCOPED_TRACE(s.name);
+        cap_.clear();
+        Ovin::AclDataStatus status;
+        EXPECT_EQ(s.add ? helper_->addIntfToAcl(s.intf, v4_, status)
+                        : helper_->removeIntfFromAcl(s.intf, v4_, false),
+                  s.changed);
+        EXPECT_EQ(helper_->getChipCountForAcl(v4_.key), s.chips);
+        EXPECT_EQ(cap_.has("    chipAclMapping changed as a result"), s.changed);
+    }
+    ASSERT_TRUE(aclColl_->acl(v4_.key));
+    EXPECT_EQ(aclColl_->acl(v4_.key)->ethIntfs(), 0u);
+    EXPECT_TRUE(cap_.has("AclHelper::updateIntfForAcl intf=Ethernet5 acl=v4/ip/in add=0"));
+}
+
+// ---- Verification, show, counters, traces ----
+
+TEST_F(AclHelperTest, VerificationSucceedsWithoutSideEffects) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
+    createIp(v4_, Acl::IpRuleConfig(), 1, 10, 0);
+    const StoreView before = viewOf(*acl);
+    RuleWrites writes(*acl);
+    int glueWrites = 0;
+    Vorn::Subscription s1 = glueConfig_->blockedIntfNotify([&](const IntfId&) { ++glueWrites; });
+    Vorn::Subscription s2 = glueConfig_->prepareCommitKickTimeNotify([&] { ++glueWrites; });
+    cap_.clear();
+
+    const Acl::UniqueId id{1};
+    const Zamu::EthAddr mac("00:00:00:00:00:01");
+    const IpAddrWithMask ip = IpAddrWithMask::prefix("10.0.0.0", 8);
+    const AclHelper& h = *helper_;
+    // Values that do not match what is stored: nothing is checked here.
+    const bool results[] = {
+        h.verifyMacRuleGeneral(v4_, id, 77),
+        h.verifyMacRuleAction(v4_, id, 77, Acl::aclActionDeny),
+        h.verifyMacRuleSrcMac(v4_, id, 77, mac, mac, true),
+        h.verifyMacRuleDstMac(v4_, id, 77, mac, mac, false),
+        h.verifyMacRuleEtherType(v4_, id, 77, 0x86dd, true),
+        h.verifyIpRuleGeneral(v4_, id, 77, 5),
+        h.verifyIpRuleAction(v4_, id, 77, 5, Acl::aclActionDeny),
+        h.verifyIpRuleIpProto(v4_, id, 77, 5, Zamu::IpProto::kUdp, true),
+        h.verifyIpRuleSrcIp(v4_, id, 77, 5, ip, true),
+        h.verifyIpRuleDstIp(v4_, id, 77, 5, ip, false),
+        h.verifyIpRuleFragments(v4_, id, 77, 5, true, true),
+        h.verifyIpRuleTcpFlags(v4_, id, 77, 5, 0xff, true),
+        h.verifyIpRuleIcmp(v4_, id, 77, 5, 8, 0, true),
+        h.verifyIpRuleSrcPort(v4_, id, 77, 5, 22, 0xffff, true),
+        h.verifyIpRuleDstPort(v4_, id, 77, 5, 23, 0xff00, false),
+        h.verifyAclGeneral(v4_),
+        h.verifyDropAllRule(v4_, 1000),
+    };
+    for (bool r : results)
+        EXPECT_TRUE(r);
+    size_t traced = 0;
+    for (const std::string& t : cap_.texts(kHandle))
+        traced += t.rfind("AclHelper::verify", 0) == 0;
+    EXPECT_EQ(traced, std::size(results));
+    EXPECT_TRUE(
+        cap_.has("AclHelper::verifyIpRuleSrcPort acl=v4/ip/in aclRuleId=1 ruleNum=77 "
+                 "subruleNum=5 port=22/65535 match=1"));
+    EXPECT_EQ(viewOf(*acl), before);
+    EXPECT_EQ(writes.n, 0);
+    EXPECT_EQ(glueWrites, 0);
+}
+
+TEST_F(AclHelperTest, CountersFollowTheChipsAndTheirAclIds) {
+    precreate(v4_);
+    EXPECT_FALSE(helper_->aclCountersAllocated(v4_));
+    EXPECT_EQ(helper_->aclRuleCountersSinceLastPoll(v4_, 10, Acl::UniqueId{1}), 0u);
+    EXPECT_TRUE(cap_.has("AclHelper::aclCountersAllocated acl=v4/ip/in, vlanId=0"));
+    EXPECT_TRUE(cap_.hasSubstring(" aclKey v4/ip/in"));
+    EXPECT_TRUE(cap_.hasSubstring(" counters Enabled 0"));
+
+    // Placed on chip 2, but no ACL id there yet.
+    index_->aclChipMappingIs(v4_.key)->chipIntfMappingIs(Mirel::ChipId(2))->intfIdIs("Ethernet1");
+    glueStatus_->initialize();
+    EXPECT_FALSE(helper_->aclCountersAllocated(v4_));
+    const Vorn::Ptr<AclIdResponse> response =
+        glueStatus_->aclIdResponseColl()->chipAclIdResponseIs(Mirel::ChipId(2));
+    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = response->responseIs(v4_.key);
+    EXPECT_FALSE(helper_->aclCountersAllocated(v4_));  // an empty id set allocates nothing
+    ids->aclIdTypeIs(Mirel::protocolAll_,
+                     Mirel::AclId(Mirel::ipv4PortAcl_, 3, Acl::aclDirectionIn));
+    EXPECT_TRUE(helper_->aclCountersAllocated(v4_));
+    // An id on a chip the ACL is not placed on does not count.
+    const Ovin::AclData other = dataOf(keyOf("other", Acl::aclTypeIpv4));
+    response->responseIs(other.key)->aclIdTypeIs(
+        Mirel::protocolAll_, Mirel::AclId(Mirel::ipv4PortAcl_, 4, Acl::aclDirectionIn));
+    EXPECT_FALSE(helper_->aclCountersAllocated(other));
+}
+
+TEST_F(AclHelperTest, TraceAclDataWritesKeyAndRules) {
+    Ovin::AclData data = dataOf(keyOf("racl", Acl::aclTypeIpv6, Acl::aclDirectionOut));
+    data.key.vlanId = Bridging::VlanId(100);
+    data.rules.push_back({10, 0, Acl::UniqueId{7}, nullptr});
+    data.rules.push_back({20, 1, Acl::UniqueId{8}, nullptr});
+    traceAclData(data);
+    EXPECT_EQ(cap_.texts(kHandle),
+              std::vector<std::string>{"aclData: racl/ipv6/out/vlan100, dir: out, vlan: 100, "
+                                       "rule# 10, subrule# 0, aclRuleId=7, rule# 20, subrule# 1, "
+                                       "aclRuleId=8"});
+}
+
+// ---- Invariant violations ----
+
+std::string regexEscaped(const std::string& s) {
+    std::string out;
+    for (char c : s) {
+        if (std::string_view("()[]{}.*+?^$|\\").find(c) != std::string_view::npos)
+            out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+using AclHelperDeathTest = AclHelperTest;
+
+TEST_F(AclHelperDeathTest, VerifyHwInitAssertsEachCapabilityInOrder) {
+    struct Capability {
+        const char* expression;
+        std::function<void(AclHelper&, bool good)> set;
+    };
+    const std::vector<Capability> caps = {
+        {"revertIncompleteAclSupported()",
+         [](AclHelper& h, bool g) { h.revertIncompleteAclSupportedIs(g); }},
+        {"aclBatchCommitSupported()", [](AclHelper& h, bool g) { h.aclBatchCommitSupportedIs(g); }},
+        {"routerAclSupported()", [](AclHelper& h, bool g) { h.routerAclSupportedIs(g); }},
+        {"dscpFilterSupported()", [](AclHelper& h, bool g) { h.dscpFilterSupportedIs(g); }},
+        {"ip6AclSupported()", [](AclHelper& h, bool g) { h.ip6AclSupportedIs(g); }},
+        {"permitDuringAclUpdate()", [](AclHelper& h, bool g) { h.permitDuringAclUpdateIs(g); }},
+        {"!macEgressAclSupported()", [](AclHelper& h, bool g) { h.macEgressAclSupportedIs(!g); }},
+        {"!mirroringAclSupported()", [](AclHelper& h, bool g) { h.mirroringAclSupportedIs(!g); }},
+        {"!configurableImplicitIcmp6RulesSupported()",
+         [](AclHelper& h, bool g) { h.configurableImplicitIcmp6RulesSupportedIs(!g); }},
+    };
+    for (const Capability& c : caps)
+        c.set(*helper_, true);
+    helper_->verifyHwInit();  // all hold: returns
+
+    // Breaking every capability from the i-th on must report the i-th: each is asserted, and
+    // before all that follow it.
+    for (size_t i = 0; i < caps.size(); ++i) {
+        SCOPED_TRACE(caps[i].expression);
+        for (const Capability& c : caps)
+            c.set(*helper_, true);
+        for (size_t j = i; j < caps.size(); ++j)
+            caps[j].set(*helper_, false);
+        EXPECT_DEATH(helper_->verifyHwInit(),
+                     regexEscaped(std::string("virtual void OvinMirel::AclHelper::verifyHwInit() "
+                                              "const: Assertion `") +
+                                  caps[i].expression + "' failed"));
+    }
+}
+
+TEST_F(AclHelperDeathTest, InterfacesOfNoAclKindAreInternalErrors) {
+    const std::string text = regexEscaped("Assertion `false && \"Internal Error\"' failed");
+    const Ovin::AclData lag = dataOf(keyOf("lag", Acl::aclTypeIpv4), {"Port-Channel10"});
+    Ovin::AclDataStatus status;
+    EXPECT_DEATH(helper_->precreateAcl(lag, status), text);
+    EXPECT_DEATH(helper_->updateIntfForAcl("Port-Channel10", v4_, true), text);
+    precreate(v4_);
+    EXPECT_DEATH(helper_->removeIntfFromAcl("Port-Channel10", v4_, false), text);
+}
+
+TEST_F(AclHelperDeathTest, RulesOfAnUnknownAclAreInternalErrors) {
+    const std::string text = regexEscaped("Assertion `acl' failed");
+    EXPECT_DEATH(helper_->createMacAclRule(Acl::MacRuleConfig(), Acl::UniqueId{1},
+                                           dataOf(keyOf("m", Acl::aclTypeMac)), 10),
+                 text);
+    EXPECT_DEATH(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 10), text);
+    EXPECT_DEATH(createIp(v4_, Acl::IpRuleConfig(), 1, 10, 0), text);
+    // An IPv6 ACL handed an IPv4 filter is the engine's mistake, not a rule to refuse.
+    precreate(v6_);
+    EXPECT_DEATH(createIp(v6_, Acl::IpRuleConfig(Acl::IpFilter()), 1, 10, 0),
+                 regexEscaped("Assertion `ruleFamilyMatchesType' failed"));
+}
+
+}  // namespace
+}  // namespace OvinMirel

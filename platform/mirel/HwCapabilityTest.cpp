@@ -1,0 +1,73 @@
+#include "platform/mirel/HwCapability.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "platform/vorn/Exception.h"
+
+namespace Mirel {
+namespace {
+
+TEST(HwCapabilityTest, AclTypeCombinationBitMaskRange) {
+    struct Case {
+        const char* name;
+        uint32_t value;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {"empty", 0, true},           {"everyKind", 0x3ff, true}, {"macOut", 0x200, true},
+        {"elevenBits", 0x400, false}, {"wide", 0xffff, false},    {"huge", 0x100003ff, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.accepted) {
+            EXPECT_EQ(AclTypeCombinationBitMask(c.value).value(), c.value);
+            continue;
+        }
+        try {
+            AclTypeCombinationBitMask m(c.value);
+            ADD_FAILURE() << "accepted " << m;
+        } catch (const Vorn::RangeException& e) {
+            EXPECT_STREQ(e.what(), "AclTypeCombinationBitMask::value > 0x3ff not allowed");
+        }
+    }
+}
+
+TEST(HwCapabilityTest, AclTypeCombinationBitMaskOperations) {
+    using M = AclTypeCombinationBitMask;
+    const M portIn(M::kV4PaclIn | M::kV6PaclIn);
+    const M all(M::kMax);
+    EXPECT_TRUE(all.contains(portIn));
+    EXPECT_FALSE(portIn.contains(all));
+    EXPECT_EQ((portIn & M(M::kV4PaclIn | M::kMacIn)).value(), M::kV4PaclIn);
+    EXPECT_EQ((portIn | M(M::kMacOut)).value(), 0x205);
+    EXPECT_TRUE((portIn & M(M::kMacIn)).empty());
+}
+
+TEST(HwCapabilityTest, ChipCapabilitiesByChip) {
+    const Vorn::Ptr<HwCapabilityColl> coll = hwCapabilityCollFactory("HwCapabilityColl");
+    EXPECT_EQ(coll->name(), Vorn::Name("HwCapabilityColl"));
+    const Vorn::Ptr<ChipHwCapability> chip = coll->chipHwCapabilityIs(ChipId(3));
+    EXPECT_EQ(chip->chipId(), ChipId(3));
+    EXPECT_EQ(coll->chipHwCapabilityIs(ChipId(3)), chip);  // get-or-create
+    EXPECT_EQ(chip->chipRuleListIdReservedPermitAll(), 255);
+    EXPECT_FALSE(chip->aclSplitOnProtocolSupported());
+    EXPECT_FALSE(coll->chipHwCapability(ChipId(4)));
+}
+
+TEST(HwCapabilityTest, CombinationsWalkInPriorityOrder) {
+    const Vorn::Ptr<ChipHwCapability> chip = Vorn::make<ChipHwCapability>(ChipId(0));
+    chip->aclTypeCombinationByPriorityIs(AclTypePriority{30}, AclTypeCombinationBitMask(0x100));
+    chip->aclTypeCombinationByPriorityIs(AclTypePriority{2}, AclTypeCombinationBitMask(0x003));
+    chip->aclTypeCombinationByPriorityIs(AclTypePriority{10}, AclTypeCombinationBitMask(0x011));
+    std::vector<uint32_t> order;
+    for (const auto& [priority, mask] : chip->aclTypeCombinationByPriority()) {
+        order.push_back(priority.value);
+    }
+    EXPECT_EQ(order, (std::vector<uint32_t>{2, 10, 30}));
+    EXPECT_EQ(chip->aclTypeCombinationByPrioritys(), 3u);
+}
+
+}  // namespace
+}  // namespace Mirel
