@@ -1,0 +1,130 @@
+// The index builder: the order in which it starts its machines, rebuilding over an index left
+// from before, and stopping.
+
+#include "ovinmirel/index/OvinMirelIndexSm.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ovinmirel/index/OvinMirelIndexCheck.h"
+#include "ovinmirel/index/OvinMirelIndexTestWorld.h"
+#include "platform/flinq/Flinq.h"
+
+namespace OvinMirel {
+namespace {
+
+using IndexTest::aclKey;
+using IndexTest::Facts;
+
+// Two chips, VLANs, a LAG with sub-interfaces, an Ethernet sub-interface and ACLs of every
+// kind of binding.
+void populate(IndexTest::World& w) {
+    w.onChip("Ethernet1", 1);
+    w.onChip("Ethernet2", 1);
+    w.onChip("Ethernet3", 2);
+    w.vlanMember(10, "Ethernet1");
+    w.vlanMember(10, "Ethernet3");
+    w.vlanMember(20, "Ethernet2");
+    w.lagMember("Port-Channel1", "Ethernet2");
+    w.lagMember("Port-Channel1", "Ethernet3");
+    w.subIntf("Port-Channel1.5");
+    w.subIntf("Ethernet1.7");
+    w.bind(aclKey("a"), "Ethernet1");
+    w.bind(aclKey("a"), "Vlan10");
+    w.bind(aclKey("b", Acl::aclTypeIpv6, 20), "Vlan20");
+    w.bind(aclKey("c", Acl::aclTypeMac), "Port-Channel1.5");
+    w.bind(aclKey("d"), "Ethernet1.7");
+}
+
+Vorn::Ptr<IndexSm> build(IndexTest::World& w) {
+    auto sm = indexSmFactory(w.acls, w.pd, w.vlans, w.lags, w.subs, w.index);
+    sm->handleInitialized();
+    return sm;
+}
+
+TEST(IndexSm, StartsItsMachinesInTheFixedOrder) {
+    IndexTest::World w;
+    populate(w);
+    Flinq::Capture cap;
+    auto sm = build(w);
+    EXPECT_TRUE(sm->initialized());
+    // The first line each machine writes, in the order they came.
+    std::vector<std::string> firsts;
+    for (const Flinq::Line& line : cap.lines()) {
+        if (line.handle == "OvinMirelIndexSmBase" || line.handle == "OvinMirelIndexSm")
+            continue;
+        if (firsts.empty() || firsts.back() != line.handle)
+            firsts.push_back(line.handle);
+    }
+    EXPECT_EQ(firsts,
+              (std::vector<std::string>{"OvinMirelChipIntfIndexSm", "OvinMirelPhyIntfVlanIndexSm",
+                                        "OvinMirelAclPhyIntfIndexSm", "OvinMirelSubIntfIndexSm",
+                                        "OvinMirelIntfAclTypeIndexSm"}));
+    auto problem = checkIndexConsistency(*w.index);
+    EXPECT_FALSE(problem) << *problem;
+    EXPECT_EQ(w.facts("intfAclTypeMapping").size(), w.facts("intfAclMapping").size());
+}
+
+TEST(IndexSm, RebuildingOverAnIndexLeftFromBeforeEqualsAFreshBuild) {
+    IndexTest::World w;
+    populate(w);
+    auto first = build(w);
+    first->handleDelete();
+    EXPECT_FALSE(first->initialized());
+    first = nullptr;
+    // The world changes while nothing watches it.
+    w.offChip("Ethernet1");
+    w.onChip("Ethernet4", 2);
+    w.vlanMember(10, "Ethernet3", false);
+    w.vlanMember(20, "Ethernet4");
+    w.lagMember("Port-Channel1", "Ethernet2", false);
+    w.subIntf("Ethernet1.7", false);
+    w.subIntf("Ethernet4.1");
+    w.bind(aclKey("a"), "Ethernet4");
+    w.bind(aclKey("d"), "Ethernet4.1");
+
+    auto second = build(w);
+    IndexTest::World fresh;
+    fresh.acls = w.acls;
+    fresh.pd = w.pd;
+    fresh.vlans = w.vlans;
+    fresh.lags = w.lags;
+    fresh.subs = w.subs;
+    auto reference = build(fresh);
+    auto diff = IndexTest::indexDifference(*w.index, *fresh.index, "rebuilt", "fresh");
+    EXPECT_FALSE(diff) << *diff;
+    auto problem = checkIndexConsistency(*w.index);
+    EXPECT_FALSE(problem) << *problem;
+}
+
+TEST(IndexSm, ADeletedMachineStopsFollowingAndLeavesItsWrites) {
+    IndexTest::World w;
+    populate(w);
+    auto sm = build(w);
+    sm->chipIntfIndexSmDel();
+    EXPECT_EQ(sm->chipIntfIndexSm(), nullptr);
+    const Facts chips = w.facts("chipIntfMapping");
+    w.offChip("Ethernet3");
+    EXPECT_EQ(w.facts("chipIntfMapping"), chips);
+    // The others still follow their inputs.
+    w.bind(aclKey("e"), "Ethernet2");
+    EXPECT_NE(w.index->intfAclMapping("Ethernet2"), nullptr);
+    EXPECT_TRUE(w.index->intfAclMapping("Ethernet2")->aclKey(aclKey("e")));
+}
+
+TEST(IndexSm, ANullReferenceIsRefused) {
+    IndexTest::World w;
+    try {
+        indexSmFactory(w.acls, w.pd, w.vlans, nullptr, w.subs, w.index);
+        FAIL() << "expected NullPointerException";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _lagMapping parameter to mutator for OvinMirel::IndexSm::lagMapping "
+                     "not allowed");
+    }
+}
+
+}  // namespace
+}  // namespace OvinMirel

@@ -1,0 +1,119 @@
+// The table-type grouping: the type of each ACL key, and intfAclTypeMapping following
+// intfAclMapping as ACLs reach and leave a port.
+
+#include "ovinmirel/index/OvinMirelIntfAclTypeIndexSm.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "ovinmirel/index/OvinMirelIndexCheck.h"
+#include "ovinmirel/index/OvinMirelIndexSm.h"
+#include "ovinmirel/index/OvinMirelIndexTestWorld.h"
+#include "platform/flinq/Flinq.h"
+
+namespace OvinMirel {
+namespace {
+
+using IndexTest::aclKey;
+using IndexTest::Facts;
+
+TEST(IntfAclTypeIndexSm, TableTypeOfAnAclKey) {
+    struct Case {
+        const char* name;
+        Acl::AclType type;
+        std::optional<int> vlan;
+        Mirel::TableType want;
+    };
+    const Case cases[] = {
+        {"IPv4 port ACL", Acl::aclTypeIpv4, std::nullopt, Mirel::ipv4PortAcl_},
+        {"IPv4 router ACL", Acl::aclTypeIpv4, 100, Mirel::ipv4RouterAcl_},
+        {"IPv6 port ACL", Acl::aclTypeIpv6, std::nullopt, Mirel::ipv6PortAcl_},
+        {"IPv6 router ACL", Acl::aclTypeIpv6, 4094, Mirel::ipv6RouterAcl_},
+        {"MAC ACL", Acl::aclTypeMac, std::nullopt, Mirel::macAcl_},
+        {"MAC ACL with a VLAN id", Acl::aclTypeMac, 1, Mirel::macAcl_},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(int(IntfAclTypeIndexSm::getTableType(aclKey("x", c.type, c.vlan))), int(c.want));
+    }
+    EXPECT_DEATH(IntfAclTypeIndexSm::getTableType(aclKey("x", static_cast<Acl::AclType>(3))),
+                 "tableType != Mirel::invalid_");
+}
+
+class IntfAclTypeIndexSmTest : public ::testing::Test {
+  protected:
+    IntfAclTypeIndexSmTest() {
+        w.onChip("Ethernet1", 1);
+        w.vlanMember(10, "Ethernet1");
+        sm->handleInitialized();
+    }
+    void expectConsistent() {
+        auto problem = checkIndexConsistency(*w.index);
+        EXPECT_FALSE(problem) << *problem;
+    }
+
+    IndexTest::World w;
+    Vorn::Ptr<IndexSm> sm = indexSmFactory(w.acls, w.pd, w.vlans, w.lags, w.subs, w.index);
+};
+
+TEST_F(IntfAclTypeIndexSmTest, PortAndRouterAclsOfOnePortLandInTheirOwnTypes) {
+    Flinq::Capture cap;
+    w.bind(aclKey("p"), "Ethernet1");
+    w.bind(aclKey("r", Acl::aclTypeIpv4, 10), "Vlan10");
+    EXPECT_TRUE(cap.has("intfAclTypeMapping: Ethernet1 1 p/ip/in is Added"));
+    EXPECT_TRUE(cap.has("intfAclTypeMapping: Ethernet1 2 r/ip/in/vlan10 is Added"));
+    EXPECT_EQ(
+        w.facts("intfAclTypeMapping"),
+        (Facts{"intfAclTypeMapping[Ethernet1].aclTableTypeMapping[1].aclKey[p/ip/in]",
+               "intfAclTypeMapping[Ethernet1].aclTableTypeMapping[2].aclKey[r/ip/in/vlan10]"}));
+    expectConsistent();
+}
+
+TEST_F(IntfAclTypeIndexSmTest, TheLastAclOfAPortRemovesThePort) {
+    w.bind(aclKey("p"), "Ethernet1");
+    w.bind(aclKey("q"), "Ethernet1");
+    w.bind(aclKey("m", Acl::aclTypeMac), "Vlan10");
+    w.bind(aclKey("p"), "Ethernet1", false);
+    EXPECT_EQ(w.facts("intfAclTypeMapping"),
+              (Facts{"intfAclTypeMapping[Ethernet1].aclTableTypeMapping[1].aclKey[q/ip/in]",
+                     "intfAclTypeMapping[Ethernet1].aclTableTypeMapping[5].aclKey[m/mac/in]"}));
+    w.bind(aclKey("q"), "Ethernet1", false);
+    EXPECT_EQ(w.facts("intfAclTypeMapping"),
+              Facts{"intfAclTypeMapping[Ethernet1].aclTableTypeMapping[5].aclKey[m/mac/in]"});
+    Flinq::Capture cap;
+    w.vlanMember(10, "Ethernet1", false);
+    EXPECT_TRUE(cap.has("intfAclTypeMapping: Ethernet1 5 m/mac/in is Removed"));
+    EXPECT_EQ(w.index->intfAclTypeMappings(), 0u);
+    expectConsistent();
+}
+
+TEST_F(IntfAclTypeIndexSmTest, AnInterfaceEntryDeletedWholeUngroupsItsAcls) {
+    w.bind(aclKey("p"), "Ethernet1");
+    w.bind(aclKey("m", Acl::aclTypeMac), "Ethernet1");
+    w.bind(aclKey("q"), "Ethernet2");
+    // Not how the machines write it (they remove the ACLs one by one), but a reader of the
+    // grouping must not be left with ACLs that no longer reach the port.
+    w.index->intfAclMappingDel("Ethernet1");
+    EXPECT_EQ(w.facts("intfAclTypeMapping"),
+              Facts{"intfAclTypeMapping[Ethernet2].aclTableTypeMapping[1].aclKey[q/ip/in]"});
+}
+
+TEST_F(IntfAclTypeIndexSmTest, InitialisationRegroupsWhatIsThereAndDropsWhatIsNot) {
+    w.bind(aclKey("p"), "Ethernet1");
+    w.index->intfAclTypeMappingIs("Ethernet9")
+        ->aclTableTypeMappingIs(Mirel::macAcl_)
+        ->aclKeyIs(aclKey("stale", Acl::aclTypeMac));
+    auto grouping = intfAclTypeIndexSmFactory(w.index);
+    grouping->handleInitialized();
+    EXPECT_EQ(w.facts("intfAclTypeMapping"),
+              Facts{"intfAclTypeMapping[Ethernet1].aclTableTypeMapping[1].aclKey[p/ip/in]"});
+}
+
+TEST_F(IntfAclTypeIndexSmTest, AHandlerBeforeInitialisationStopsTheProcess) {
+    auto grouping = intfAclTypeIndexSmFactory(w.index);
+    EXPECT_DEATH(grouping->handleIntfAcl("Ethernet1", aclKey("p")), "initialized\\(\\)");
+}
+
+}  // namespace
+}  // namespace OvinMirel

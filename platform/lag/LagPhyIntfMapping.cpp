@@ -1,0 +1,26 @@
+#include "platform/lag/LagPhyIntfMapping.h"
+
+#include <stdexcept>
+
+namespace Lag {
+
+LagPhyIntfConfig::LagPhyIntfConfig(const Zamu::IntfId& lagIntfId) : lagIntfId_(lagIntfId) {
+    if (!Zamu::PortChannelIntfId::isPortChannelIntfId(lagIntfId)) {
+        throw std::invalid_argument("Lag::LagPhyIntfConfig: " + lagIntfId.name() +
+                                    " is not a port-channel interface");
+    }
+}
+
+void LagPhyIntfConfig::phyIntfIs(const Zamu::IntfId& intf, bool member) {
+    if (member && !Zamu::EthIntfId::isEthIntfId(intf)) {
+        throw std::invalid_argument("LagPhyIntfConfig::phyIntf: " + intf.name() +
+                                    " is not an Ethernet interface");
+    }
+    phyIntf_.is(intf, member);
+}
+
+Vorn::Ptr<LagPhyIntfMapping> lagPhyIntfMappingFactory(const Vorn::Name& name) {
+    return Vorn::make<LagPhyIntfMapping>(name);
+}
+
+}  // namespace Lag

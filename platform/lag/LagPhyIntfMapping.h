@@ -1,0 +1,53 @@
+#pragma once
+// Lag::LagPhyIntfMapping: LAG (port-channel) membership, one LagPhyIntfConfig per LAG
+// interface with the set of its member Ethernet ports. Written by the LAG manager; this layer
+// only reads it. A port is a member of at most one LAG; the writer keeps that true.
+
+#include <cstddef>
+#include <utility>
+
+#include "platform/vorn/Entity.h"
+#include "platform/zamu/IntfId.h"
+
+namespace Lag {
+
+class LagPhyIntfConfig : public Vorn::Entity {
+    VORN_ENTITY("Lag::LagPhyIntfConfig")
+  public:
+    // Throws std::invalid_argument when lagIntfId is not a port-channel interface id.
+    explicit LagPhyIntfConfig(const Zamu::IntfId& lagIntfId);
+    const Zamu::IntfId& lagIntfId() const { return lagIntfId_; }
+
+    // Member ports. Only Ethernet interface ids can be members: adding any other kind throws
+    // std::invalid_argument and changes nothing.
+    const Vorn::SetField<Zamu::IntfId>& phyIntf() const { return phyIntf_; }
+    bool phyIntf(const Zamu::IntfId& intf) const { return phyIntf_.contains(intf); }
+    size_t phyIntfs() const { return phyIntf_.size(); }
+    void phyIntfIs(const Zamu::IntfId& intf, bool member = true);
+    void phyIntfDel(const Zamu::IntfId& intf) { phyIntf_.del(intf); }
+    void phyIntfDelAll() { phyIntf_.delAll(); }
+    template <class F>
+    [[nodiscard]] Vorn::Subscription phyIntfNotify(F&& f) const {
+        return phyIntf_.notify(std::forward<F>(f));
+    }
+
+  private:
+    const Zamu::IntfId lagIntfId_;
+    Vorn::SetField<Zamu::IntfId> phyIntf_{*this};
+};
+
+class LagPhyIntfMapping : public Vorn::Entity {
+    VORN_ENTITY("Lag::LagPhyIntfMapping")
+  public:
+    explicit LagPhyIntfMapping(const Vorn::Name& name) : name_(name) {}
+    const Vorn::Name& name() const { return name_; }
+
+    VORN_ENTITY_MAP(Zamu::IntfId, LagPhyIntfConfig, lagPhyIntfConfig)
+
+  private:
+    const Vorn::Name name_;
+};
+
+Vorn::Ptr<LagPhyIntfMapping> lagPhyIntfMappingFactory(const Vorn::Name& name);
+
+}  // namespace Lag
