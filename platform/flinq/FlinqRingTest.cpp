@@ -76,6 +76,9 @@ struct WrapCase {
     uint64_t lines;
 };
 
+// Keeps test listings readable (the case's name instead of its bytes).
+void PrintTo(const WrapCase& c, std::ostream* os) { *os << c.name; }
+
 class FlinqRingWrap : public ::testing::TestWithParam<WrapCase> {};
 
 // After every line, the reader sees a contiguous run of the newest lines ending with the one
