@@ -11,12 +11,11 @@ LagPhyIntfConfig::LagPhyIntfConfig(const Zamu::IntfId& lagIntfId) : lagIntfId_(l
     }
 }
 
-void LagPhyIntfConfig::phyIntfIs(const Zamu::IntfId& intf, bool member) {
-    if (member && !Zamu::EthIntfId::isEthIntfId(intf)) {
+void LagPhyIntfConfig::checkPhyIntf(const Zamu::IntfId& intf) {
+    if (!Zamu::EthIntfId::isEthIntfId(intf)) {
         throw std::invalid_argument("LagPhyIntfConfig::phyIntf: " + intf.name() +
                                     " is not an Ethernet interface");
     }
-    phyIntf_.is(intf, member);
 }
 
 Vorn::Ptr<LagPhyIntfMapping> lagPhyIntfMappingFactory(const Vorn::Name& name) {

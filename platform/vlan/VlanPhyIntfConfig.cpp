@@ -4,12 +4,11 @@
 
 namespace VlanPhyIntfConfigLib {
 
-void VlanPhyIntfConfig::phyIntfIs(const Zamu::IntfId& intf, bool member) {
-    if (member && !Zamu::EthIntfId::isEthIntfId(intf)) {
+void VlanPhyIntfConfig::checkPhyIntf(const Zamu::IntfId& intf) {
+    if (!Zamu::EthIntfId::isEthIntfId(intf)) {
         throw std::invalid_argument("VlanPhyIntfConfig::phyIntf: " + intf.name() +
                                     " is not an Ethernet interface");
     }
-    phyIntf_.is(intf, member);
 }
 
 Vorn::Ptr<VlanPhyIntfConfigDir> vlanPhyIntfConfigDirFactory(const Vorn::Name& name) {

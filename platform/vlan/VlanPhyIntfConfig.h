@@ -18,22 +18,13 @@ class VlanPhyIntfConfig : public Vorn::Entity {
     explicit VlanPhyIntfConfig(const Bridging::VlanId& vlanId) : vlanId_(vlanId) {}
     const Bridging::VlanId& vlanId() const { return vlanId_; }
 
-    // Member physical interfaces. Only Ethernet interface ids can be members: adding any other
-    // kind throws std::invalid_argument and changes nothing.
-    const Vorn::SetField<Zamu::IntfId>& phyIntf() const { return phyIntf_; }
-    bool phyIntf(const Zamu::IntfId& intf) const { return phyIntf_.contains(intf); }
-    size_t phyIntfs() const { return phyIntf_.size(); }
-    void phyIntfIs(const Zamu::IntfId& intf, bool member = true);
-    void phyIntfDel(const Zamu::IntfId& intf) { phyIntf_.del(intf); }
-    void phyIntfDelAll() { phyIntf_.delAll(); }
-    template <class F>
-    [[nodiscard]] Vorn::Subscription phyIntfNotify(F&& f) const {
-        return phyIntf_.notify(std::forward<F>(f));
-    }
+    // Member ports. Only Ethernet interface ids can be members: adding any other kind throws
+    // std::invalid_argument and changes nothing.
+    VORN_CHECKED_SET(Zamu::IntfId, phyIntf, checkPhyIntf)
 
   private:
+    static void checkPhyIntf(const Zamu::IntfId& intf);
     const Bridging::VlanId vlanId_;
-    Vorn::SetField<Zamu::IntfId> phyIntf_{*this};
 };
 
 class VlanPhyIntfConfigDir : public Vorn::Entity {

@@ -212,6 +212,14 @@ class SetField : public CollectionBase<K, typename Index::template Set<K>> {
         this->changed(k);
         return true;
     }
+    // The same, for a set that admits only some keys: `check(k)` throws for a refused key
+    // before anything changes.
+    template <class Check>
+    bool is(const K& k, bool member, Check&& check) {
+        if (member)
+            check(k);
+        return is(k, member);
+    }
 };
 
 // A map from keys to plain values.
@@ -351,6 +359,21 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
   private:                                                               \
     ::Vorn::SetField<K, Ix> name##_{*this};                              \
                                                                          \
+  public:
+
+// A set whose new members must pass `check`, a callable that throws for a refused key.
+#define VORN_CHECKED_SET(K, name, check)                  \
+    VORN_COLLECTION_COMMON_(::Vorn::SetField<K>, K, name) \
+    bool name(const K& k) const {                         \
+        return name##_.contains(k);                       \
+    }                                                     \
+    void name##Is(const K& k, bool member = true) {       \
+        name##_.is(k, member, check);                     \
+    }                                                     \
+                                                          \
+  private:                                                \
+    ::Vorn::SetField<K> name##_{*this};                   \
+                                                          \
   public:
 
 #define VORN_MAP_(K, V, name, Ix)                                                      \
