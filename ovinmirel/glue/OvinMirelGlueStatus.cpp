@@ -16,24 +16,6 @@ constexpr std::array<const char*, kGlueSmStateCount> kGlueSmStateWords = {
     "aborting", "success", "fail",       "blockIntf",      "mappingLoader", "unblockIntf",
 };
 
-// Gets the child held in `field`, creating it under `name` when there is none. The child's
-// name is its only constructor parameter, so another name is a re-creation with a different
-// value: refused, and the held child is kept.
-template <class T>
-Vorn::Ptr<T> childIs(Vorn::Attr<Vorn::Ptr<T>>& field, const Vorn::Name& name, const char* attr) {
-    if (const Vorn::Ptr<T>& held = field.get()) {
-        if (held->name() == name)
-            return held;
-        throw Vorn::ReinstantiationException(
-            std::string("Reinstantiating the entity with fullName OvinMirel::GlueStatus::") + attr +
-            " where constructor parameter attribute 'name' has a different value of " + name.str() +
-            " (it holds " + held->name().str() + ")");
-    }
-    Vorn::Ptr<T> child = Vorn::make<T>(name);
-    field.set(child);
-    return child;
-}
-
 }  // namespace
 
 const char* glueSmStateWord(GlueSmState s) {
@@ -68,12 +50,15 @@ GlueStatus::GlueStatus(const Vorn::Name& name)
       rootConfigColl_(Vorn::make<Mirel::RootConfigColl>("RootConfigColl")),
       rootStatusColl_(Vorn::make<Mirel::RootStatusColl>("RootStatusColl")) {}
 
-Vorn::Ptr<AclIdResponseColl> GlueStatus::aclIdResponseCollIs(const Vorn::Name& name) {
-    return childIs(aclIdResponseColl_, name, "aclIdResponseColl");
+void AclIdResponseColl::reinstantiate(const Vorn::Name& name) const {
+    if (name != name_)
+        Vorn::throwReinstantiation("OvinMirel::AclIdResponseColl", "name", name.str(), name_.str());
 }
 
-Vorn::Ptr<AclPolicyStatusColl> GlueStatus::aclPolicyStatusCollIs(const Vorn::Name& name) {
-    return childIs(aclPolicyStatusColl_, name, "aclPolicyStatusColl");
+void AclPolicyStatusColl::reinstantiate(const Vorn::Name& name) const {
+    if (name != name_)
+        Vorn::throwReinstantiation("OvinMirel::AclPolicyStatusColl", "name", name.str(),
+                                   name_.str());
 }
 
 void GlueStatus::initialize() {

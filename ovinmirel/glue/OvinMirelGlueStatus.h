@@ -76,6 +76,8 @@ class AclIdResponseColl : public Vorn::Entity {
   public:
     explicit AclIdResponseColl(const Vorn::Name& name) : name_(name) {}
     const Vorn::Name& name() const { return name_; }
+    // Asked for again under another name: refused (ReinstantiationException).
+    void reinstantiate(const Vorn::Name& name) const;
 
     VORN_ORDERED_ENTITY_MAP(Mirel::ChipId, AclIdResponse, chipAclIdResponse)
 
@@ -139,6 +141,8 @@ class AclPolicyStatusColl : public Vorn::Entity {
   public:
     explicit AclPolicyStatusColl(const Vorn::Name& name) : name_(name) {}
     const Vorn::Name& name() const { return name_; }
+    // Asked for again under another name: refused (ReinstantiationException).
+    void reinstantiate(const Vorn::Name& name) const;
 
     VORN_ORDERED_ENTITY_MAP(Mirel::ChipId, AclPolicyStatus, status)
 
@@ -179,22 +183,8 @@ class GlueStatus : public Vorn::Entity {
     // The two child collections, created by name: an existing one with the same name is
     // returned as it is; asking for another name throws Vorn::ReinstantiationException and
     // keeps the existing one.
-    Vorn::Ptr<AclIdResponseColl> aclIdResponseColl() const { return aclIdResponseColl_.get(); }
-    Vorn::Ptr<AclIdResponseColl> aclIdResponseCollIs(const Vorn::Name& name);
-    void aclIdResponseCollDel() { aclIdResponseColl_.set(nullptr); }
-    template <class F>
-    [[nodiscard]] Vorn::Subscription aclIdResponseCollNotify(F&& f) const {
-        return aclIdResponseColl_.notify(std::forward<F>(f));
-    }
-    Vorn::Ptr<AclPolicyStatusColl> aclPolicyStatusColl() const {
-        return aclPolicyStatusColl_.get();
-    }
-    Vorn::Ptr<AclPolicyStatusColl> aclPolicyStatusCollIs(const Vorn::Name& name);
-    void aclPolicyStatusCollDel() { aclPolicyStatusColl_.set(nullptr); }
-    template <class F>
-    [[nodiscard]] Vorn::Subscription aclPolicyStatusCollNotify(F&& f) const {
-        return aclPolicyStatusColl_.notify(std::forward<F>(f));
-    }
+    VORN_CHILD_ATTR(AclIdResponseColl, aclIdResponseColl)
+    VORN_CHILD_ATTR(AclPolicyStatusColl, aclPolicyStatusColl)
 
     VORN_ORDERED_ENTITY_MAP(Mirel::ChipId, Mirel::ChipDataFlowConfig, piChipDataFlowConfig)
     VORN_ATTR(bool, initialized, false)
@@ -207,8 +197,6 @@ class GlueStatus : public Vorn::Entity {
     const Vorn::Name name_;
     const Vorn::Ptr<Mirel::RootConfigColl> rootConfigColl_;
     const Vorn::Ptr<Mirel::RootStatusColl> rootStatusColl_;
-    Vorn::Attr<Vorn::Ptr<AclIdResponseColl>> aclIdResponseColl_{*this};
-    Vorn::Attr<Vorn::Ptr<AclPolicyStatusColl>> aclPolicyStatusColl_{*this};
 };
 
 // Root ids: each chip owns the two roots chipId * 2 and chipId * 2 + 1.

@@ -5,11 +5,9 @@ namespace OvinMirel {
 void VlanAclColl::reinstantiate(const Zamu::IntfId& vlanIntfId) const {
     if (vlanIntfId == vlanIntfId_)
         return;
-    throw Vorn::ReinstantiationException(
-        "Reinstantiating the entity with fullName OvinMirel::Index::vlanAclMapping[" +
-        std::to_string(vlanId_.value()) +
-        "] where constructor parameter attribute 'vlanIntfId' has a different value of " +
-        vlanIntfId.name() + " (it holds " + vlanIntfId_.name() + ")");
+    Vorn::throwReinstantiation(
+        "OvinMirel::Index::vlanAclMapping[" + std::to_string(vlanId_.value()) + "]", "vlanIntfId",
+        vlanIntfId.name(), vlanIntfId_.name());
 }
 
 Vorn::Ptr<Index> indexFactory(const Vorn::Name& name) {

@@ -100,11 +100,8 @@ class AclHelper : public Vorn::Entity {
     // TCP flag masks (Acl::kTcp... bits).
     VORN_ATTR(uint8_t, allTcpFlags, Acl::kAllTcpFlags)
     // supportedTcpFlagsDefault: read through the virtual operation of that name (slot 1).
+    VORN_ATTR_STORAGE(uint8_t, supportedTcpFlagsDefault, Acl::kAllTcpFlags)
     void supportedTcpFlagsDefaultIs(uint8_t v) { supportedTcpFlagsDefault_.set(v); }
-    template <class F>
-    [[nodiscard]] Vorn::Subscription supportedTcpFlagsDefaultNotify(F&& f) const {
-        return supportedTcpFlagsDefault_.notify(std::forward<F>(f));
-    }
     // The flags a rule may require; a rule asking for any other flag cannot be expressed.
     VORN_ATTR(uint8_t, supportedTcpFlags, Acl::kAllTcpFlags)
     VORN_ATTR(bool, installImplicitIcmp6Rules, false)
@@ -123,11 +120,8 @@ class AclHelper : public Vorn::Entity {
     VORN_ATTR(AclStatusUpdateCallback, aclStatusUpdateCallback)
     VORN_ATTR(bool, cliWaiting, false)
     // dirty: set through the virtual dirtyIs (slot 82).
+    VORN_ATTR_STORAGE(bool, dirty, false)
     bool dirty() const { return dirty_.get(); }
-    template <class F>
-    [[nodiscard]] Vorn::Subscription dirtyNotify(F&& f) const {
-        return dirty_.notify(std::forward<F>(f));
-    }
     VORN_ATTR(bool, asyncAclConfig, false)
     VORN_ORDERED_MAP(Zamu::IntfId, bool, aclIntfBlockedStatus)
     // Per-unit (chip) errors of the last commit, by unit name ("Chip-0"); the published set
@@ -310,10 +304,6 @@ class AclHelper : public Vorn::Entity {
     /* 80 */ virtual bool verifyDeepInspSkipL4(uint32_t bytes) const;
     /* 81 */ virtual bool subIntfAclAsPacl(const Zamu::IntfId& intf) const;
     /* 82 */ virtual void dirtyIs(bool d) { dirty_.set(d); }
-
-  private:
-    Vorn::Attr<uint8_t> supportedTcpFlagsDefault_{*this, Acl::kAllTcpFlags};
-    Vorn::Attr<bool> dirty_{*this, false};
 };
 
 }  // namespace OvinHelper

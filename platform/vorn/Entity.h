@@ -127,6 +127,35 @@ class PtrAttr {
     const char* name_;
 };
 
+// A single owned child entity, instantiated on demand: `is(args...)` returns the held child,
+// creating it as T(args...) when there is none. Like an instantiating collection, a child type
+// that checks its constructor parameters on re-creation defines `reinstantiate(args...)`.
+template <class T>
+class ChildAttr {
+  public:
+    explicit ChildAttr(const Entity& owner) : attr_(owner) {}
+    const Ptr<T>& get() const { return attr_.get(); }
+    template <class... A>
+    Ptr<T> is(A&&... args) {
+        if (const Ptr<T>& held = attr_.get()) {
+            if constexpr (sizeof...(A) > 0)
+                held->reinstantiate(args...);
+            return held;
+        }
+        Ptr<T> child = make<T>(std::forward<A>(args)...);
+        attr_.set(child);
+        return child;
+    }
+    bool del() { return attr_.set(nullptr); }
+    template <class F>
+    [[nodiscard]] Subscription notify(F&& f) const {
+        return attr_.notify(std::forward<F>(f));
+    }
+
+  private:
+    Attr<Ptr<T>> attr_;
+};
+
 // Shared part of the three collection kinds: the container, iteration, size and the signal.
 template <class K, class Container>
 class CollectionBase {
@@ -329,6 +358,35 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
   private:                                    \
     ::Vorn::PtrAttr<T> name##_{*this, #name}; \
                                               \
+  public:
+
+// An owned child entity, created by `nameIs(args...)` (get-or-create), dropped by `nameDel()`.
+#define VORN_CHILD_ATTR(T, name)                     \
+  public:                                            \
+    ::Vorn::Ptr<T> name() const {                    \
+        return name##_.get();                        \
+    }                                                \
+    template <class... A>                            \
+    ::Vorn::Ptr<T> name##Is(A&&... args) {           \
+        return name##_.is(std::forward<A>(args)...); \
+    }                                                \
+    void name##Del() {                               \
+        name##_.del();                               \
+    }                                                \
+    VORN_SUBSCRIBE_(name)                            \
+  private:                                           \
+    ::Vorn::ChildAttr<T> name##_{*this};             \
+                                                     \
+  public:
+
+// Only the storage and the subscription of an attribute, for the rare attribute whose reader
+// or writer is a hand-written (for example virtual) operation.
+#define VORN_ATTR_STORAGE(T, name, ...)                        \
+  public:                                                      \
+    VORN_SUBSCRIBE_(name)                                      \
+  protected:                                                   \
+    ::Vorn::Attr<T> name##_{*this __VA_OPT__(, ) __VA_ARGS__}; \
+                                                               \
   public:
 
 #define VORN_COLLECTION_COMMON_(Field, K, name) \

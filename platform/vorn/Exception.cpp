@@ -6,6 +6,15 @@ void throwRangeError(std::string text) {
     throw RangeException(text);
 }
 
+void throwReinstantiation(std::string_view fullName, std::string_view attr, std::string_view value,
+                          std::string_view held) {
+    std::string text = "Reinstantiating the entity with fullName ";
+    text.append(fullName).append(" where constructor parameter attribute '").append(attr);
+    text.append("' has a different value of ").append(value).append(" (it holds ").append(held);
+    text.append(")");
+    throw ReinstantiationException(text);
+}
+
 void throwNullMutatorArgument(std::string_view owner, std::string_view attr) {
     std::string text = "null _";
     text.append(attr).append(" parameter to mutator for ").append(owner).append("::");

@@ -26,6 +26,12 @@ class ReinstantiationException : public std::invalid_argument {
 
 [[noreturn]] void throwRangeError(std::string text);
 
+// Throws ReinstantiationException "Reinstantiating the entity with fullName <fullName> where
+// constructor parameter attribute '<attr>' has a different value of <value> (it holds
+// <held>)": an entity asked for again with other constructor parameters than it was made with.
+[[noreturn]] void throwReinstantiation(std::string_view fullName, std::string_view attr,
+                                       std::string_view value, std::string_view held);
+
 // Throws NullPointerException "null _<attr> parameter to mutator for <owner>::<attr> not
 // allowed" when p is null.
 [[noreturn]] void throwNullMutatorArgument(std::string_view owner, std::string_view attr);
