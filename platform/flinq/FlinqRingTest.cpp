@@ -77,7 +77,9 @@ struct WrapCase {
 };
 
 // Keeps test listings readable (the case's name instead of its bytes).
-void PrintTo(const WrapCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const WrapCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class FlinqRingWrap : public ::testing::TestWithParam<WrapCase> {};
 
