@@ -58,7 +58,7 @@ class AclHelperIndexTest : public ::testing::Test {
 };
 
 TEST_F(AclHelperIndexTest, BindingAnswersSeeTheIndexChangeWithinTheStoreWrite) {
-    helper_->precreateAcl(aclData_, status_);
+    // Not precreated: the first binding creates the store entry.
     struct Step {
         const char* name;
         const char* intf;
@@ -69,6 +69,7 @@ TEST_F(AclHelperIndexTest, BindingAnswersSeeTheIndexChangeWithinTheStoreWrite) {
     const Step steps[] = {
         {"first port brings chip 0", "Ethernet1", true, true, 1},
         {"second port on the same chip", "Ethernet2", true, false, 1},
+        {"the same port again", "Ethernet2", true, false, 1},
         {"VLAN interface reaches chip 1 through its member", "Vlan10", true, true, 2},
         {"LAG sub-interface reaches chip 1 again: no change", "Port-Channel5.20", true, false, 2},
         {"chip 0 keeps Ethernet2", "Ethernet1", false, false, 2},
@@ -87,6 +88,10 @@ TEST_F(AclHelperIndexTest, BindingAnswersSeeTheIndexChangeWithinTheStoreWrite) {
         EXPECT_EQ(cap.has("    chipAclMapping changed as a result"), s.chipsChanged);
         EXPECT_EQ(checkIndexConsistency(*index_), std::nullopt);
     }
+    ASSERT_NE(aclColl_->acl(aclData_.key), nullptr);
+    EXPECT_EQ(aclColl_->acl(aclData_.key)->ethIntfs() + aclColl_->acl(aclData_.key)->vlanIntfs() +
+                  aclColl_->acl(aclData_.key)->subIntfs(),
+              0u);
 }
 
 TEST_F(AclHelperIndexTest, WholeLifeLeavesTheIndexEmpty) {

@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <map>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -13,7 +12,6 @@
 
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Clock.h"
-#include "platform/vorn/EntryWatchers.h"
 #include "platform/vorn/Exception.h"
 
 namespace OvinMirel {
@@ -636,92 +634,7 @@ TEST_F(AclHelperTest, BlockIntf) {
     EXPECT_TRUE(cap_.has("AclHelper::blockIntf intf=Ethernet4 block=1"));
 }
 
-// Plays the index machines' part: places each ACL on the chips of its Ethernet interfaces,
-// synchronously within the store write, as the real index does.
-class FakeAclChipIndex {
-  public:
-    FakeAclChipIndex(const Vorn::Ptr<OvinMirelAclColl>& aclColl, const Vorn::Ptr<Index>& index,
-                     std::map<IntfId, Mirel::ChipId> chipOf)
-        : index_(index), chipOf_(std::move(chipOf)) {
-        watchers_ = std::make_unique<Watchers>(
-            aclColl->acl(), [this](const Ovin::AclKey& key, const Vorn::Ptr<OvinMirelAcl>& acl) {
-                auto w = std::make_unique<AclWatcher>();
-                // The watcher goes with the entry, so a plain pointer cannot dangle (and a Ptr
-                // held by the entry's own signal would keep it alive forever).
-                const OvinMirelAcl* entry = acl.ptr();
-                w->sub = entry->ethIntfNotify(
-                    [this, key, entry](const IntfId& intf) { update(key, *entry, intf); });
-                return w;
-            });
-    }
-
-  private:
-    struct AclWatcher {
-        Vorn::Subscription sub;
-    };
-    using Watchers =
-        Vorn::EntryWatchers<Vorn::EntityMapField<Ovin::AclKey, OvinMirelAcl>, AclWatcher>;
-
-    void update(const Ovin::AclKey& key, const OvinMirelAcl& acl, const IntfId& intf) {
-        const Mirel::ChipId chip = chipOf_.at(intf);
-        if (acl.ethIntf(intf)) {
-            index_->aclChipMappingIs(key)->chipIntfMappingIs(chip)->intfIdIs(intf);
-            return;
-        }
-        const Vorn::Ptr<AclChipColl> chips = index_->aclChipMapping(key);
-        if (!chips)
-            return;
-        if (const Vorn::Ptr<ChipIntfMapping> m = chips->chipIntfMapping(chip)) {
-            m->intfIdDel(intf);
-            if (!m->intfIds())
-                chips->chipIntfMappingDel(chip);
-        }
-        if (!chips->chipIntfMappings())
-            index_->aclChipMappingDel(key);
-    }
-
-    Vorn::Ptr<Index> index_;
-    std::map<IntfId, Mirel::ChipId> chipOf_;
-    std::unique_ptr<Watchers> watchers_;
-};
-
-TEST_F(AclHelperTest, UpdateIntfForAclAnswersWhetherTheChipCountChanged) {
-    FakeAclChipIndex fake(aclColl_, index_,
-                          {{"Ethernet1", Mirel::ChipId(0)},
-                           {"Ethernet2", Mirel::ChipId(0)},
-                           {"Ethernet5", Mirel::ChipId(1)}});
-    struct Step {
-        const char* name;
-        const char* intf;
-        bool add;
-        bool changed;
-        size_t chips;
-    };
-    const Step steps[] = {
-        {"firstInterfaceOnChip0", "Ethernet1", true, true, 1},
-        {"secondInterfaceOnChip0", "Ethernet2", true, false, 1},
-        {"sameInterfaceAgain", "Ethernet2", true, false, 1},
-        {"firstInterfaceOnChip1", "Ethernet5", true, true, 2},
-        {"chip0KeepsOneInterface", "Ethernet2", false, false, 2},
-        {"chip0Left", "Ethernet1", false, true, 1},
-        {"absentInterface", "Ethernet1", false, false, 1},
-        {"lastChipLeft", "Ethernet5", false, true, 0},
-    };
-    // The ACL is not precreated: the first add creates the store entry.
-    for (const Step& s : steps) {
-        SCOPED_TRACE(s.name);
-        cap_.clear();
-        Ovin::AclDataStatus status;
-        EXPECT_EQ(s.add ? helper_->addIntfToAcl(s.intf, v4_, status)
-                        : helper_->removeIntfFromAcl(s.intf, v4_, false),
-                  s.changed);
-        EXPECT_EQ(helper_->getChipCountForAcl(v4_.key), s.chips);
-        EXPECT_EQ(cap_.has("    chipAclMapping changed as a result"), s.changed);
-    }
-    ASSERT_TRUE(aclColl_->acl(v4_.key));
-    EXPECT_EQ(aclColl_->acl(v4_.key)->ethIntfs(), 0u);
-    EXPECT_TRUE(cap_.has("AclHelper::updateIntfForAcl intf=Ethernet5 acl=v4/ip/in add=0"));
-}
+// How the answer follows the real index machines: tests/AclHelperIndexTest.cpp.
 
 // ---- Verification, show, counters, traces ----
 
