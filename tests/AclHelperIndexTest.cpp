@@ -9,6 +9,7 @@
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "ovinmirel/index/OvinMirelIndexCheck.h"
 #include "ovinmirel/index/OvinMirelIndexSm.h"
+#include "ovinmirel/index/OvinMirelIndexTestWorld.h"
 #include "platform/flinq/Flinq.h"
 #include "platform/mirel/HwCapability.h"
 
@@ -23,13 +24,13 @@ class AclHelperIndexTest : public ::testing::Test {
         // Ethernet1 and Ethernet2 on chip 0; Ethernet3 and Ethernet4 on chip 1. Vlan10 has the
         // member Ethernet3; Port-Channel5 has the member Ethernet4 and the sub-interface
         // Port-Channel5.20.
-        pdStatus_->intfMappingIs(IntfId("Ethernet1"), Mirel::ChipId(0));
-        pdStatus_->intfMappingIs(IntfId("Ethernet2"), Mirel::ChipId(0));
-        pdStatus_->intfMappingIs(IntfId("Ethernet3"), Mirel::ChipId(1));
-        pdStatus_->intfMappingIs(IntfId("Ethernet4"), Mirel::ChipId(1));
-        vlanConfig_->vlanPhyIntfConfigIs(Bridging::VlanId(10))->phyIntfIs(IntfId("Ethernet3"));
-        lagMapping_->lagPhyIntfConfigIs(IntfId("Port-Channel5"))->phyIntfIs(IntfId("Ethernet4"));
-        subIntfConfig_->intfConfigIs(IntfId("Port-Channel5.20"));
+        world_.onChip(IntfId("Ethernet1"), 0);
+        world_.onChip(IntfId("Ethernet2"), 0);
+        world_.onChip(IntfId("Ethernet3"), 1);
+        world_.onChip(IntfId("Ethernet4"), 1);
+        world_.vlanMember(10, IntfId("Ethernet3"));
+        world_.lagMember(IntfId("Port-Channel5"), IntfId("Ethernet4"));
+        world_.subIntf(IntfId("Port-Channel5.20"));
         indexSm_->handleInitialized();
         aclData_.key.name = "edge";
     }
@@ -39,16 +40,11 @@ class AclHelperIndexTest : public ::testing::Test {
         return e ? e->chipIntfMappings() : 0;
     }
 
-    Vorn::Ptr<OvinMirelAclColl> aclColl_ = ovinMirelAclCollFactory("acls");
-    Vorn::Ptr<Mirel::PDStatus> pdStatus_ = Mirel::pdStatusFactory("pdStatus");
-    Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfigDir> vlanConfig_ =
-        VlanPhyIntfConfigLib::vlanPhyIntfConfigDirFactory("vlans");
-    Vorn::Ptr<Lag::LagPhyIntfMapping> lagMapping_ = Lag::lagPhyIntfMappingFactory("lags");
-    Vorn::Ptr<Interface::SubIntfConfigDir> subIntfConfig_ =
-        Interface::subIntfConfigDirFactory("subIntfs");
-    Vorn::Ptr<Index> index_ = indexFactory("index");
+    IndexTest::World world_;
+    const Vorn::Ptr<OvinMirelAclColl>& aclColl_ = world_.acls;
+    const Vorn::Ptr<Index>& index_ = world_.index;
     Vorn::Ptr<IndexSm> indexSm_ =
-        indexSmFactory(aclColl_, pdStatus_, vlanConfig_, lagMapping_, subIntfConfig_, index_);
+        indexSmFactory(aclColl_, world_.pd, world_.vlans, world_.lags, world_.subs, index_);
     Vorn::Ptr<GlueConfig> glueConfig_ = glueConfigFactory("glueConfig");
     Vorn::Ptr<GlueStatus> glueStatus_ = glueStatusFactory("glueStatus");
     Vorn::Ptr<AclHelper> helper_ = aclHelperFactory(aclColl_, glueConfig_, glueStatus_,

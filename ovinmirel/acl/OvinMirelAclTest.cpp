@@ -2,6 +2,7 @@
 // classification of interfaces into the three sets.
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
+#include "tests/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -11,12 +12,6 @@
 namespace OvinMirel {
 namespace {
 
-Ovin::AclKey key(const char* name) {
-    Ovin::AclKey k;
-    k.name = name;
-    return k;
-}
-
 Mirel::IpRuleConfig permitFrom(const char* prefix) {
     Mirel::IpRuleConfig r;
     r.filter.source = Zamu::IpAddrWithMask::prefix(prefix, 24);
@@ -25,18 +20,18 @@ Mirel::IpRuleConfig permitFrom(const char* prefix) {
 
 TEST(OvinMirelAcl, NewEntryHasItsDefaults) {
     auto coll = ovinMirelAclCollFactory("acls");
-    auto acl = coll->aclIs(key("a"));
-    EXPECT_EQ(acl->name(), key("a"));
+    auto acl = coll->aclIs(TestSupport::aclKey("a"));
+    EXPECT_EQ(acl->name(), TestSupport::aclKey("a"));
     EXPECT_FALSE(acl->created());
     EXPECT_TRUE(acl->inUse());
     EXPECT_EQ(acl->ipRuleByIds() + acl->macRuleByIds() + acl->ethIntfs() + acl->subIntfs() +
                   acl->vlanIntfs() + acl->ruleNums() + acl->ruleCountByProtocols(),
               0u);
-    EXPECT_EQ(coll->aclIs(key("a")), acl);  // get-or-create returns the same entry
+    EXPECT_EQ(coll->aclIs(TestSupport::aclKey("a")), acl);  // get-or-create returns the same entry
 }
 
 TEST(OvinMirelAcl, MutatorsNotifyOnlyOnRealChange) {
-    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
     std::vector<std::string> seen;
     auto s1 = acl->ipRuleByIdNotify(
         [&](const Mirel::AceIndex& i) { seen.push_back("rule" + std::to_string(i.ruleNum)); });
@@ -65,7 +60,7 @@ TEST(OvinMirelAcl, MutatorsNotifyOnlyOnRealChange) {
 }
 
 TEST(OvinMirelAcl, RulesReadBackInHardwareOrder) {
-    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
     const std::vector<Mirel::AceIndex> inserted = {
         {30, 0, {3}}, {10, 1, {1}}, {20, 0, {2}}, {10, 0, {1}}};
     for (const auto& i : inserted)
@@ -78,7 +73,7 @@ TEST(OvinMirelAcl, RulesReadBackInHardwareOrder) {
 }
 
 TEST(OvinMirelAcl, InterfacesGoToTheSetOfTheirKind) {
-    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
     acl->intfIs(Zamu::IntfId("Ethernet1"), true);
     acl->intfIs(Zamu::IntfId("Ethernet1.10"), true);
     acl->intfIs(Zamu::IntfId("Port-Channel3.10"), true);
@@ -92,7 +87,7 @@ TEST(OvinMirelAcl, InterfacesGoToTheSetOfTheirKind) {
 }
 
 TEST(OvinMirelAclDeathTest, OtherInterfaceKindsAreAnInternalError) {
-    auto acl = Vorn::make<OvinMirelAcl>(key("a"));
+    auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
     EXPECT_DEATH(acl->intfIs(Zamu::IntfId("Port-Channel3"), true), "false && \"Internal Error\"");
 }
 

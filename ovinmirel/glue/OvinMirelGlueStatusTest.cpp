@@ -2,6 +2,7 @@
 // root id rules and the per-chip policy record's VLAN range check.
 
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
+#include "tests/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,7 @@
 namespace OvinMirel {
 namespace {
 
-template <class T>
-std::string str(const T& v) {
-    std::ostringstream os;
-    os << v;
-    return os.str();
-}
+using TestSupport::str;
 
 TEST(GlueSmState, WordsRoundTrip) {
     struct Case {

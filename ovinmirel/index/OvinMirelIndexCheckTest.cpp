@@ -2,6 +2,7 @@
 // kind of corruption is caught and described.
 
 #include "ovinmirel/index/OvinMirelIndexCheck.h"
+#include "tests/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -14,13 +15,6 @@ namespace {
 
 using Zamu::IntfId;
 
-Ovin::AclKey key(const std::string& name, Acl::AclType type = Acl::aclTypeIpv4) {
-    Ovin::AclKey k;
-    k.name = name;
-    k.type = type;
-    return k;
-}
-
 const Mirel::ChipId kChip0{0}, kChip1{1};
 const IntfId kEth1("Ethernet1"), kEth2("Ethernet2"), kSub("Ethernet2.7"), kVlan10("Vlan10");
 
@@ -28,7 +22,7 @@ const IntfId kEth1("Ethernet1"), kEth2("Ethernet2"), kSub("Ethernet2.7"), kVlan1
 // carries sub-interface Ethernet2.7. Ethernet1 is on chip 0, Ethernet2 on chip 1.
 Vorn::Ptr<Index> consistentIndex() {
     auto ix = indexFactory("index");
-    const auto a = key("acl1");
+    const auto a = TestSupport::aclKey("acl1");
     ix->chipIntfMappingIs(kChip0)->intfIdIs(kEth1);
     ix->chipIntfMappingIs(kChip1)->intfIdIs(kEth2);
     auto m = ix->aclPhyIntfMappingIs(a)->phyIntfMappingIs(kEth1);
@@ -59,12 +53,14 @@ TEST(IndexCheck, EachCorruptionIsReported) {
         std::function<void(Index&)> corrupt;
         const char* expected;  // a fragment of the report
     };
-    const auto a = key("acl1");
+    const auto a = TestSupport::aclKey("acl1");
     const std::vector<Case> cases = {
         {"empty entry left behind", [](Index& ix) { ix.intfAclMappingIs(IntfId("Ethernet9")); },
          "intfAclMapping[Ethernet9] is empty"},
         {"empty nested entry",
-         [&](Index& ix) { ix.chipAclMapping(kChip0)->aclIntfMappingIs(key("acl2")); },
+         [&](Index& ix) {
+             ix.chipAclMapping(kChip0)->aclIntfMappingIs(TestSupport::aclKey("acl2"));
+         },
          "chipAclMapping[0].aclIntfMapping[acl2/ip/in] is empty"},
         {"chip mappings out of step",
          [&](Index& ix) { ix.chipAclMapping(kChip0)->aclIntfMapping(a)->intfIdIs(kEth2); },
@@ -82,7 +78,7 @@ TEST(IndexCheck, EachCorruptionIsReported) {
          },
          "reaches Ethernet2 on chip 1 but the chip mappings lack it"},
         {"intfAclMapping without a parent",
-         [&](Index& ix) { ix.intfAclMapping(kEth1)->aclKeyIs(key("acl2")); },
+         [&](Index& ix) { ix.intfAclMapping(kEth1)->aclKeyIs(TestSupport::aclKey("acl2")); },
          "intfAclMapping[Ethernet1] holds acl2/ip/in but aclPhyIntfMapping[acl2/ip/in] lacks "
          "Ethernet1"},
         {"sub-interface carriers out of step", [&](Index& ix) { ix.subPhyIntfMappingDel(kSub); },
@@ -120,8 +116,8 @@ TEST(IndexEntity, ChipAclsIterateInKeyOrder) {
     auto ix = indexFactory("index");
     auto chip = ix->chipAclMappingIs(kChip0);
     for (const char* n : {"delta", "alpha", "charlie", "bravo"})
-        chip->aclIntfMappingIs(key(n))->intfIdIs(kEth1);
-    chip->aclIntfMappingIs(key("alpha", Acl::aclTypeMac))->intfIdIs(kEth1);
+        chip->aclIntfMappingIs(TestSupport::aclKey(n))->intfIdIs(kEth1);
+    chip->aclIntfMappingIs(TestSupport::aclKey("alpha", Acl::aclTypeMac))->intfIdIs(kEth1);
     std::vector<std::string> order;
     for (const auto& [k, e] : chip->aclIntfMapping())
         order.push_back(k.str());
@@ -132,7 +128,7 @@ TEST(IndexEntity, ChipAclsIterateInKeyOrder) {
 TEST(IndexEntity, VlanAclCollRefusesAnotherVlanInterfaceAndKeepsTheFirst) {
     auto ix = indexFactory("index");
     auto first = ix->vlanAclMappingIs(Bridging::VlanId(10), kVlan10);
-    first->aclKeyIs(key("acl1"));
+    first->aclKeyIs(TestSupport::aclKey("acl1"));
     EXPECT_EQ(ix->vlanAclMappingIs(Bridging::VlanId(10), kVlan10), first);
     try {
         ix->vlanAclMappingIs(Bridging::VlanId(10), IntfId("Vlan11"));

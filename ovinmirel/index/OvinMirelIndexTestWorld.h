@@ -19,20 +19,12 @@
 #include "platform/lag/LagPhyIntfMapping.h"
 #include "platform/mirel/PDStatus.h"
 #include "platform/vlan/VlanPhyIntfConfig.h"
+#include "tests/TestSupport.h"
 
 namespace OvinMirel::IndexTest {
 
 using Facts = std::vector<std::string>;
-
-inline Ovin::AclKey aclKey(std::string name, Acl::AclType type = Acl::aclTypeIpv4,
-                           std::optional<int> vlan = std::nullopt) {
-    Ovin::AclKey k;
-    k.name = std::move(name);
-    k.type = type;
-    if (vlan)
-        k.vlanId = Bridging::VlanId(*vlan);
-    return k;
-}
+using TestSupport::aclKey;
 
 // Every leaf of the Index as one line, sorted.
 inline std::set<std::string> indexFacts(const Index& ix) {

@@ -14,28 +14,12 @@
 #include <string>
 
 #include "platform/flinq/Flinq.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-class TempDir {
-  public:
-    TempDir() {
-        std::string pattern = (fs::temp_directory_path() / "flinqring.XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path_, ec);
-    }
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
-
-  private:
-    fs::path path_;
-};
+using TestSupport::TempDir;
 
 // The text of line `seq` in the wrap tests: its length varies with the pattern.
 std::string lineText(uint64_t seq, int pattern) {

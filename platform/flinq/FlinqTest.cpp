@@ -11,29 +11,12 @@
 
 #include "platform/flinq/FlinqRing.h"
 #include "platform/vorn/Clock.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-class TempDir {
-  public:
-    TempDir() {
-        std::string pattern = (fs::temp_directory_path() / "flinqtest.XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path_, ec);
-    }
-    const fs::path& path() const { return path_; }
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
-
-  private:
-    fs::path path_;
-};
+using TestSupport::TempDir;
 
 // Sets or unsets one environment variable for the scope.
 class ScopedEnv {

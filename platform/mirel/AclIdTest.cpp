@@ -1,6 +1,7 @@
 // AclId's order and hash, and the id set of one ACL.
 
 #include "platform/mirel/AclId.h"
+#include "tests/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -12,12 +13,7 @@
 namespace Mirel {
 namespace {
 
-Ovin::AclKey aclKey(const char* name, Acl::AclType type = Acl::aclTypeIpv4) {
-    Ovin::AclKey k;
-    k.name = name;
-    k.type = type;
-    return k;
-}
+using TestSupport::aclKey;
 
 TEST(AclId, OrderedByTableTypeThenIdThenDirection) {
     struct Case {

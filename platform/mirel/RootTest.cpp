@@ -2,6 +2,7 @@
 // root, and the status's starting answer.
 
 #include "platform/mirel/Root.h"
+#include "tests/TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -11,12 +12,7 @@
 namespace Mirel {
 namespace {
 
-Ovin::AclKey aclKey(const char* name, Acl::AclType type = Acl::aclTypeIpv4) {
-    Ovin::AclKey k;
-    k.name = name;
-    k.type = type;
-    return k;
-}
+using TestSupport::aclKey;
 
 AceIndex ace(uint32_t ruleNum, uint32_t subruleNum) {
     AceIndex i;

@@ -6,16 +6,12 @@
 #include <string>
 
 #include "platform/vorn/Exception.h"
+#include "tests/TestSupport.h"
 
 namespace Acl {
 namespace {
 
-template <class T>
-std::string str(const T& v) {
-    std::ostringstream os;
-    os << v;
-    return os.str();
-}
+using TestSupport::str;
 
 TEST(AclRuleConfigTest, DscpRange) {
     struct Case {
