@@ -40,7 +40,6 @@ AclPhyIntfIndexSm::AclPhyIntfIndexSm(
 
 void AclPhyIntfIndexSm::handleInitialized() {
     acl_.reset();
-    watching_ = false;
     initializedIs(true);
     index()->intfAclMappingDelAll();
     index()->vlanAclMappingDelAll();
@@ -55,21 +54,27 @@ void AclPhyIntfIndexSm::handleInitialized() {
         for (const Zamu::IntfId& intf : acl->subIntf())
             handleAclSubIntf(key, intf);
     }
-    acl_ = std::make_unique<Vorn::EntryWatchers<AclField, AclWatcher>>(
-        aclColl()->acl(), [this](const Ovin::AclKey& key, const Vorn::Ptr<OvinMirelAcl>& acl) {
-            auto watcher = std::make_unique<AclWatcher>(this, key, *acl);
-            if (watching_) {
-                // A new ACL may arrive with bindings already in place.
-                for (const Zamu::IntfId& intf : acl->ethIntf())
-                    handleAclPhyIntf(key, intf);
-                for (const Zamu::IntfId& intf : acl->subIntf())
-                    handleAclSubIntf(key, intf);
-                for (const Zamu::IntfId& intf : acl->vlanIntf())
-                    handleAclVlanIntf(key, intf);
-            }
-            return watcher;
-        });
-    watching_ = true;
+    // The ACLs replayed above get their watcher only; a new ACL may arrive with bindings
+    // already in place, handled Ethernet, then sub-interface, then VLAN interface. An ACL
+    // leaving the store only stops being watched.
+    using Watchers = Vorn::EntryWatchers<AclField, AclWatcher>;
+    acl_ = std::make_unique<Watchers>(
+        aclColl()->acl(),
+        Watchers::Hooks{
+            .make =
+                [this](const Ovin::AclKey& key, const Vorn::Ptr<OvinMirelAcl>& acl) {
+                    return std::make_unique<AclWatcher>(this, key, *acl);
+                },
+            .added =
+                [this](const Ovin::AclKey& key, AclWatcher&, const Vorn::Ptr<OvinMirelAcl>& acl) {
+                    for (const Zamu::IntfId& intf : acl->ethIntf())
+                        handleAclPhyIntf(key, intf);
+                    for (const Zamu::IntfId& intf : acl->subIntf())
+                        handleAclSubIntf(key, intf);
+                    for (const Zamu::IntfId& intf : acl->vlanIntf())
+                        handleAclVlanIntf(key, intf);
+                }},
+        Vorn::Existing::watch);
 }
 
 bool AclPhyIntfIndexSm::bound(const Ovin::AclKey& acl, OvinMirelAcl::IntfSet set,
@@ -113,11 +118,10 @@ void AclPhyIntfIndexSm::handleAclSubIntf(const Ovin::AclKey& acl, const Zamu::In
         index()->subIntfAclMappingIs(subIntfId)->aclKeyIs(acl);
         FLINQ(th, 8, " aclKey: " << acl << " subIntf: " << subIntfId << " is added.");
     } else {
-        if (Vorn::Ptr<SubIntfAclColl> acls = index()->subIntfAclMapping(subIntfId)) {
-            acls->aclKeyDel(acl);
-            if (acls->aclKeys() == 0)
-                index()->subIntfAclMappingDel(subIntfId);
-        }
+        index()->subIntfAclMappingDelMember(subIntfId, [&](SubIntfAclColl& acls) {
+            acls.aclKeyDel(acl);
+            return acls.aclKeys();
+        });
         FLINQ(th, 8, " aclKey: " << acl << " subIntf: " << subIntfId << " is removed.");
     }
     Vorn::Ptr<SubPhyIntfColl> carriers = index()->subPhyIntfMapping(subIntfId);
@@ -145,11 +149,10 @@ void AclPhyIntfIndexSm::handleAclVlanIntf(const Ovin::AclKey& acl, const Zamu::I
         index()->vlanAclMappingIs(vlan, vlanIntfId)->aclKeyIs(acl);
         FLINQ(th, 8, " aclKey: " << acl << " vlan: " << vlanIntfId << " is added.");
     } else {
-        if (Vorn::Ptr<VlanAclColl> acls = index()->vlanAclMapping(vlan)) {
-            acls->aclKeyDel(acl);
-            if (acls->aclKeys() == 0)
-                index()->vlanAclMappingDel(vlan);
-        }
+        index()->vlanAclMappingDelMember(vlan, [&](VlanAclColl& acls) {
+            acls.aclKeyDel(acl);
+            return acls.aclKeys();
+        });
         FLINQ(th, 8, " aclKey: " << acl << " vlan: " << vlanIntfId << " is removed.");
     }
     Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig> members =

@@ -51,7 +51,6 @@ class AclPhyIntfIndexSm : public IndexSmBase {
     bool bound(const Ovin::AclKey& acl, OvinMirelAcl::IntfSet set, const Zamu::IntfId& intf) const;
 
     std::unique_ptr<Vorn::EntryWatchers<AclField, AclWatcher>> acl_;
-    bool watching_ = false;  // new ACLs run the handlers only once the replay is done
 };
 
 Vorn::Ptr<AclPhyIntfIndexSm> aclPhyIntfIndexSmFactory(

@@ -19,9 +19,9 @@ class ChipIntfIndexSm::IntfMappingWatcher {
   public:
     IntfMappingWatcher(ChipIntfIndexSm* sm, const Zamu::IntfId& intf,
                        const Vorn::Ptr<Mirel::IntfMapping>& entry)
-        : entry_(entry), chip_(entry->chipId()) {
-        sub_ = entry->chipIdNotify([this, sm, intf] {
-            const Mirel::ChipId now = entry_->chipId();
+        : chip_(entry->chipId()) {
+        sub_ = entry->chipIdNotify([this, sm, intf, e = entry.ptr()] {
+            const Mirel::ChipId now = e->chipId();
             if (now == chip_)
                 return;
             const Mirel::ChipId old = std::exchange(chip_, now);
@@ -30,11 +30,9 @@ class ChipIntfIndexSm::IntfMappingWatcher {
             sm->handleIntfMapping(intf, now);
         });
     }
-    const Vorn::Ptr<Mirel::IntfMapping>& entry() const { return entry_; }
     Mirel::ChipId chip() const { return chip_; }
 
   private:
-    const Vorn::Ptr<Mirel::IntfMapping> entry_;
     Mirel::ChipId chip_;
     Vorn::Subscription sub_;
 };
@@ -47,34 +45,29 @@ ChipIntfIndexSm::ChipIntfIndexSm(
 
 void ChipIntfIndexSm::handleInitialized() {
     intfMapping_.reset();
-    intfMappingGone_.reset();
-    watching_ = false;
     initializedIs(true);
     index()->chipIntfMappingDelAll();
-    for (const auto& [intf, entry] : pdStatus()->intfMapping()) {
-        handleIntfMapping(intf, entry->chipId());
-    }
-    intfMappingGone_ = pdStatus()->intfMappingNotify(
-        [this](const Zamu::IntfId& intf) { handleIntfMappingGone(intf); });
+    // Replays every entry, then follows new, changed and vanished ones.
     intfMapping_ = std::make_unique<Vorn::EntryWatchers<IntfMappingField, IntfMappingWatcher>>(
         pdStatus()->intfMapping(),
-        [this](const Zamu::IntfId& intf, const Vorn::Ptr<Mirel::IntfMapping>& entry) {
-            auto watcher = std::make_unique<IntfMappingWatcher>(this, intf, entry);
-            if (watching_) {
-                FLINQ(th, 8, "handleIntfMapping");
-                handleIntfMapping(intf, entry->chipId());
-            }
-            return watcher;
-        });
-    watching_ = true;
-}
-
-void ChipIntfIndexSm::handleIntfMappingGone(const Zamu::IntfId& intf) {
-    IntfMappingWatcher* watcher = intfMapping_ ? intfMapping_->find(intf) : nullptr;
-    if (!watcher || pdStatus()->intfMapping(intf) == watcher->entry())
-        return;
-    FLINQ(th, 8, "handleIntfMapping");
-    handleIntfMapping(intf, watcher->chip());
+        Vorn::EntryWatchers<IntfMappingField, IntfMappingWatcher>::Hooks{
+            .make =
+                [this](const Zamu::IntfId& intf, const Vorn::Ptr<Mirel::IntfMapping>& entry) {
+                    return std::make_unique<IntfMappingWatcher>(this, intf, entry);
+                },
+            .added =
+                [this](const Zamu::IntfId& intf, IntfMappingWatcher&,
+                       const Vorn::Ptr<Mirel::IntfMapping>& entry) {
+                    FLINQ(th, 8, "handleIntfMapping");
+                    handleIntfMapping(intf, entry->chipId());
+                },
+            .gone =
+                [this](const Zamu::IntfId& intf, IntfMappingWatcher& watcher,
+                       const Vorn::Ptr<Mirel::IntfMapping>&) {
+                    FLINQ(th, 8, "handleIntfMapping");
+                    handleIntfMapping(intf, watcher.chip());
+                }},
+        Vorn::Existing::add);
 }
 
 void ChipIntfIndexSm::handleIntfMapping(const Zamu::IntfId& intf, const Mirel::ChipId& chip) {
@@ -87,11 +80,10 @@ void ChipIntfIndexSm::handleIntfMapping(const Zamu::IntfId& intf, const Mirel::C
         index()->chipIntfMappingIs(entry->chipId())->intfIdIs(intf);
         FLINQ(th, 8, "handleIntfMapping " << intf << " --> ChipId-" << chip << " added");
     } else {
-        if (Vorn::Ptr<ChipIntfMapping> chipIntf = index()->chipIntfMapping(chip)) {
-            chipIntf->intfIdDel(intf);
-            if (chipIntf->intfIds() == 0)
-                index()->chipIntfMappingDel(chip);
-        }
+        index()->chipIntfMappingDelMember(chip, [&](ChipIntfMapping& intfs) {
+            intfs.intfIdDel(intf);
+            return intfs.intfIds();
+        });
         FLINQ(th, 8, "handleIntfMapping " << intf << " --> ChipId-" << chip << " removed");
     }
     updateChipAclMapping1(intf, chip, added);

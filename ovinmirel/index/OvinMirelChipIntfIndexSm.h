@@ -37,13 +37,7 @@ class ChipIntfIndexSm : public IndexSmBase {
     class IntfMappingWatcher;
     using IntfMappingField = Vorn::EntityMapField<Zamu::IntfId, Mirel::IntfMapping>;
 
-    void handleIntfMappingGone(const Zamu::IntfId& intf);
-
-    // Connected before the per-entry watchers so that, on a deletion, it still finds the
-    // watcher of the vanished entry (and the chip the interface was on).
-    Vorn::Subscription intfMappingGone_;
     std::unique_ptr<Vorn::EntryWatchers<IntfMappingField, IntfMappingWatcher>> intfMapping_;
-    bool watching_ = false;  // new entries run the handler only once the replay is done
 };
 
 Vorn::Ptr<ChipIntfIndexSm> chipIntfIndexSmFactory(

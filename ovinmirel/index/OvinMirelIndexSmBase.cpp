@@ -49,19 +49,17 @@ void IndexSmBase::updateAclPhyIntfMappingDeleted(const Ovin::AclKey& acl,
                                                  const Zamu::IntfId& phyIntf,
                                                  const Zamu::IntfId& parentIntf) {
     FLINQ(th, 8, "updateAclPhyIntfMappingDeleted " << acl << " " << phyIntf << " " << parentIntf);
-    Vorn::Ptr<AclPhyIntfColl> aclPhyIntfColl = index_->aclPhyIntfMapping(acl);
-    if (!aclPhyIntfColl)
-        return;
-    if (Vorn::Ptr<PhyIntfMapping> mapping = aclPhyIntfColl->phyIntfMapping(phyIntf)) {
-        mapping->parentIntfIdDel(parentIntf);
-        if (mapping->parentIntfIds() == 0) {
-            aclPhyIntfColl->phyIntfMappingDel(phyIntf);
+    index_->aclPhyIntfMappingDelMember(acl, [&](AclPhyIntfColl& phyIntfs) {
+        const bool lastParent = phyIntfs.phyIntfMappingDelMember(phyIntf, [&](PhyIntfMapping& m) {
+            m.parentIntfIdDel(parentIntf);
+            return m.parentIntfIds();
+        });
+        if (lastParent) {
             updateIntfAclMappingDeleted(acl, phyIntf);
             updateChipAclMapping2(acl, phyIntf, false);
         }
-    }
-    if (aclPhyIntfColl->phyIntfMappings() == 0)
-        index_->aclPhyIntfMappingDel(acl);
+        return phyIntfs.phyIntfMappings();
+    });
 }
 
 void IndexSmBase::updateIntfAclMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& intf) {
@@ -70,11 +68,10 @@ void IndexSmBase::updateIntfAclMappingAdded(const Ovin::AclKey& acl, const Zamu:
 }
 
 void IndexSmBase::updateIntfAclMappingDeleted(const Ovin::AclKey& acl, const Zamu::IntfId& intf) {
-    if (Vorn::Ptr<IntfAclColl> intfAclColl = index_->intfAclMapping(intf)) {
-        intfAclColl->aclKeyDel(acl);
-        if (intfAclColl->aclKeys() == 0)
-            index_->intfAclMappingDel(intf);
-    }
+    index_->intfAclMappingDelMember(intf, [&](IntfAclColl& acls) {
+        acls.aclKeyDel(acl);
+        return acls.aclKeys();
+    });
     FLINQ(th, 8, "updateIntfAclMappingDeleted, key: " << acl << ", " << intf << " deleted");
 }
 
@@ -121,25 +118,21 @@ void IndexSmBase::handleAclIntfChipMappingDeleted(const Ovin::AclKey& acl, const
     FLINQ(th, 8,
           "handleAclIntfChipMappingDeleted " << acl << " <--> " << intf << " <--> ChipId-" << chip
                                              << " deleted");
-    if (Vorn::Ptr<AclChipColl> aclChipColl = index_->aclChipMapping(acl)) {
-        if (Vorn::Ptr<ChipIntfMapping> chipIntf = aclChipColl->chipIntfMapping(chip)) {
-            chipIntf->intfIdDel(intf);
-            if (chipIntf->intfIds() == 0)
-                aclChipColl->chipIntfMappingDel(chip);
-        }
-        if (aclChipColl->chipIntfMappings() == 0)
-            index_->aclChipMappingDel(acl);
-    }
+    index_->aclChipMappingDelMember(acl, [&](AclChipColl& chips) {
+        chips.chipIntfMappingDelMember(chip, [&](ChipIntfMapping& intfs) {
+            intfs.intfIdDel(intf);
+            return intfs.intfIds();
+        });
+        return chips.chipIntfMappings();
+    });
     // The reverse mapping is cleaned second.
-    if (Vorn::Ptr<ChipAclColl> chipAclColl = index_->chipAclMapping(chip)) {
-        if (Vorn::Ptr<AclIntfColl> aclIntf = chipAclColl->aclIntfMapping(acl)) {
-            aclIntf->intfIdDel(intf);
-            if (aclIntf->intfIds() == 0)
-                chipAclColl->aclIntfMappingDel(acl);
-        }
-        if (chipAclColl->aclIntfMappings() == 0)
-            index_->chipAclMappingDel(chip);
-    }
+    index_->chipAclMappingDelMember(chip, [&](ChipAclColl& acls) {
+        acls.aclIntfMappingDelMember(acl, [&](AclIntfColl& intfs) {
+            intfs.intfIdDel(intf);
+            return intfs.intfIds();
+        });
+        return acls.aclIntfMappings();
+    });
 }
 
 void IndexSmBase::updateChipVlanMappingAdded(const Mirel::ChipId& chip,
@@ -155,21 +148,18 @@ void IndexSmBase::updateChipVlanMappingDeleted(const Mirel::ChipId& chip,
                                                const Zamu::IntfId& phyIntf) {
     FLINQ(th, 8,
           "updateChipVlanMappingDeleted, Chip-" << chip << ", vlan-" << vlan << ", " << phyIntf);
-    Vorn::Ptr<ChipVlanColl> chipVlanColl = index_->chipVlanMapping(chip);
-    if (!chipVlanColl)
-        return;
-    if (Vorn::Ptr<VlanPhyIntfColl> vlanColl = chipVlanColl->vlanPhyIntfColl(vlan)) {
-        FLINQ(th, 8, "   Removing " << phyIntf);
-        vlanColl->phyIntfIdDel(phyIntf);
-        if (vlanColl->phyIntfIds() == 0) {
+    const bool chipGone = index_->chipVlanMappingDelMember(chip, [&](ChipVlanColl& vlans) {
+        const bool vlanGone = vlans.vlanPhyIntfCollDelMember(vlan, [&](VlanPhyIntfColl& members) {
+            FLINQ(th, 8, "   Removing " << phyIntf);
+            members.phyIntfIdDel(phyIntf);
+            return members.phyIntfIds();
+        });
+        if (vlanGone)
             FLINQ(th, 8, "   Removing " << vlan);
-            chipVlanColl->vlanPhyIntfCollDel(vlan);
-        }
-    }
-    if (chipVlanColl->vlanPhyIntfColls() == 0) {
+        return vlans.vlanPhyIntfColls();
+    });
+    if (chipGone)
         FLINQ(th, 8, "   Removing " << chip);
-        index_->chipVlanMappingDel(chip);
-    }
 }
 
 void IndexSmBase::updateChipSubIntfMappingAdded(const Mirel::ChipId& chip,
@@ -185,21 +175,18 @@ void IndexSmBase::updateChipSubIntfMappingDeleted(const Mirel::ChipId& chip,
                                                   const Zamu::IntfId& phyIntf) {
     FLINQ(th, 8,
           "updateChipSubIntfMappingDeleted, Chip-" << chip << ", " << subIntf << ", " << phyIntf);
-    Vorn::Ptr<ChipSubIntfColl> chipSubIntfColl = index_->chipSubIntfMapping(chip);
-    if (!chipSubIntfColl)
-        return;
-    if (Vorn::Ptr<SubPhyIntfColl> subColl = chipSubIntfColl->subPhyIntfColl(subIntf)) {
-        FLINQ(th, 8, "   Removing " << phyIntf);
-        subColl->phyIntfIdDel(phyIntf);
-        if (subColl->phyIntfIds() == 0) {
+    const bool chipGone = index_->chipSubIntfMappingDelMember(chip, [&](ChipSubIntfColl& subs) {
+        const bool subGone = subs.subPhyIntfCollDelMember(subIntf, [&](SubPhyIntfColl& carriers) {
+            FLINQ(th, 8, "   Removing " << phyIntf);
+            carriers.phyIntfIdDel(phyIntf);
+            return carriers.phyIntfIds();
+        });
+        if (subGone)
             FLINQ(th, 8, "   Removing " << subIntf);
-            chipSubIntfColl->subPhyIntfCollDel(subIntf);
-        }
-    }
-    if (chipSubIntfColl->subPhyIntfColls() == 0) {
+        return subs.subPhyIntfColls();
+    });
+    if (chipGone)
         FLINQ(th, 8, "   Removing " << chip);
-        index_->chipSubIntfMappingDel(chip);
-    }
 }
 
 }  // namespace OvinMirel

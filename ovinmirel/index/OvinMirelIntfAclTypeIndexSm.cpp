@@ -12,20 +12,16 @@ Flinq::Handle th("OvinMirelIntfAclTypeIndexSm");
 
 }  // namespace
 
-// One per IntfAclColl: an ACL key added or removed runs the handler for it. Keeps the entry so
-// that the ACLs of an entry deleted while not empty can still be walked.
+// One per IntfAclColl: an ACL key added or removed runs the handler for it.
 class IntfAclTypeIndexSm::IntfAclWatcher {
   public:
     IntfAclWatcher(IntfAclTypeIndexSm* sm, const Zamu::IntfId& intf,
-                   const Vorn::Ptr<IntfAclColl>& entry)
-        : entry_(entry) {
+                   const Vorn::Ptr<IntfAclColl>& entry) {
         sub_ = entry->aclKeyNotify(
             [sm, intf](const Ovin::AclKey& acl) { sm->handleIntfAcl(intf, acl); });
     }
-    const Vorn::Ptr<IntfAclColl>& entry() const { return entry_; }
 
   private:
-    const Vorn::Ptr<IntfAclColl> entry_;
     Vorn::Subscription sub_;
 };
 
@@ -53,41 +49,26 @@ Mirel::TableType IntfAclTypeIndexSm::getTableType(const Ovin::AclKey& acl) {
 
 void IntfAclTypeIndexSm::handleInitialized() {
     intfAclMapping_.reset();
-    intfAclGone_.reset();
-    watching_ = false;
     initialized_ = true;
     index_->intfAclTypeMappingDelAll();
-    // The handler writes only intfAclTypeMapping, so walking intfAclMapping directly is safe.
-    for (const auto& [intf, acls] : index_->intfAclMapping()) {
-        for (const Ovin::AclKey& acl : acls->aclKey())
-            handleIntfAcl(intf, acl);
-    }
-    intfAclGone_ =
-        index_->intfAclMappingNotify([this](const Zamu::IntfId& intf) { handleIntfAclGone(intf); });
-    intfAclMapping_ = std::make_unique<Vorn::EntryWatchers<IntfAclField, IntfAclWatcher>>(
-        index_->intfAclMapping(),
-        [this](const Zamu::IntfId& intf, const Vorn::Ptr<IntfAclColl>& entry) {
-            auto watcher = std::make_unique<IntfAclWatcher>(this, intf, entry);
-            if (watching_) {
-                for (const Ovin::AclKey& acl : entry->aclKey())
-                    handleIntfAcl(intf, acl);
-            }
-            return watcher;
-        });
-    watching_ = true;
-}
-
-void IntfAclTypeIndexSm::handleIntfAclGone(const Zamu::IntfId& intf) {
-    IntfAclWatcher* watcher = intfAclMapping_ ? intfAclMapping_->find(intf) : nullptr;
-    if (!watcher)
-        return;
-    Vorn::Ptr<IntfAclColl> old = watcher->entry();
-    if (index_->intfAclMapping(intf) == old)
-        return;
-    // Normally empty by now (its writer removes the last ACL first); a wholesale deletion
+    using Watchers = Vorn::EntryWatchers<IntfAclField, IntfAclWatcher>;
+    // Every ACL of every interface is grouped, now and as entries come. A vanished entry is
+    // normally empty by then (its writer removes the last ACL first); a wholesale deletion
     // leaves ACLs to ungroup.
-    for (const Ovin::AclKey& acl : old->aclKey())
-        handleIntfAcl(intf, acl);
+    auto everyAcl = [this](const Zamu::IntfId& intf, IntfAclWatcher&,
+                           const Vorn::Ptr<IntfAclColl>& entry) {
+        for (const Ovin::AclKey& acl : entry->aclKey())
+            handleIntfAcl(intf, acl);
+    };
+    intfAclMapping_ = std::make_unique<Watchers>(
+        index_->intfAclMapping(),
+        Watchers::Hooks{.make =
+                            [this](const Zamu::IntfId& intf, const Vorn::Ptr<IntfAclColl>& entry) {
+                                return std::make_unique<IntfAclWatcher>(this, intf, entry);
+                            },
+                        .added = everyAcl,
+                        .gone = everyAcl},
+        Vorn::Existing::add);
 }
 
 void IntfAclTypeIndexSm::handleIntfAcl(const Zamu::IntfId& intf, const Ovin::AclKey& acl) {
@@ -100,15 +81,13 @@ void IntfAclTypeIndexSm::handleIntfAcl(const Zamu::IntfId& intf, const Ovin::Acl
               "intfAclTypeMapping: " << intf << " " << tableType << " " << acl << " is Added");
         return;
     }
-    if (Vorn::Ptr<IntfAclTableTypeColl> types = index_->intfAclTypeMapping(intf)) {
-        if (Vorn::Ptr<AclTableTypeMapping> type = types->aclTableTypeMapping(tableType)) {
-            type->aclKeyDel(acl);
-            if (type->aclKeys() == 0)
-                types->aclTableTypeMappingDel(tableType);
-        }
-        if (types->aclTableTypeMappings() == 0)
-            index_->intfAclTypeMappingDel(intf);
-    }
+    index_->intfAclTypeMappingDelMember(intf, [&](IntfAclTableTypeColl& types) {
+        types.aclTableTypeMappingDelMember(tableType, [&](AclTableTypeMapping& acls) {
+            acls.aclKeyDel(acl);
+            return acls.aclKeys();
+        });
+        return types.aclTableTypeMappings();
+    });
     FLINQ(th, 8, "intfAclTypeMapping: " << intf << " " << tableType << " " << acl << " is Removed");
 }
 

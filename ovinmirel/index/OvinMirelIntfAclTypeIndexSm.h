@@ -45,15 +45,9 @@ class IntfAclTypeIndexSm : public Vorn::PtrInterface {
     class IntfAclWatcher;
     using IntfAclField = Vorn::EntityMapField<Zamu::IntfId, IntfAclColl>;
 
-    void handleIntfAclGone(const Zamu::IntfId& intf);
-
     const Vorn::Ptr<Index> index_;
     bool initialized_ = false;
-    // Connected before the per-interface watchers so that, on a deletion, it still finds the
-    // vanished entry's watcher and, through it, the ACLs it held.
-    Vorn::Subscription intfAclGone_;
     std::unique_ptr<Vorn::EntryWatchers<IntfAclField, IntfAclWatcher>> intfAclMapping_;
-    bool watching_ = false;  // new entries run the handler only once the replay is done
 };
 
 Vorn::Ptr<IntfAclTypeIndexSm> intfAclTypeIndexSmFactory(const Vorn::Ptr<Index>& index);

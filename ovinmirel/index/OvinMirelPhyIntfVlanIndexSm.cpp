@@ -13,20 +13,16 @@ Flinq::Handle th("OvinMirelPhyIntfVlanIndexSm");
 
 }  // namespace
 
-// One per VLAN entry: a member joining or leaving runs the handler for it. Keeps the entry so
-// that the members of a VLAN deleted as a whole can still be walked.
+// One per VLAN entry: a member joining or leaving runs the handler for it.
 class PhyIntfVlanIndexSm::VlanWatcher {
   public:
     VlanWatcher(PhyIntfVlanIndexSm* sm, const Bridging::VlanId& vlan,
-                const Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig>& entry)
-        : entry_(entry) {
+                const Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig>& entry) {
         sub_ = entry->phyIntfNotify(
             [sm, vlan](const Zamu::IntfId& phyIntf) { sm->handleVlanPhyIntf(vlan, phyIntf); });
     }
-    const Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig>& entry() const { return entry_; }
 
   private:
-    const Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig> entry_;
     Vorn::Subscription sub_;
 };
 
@@ -38,44 +34,28 @@ PhyIntfVlanIndexSm::PhyIntfVlanIndexSm(
 
 void PhyIntfVlanIndexSm::handleInitialized() {
     vlanPhyIntfConfig_.reset();
-    vlanGone_.reset();
-    watching_ = false;
     initializedIs(true);
     index()->phyIntfVlanMappingDelAll();
     // The chip-VLAN mapping is derived from the membership rebuilt here; entries left from
     // before would otherwise survive a rebuild of the index.
     index()->chipVlanMappingDelAll();
-    for (const auto& [vlan, entry] : vlanPhyIntfConfigDir()->vlanPhyIntfConfig()) {
+    using Watchers = Vorn::EntryWatchers<VlanField, VlanWatcher>;
+    using Entry = Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig>;
+    // Every member of every VLAN is replayed, then new VLANs are handled member by member. A
+    // vanished VLAN is no longer written by anyone: its last members are the ones to remove.
+    auto everyMember = [this](const Bridging::VlanId& vlan, VlanWatcher&, const Entry& entry) {
         for (const Zamu::IntfId& phyIntf : entry->phyIntf())
             handleVlanPhyIntf(vlan, phyIntf);
-    }
-    vlanGone_ = vlanPhyIntfConfigDir()->vlanPhyIntfConfigNotify(
-        [this](const Bridging::VlanId& vlan) { handleVlanGone(vlan); });
-    vlanPhyIntfConfig_ = std::make_unique<Vorn::EntryWatchers<VlanField, VlanWatcher>>(
+    };
+    vlanPhyIntfConfig_ = std::make_unique<Watchers>(
         vlanPhyIntfConfigDir()->vlanPhyIntfConfig(),
-        [this](const Bridging::VlanId& vlan,
-               const Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig>& entry) {
-            auto watcher = std::make_unique<VlanWatcher>(this, vlan, entry);
-            if (watching_) {
-                for (const Zamu::IntfId& phyIntf : entry->phyIntf()) {
-                    handleVlanPhyIntf(vlan, phyIntf);
-                }
-            }
-            return watcher;
-        });
-    watching_ = true;
-}
-
-void PhyIntfVlanIndexSm::handleVlanGone(const Bridging::VlanId& vlan) {
-    VlanWatcher* watcher = vlanPhyIntfConfig_ ? vlanPhyIntfConfig_->find(vlan) : nullptr;
-    if (!watcher)
-        return;
-    Vorn::Ptr<VlanPhyIntfConfigLib::VlanPhyIntfConfig> old = watcher->entry();
-    if (vlanPhyIntfConfigDir()->vlanPhyIntfConfig(vlan) == old)
-        return;
-    // The vanished entry is no longer written by anyone; its members are the ones to remove.
-    for (const Zamu::IntfId& phyIntf : old->phyIntf())
-        handleVlanPhyIntf(vlan, phyIntf);
+        Watchers::Hooks{.make =
+                            [this](const Bridging::VlanId& vlan, const Entry& entry) {
+                                return std::make_unique<VlanWatcher>(this, vlan, entry);
+                            },
+                        .added = everyMember,
+                        .gone = everyMember},
+        Vorn::Existing::add);
 }
 
 void PhyIntfVlanIndexSm::handleVlanPhyIntf(const Bridging::VlanId& vlan,
@@ -87,10 +67,11 @@ void PhyIntfVlanIndexSm::handleVlanPhyIntf(const Bridging::VlanId& vlan,
     const bool added = entry && entry->phyIntf(phyIntf);
     if (added) {
         index()->phyIntfVlanMappingIs(phyIntf)->vlanIdIs(vlan);
-    } else if (Vorn::Ptr<PhyIntfVlanColl> vlans = index()->phyIntfVlanMapping(phyIntf)) {
-        vlans->vlanIdDel(vlan);
-        if (vlans->vlanIds() == 0)
-            index()->phyIntfVlanMappingDel(phyIntf);
+    } else {
+        index()->phyIntfVlanMappingDelMember(phyIntf, [&](PhyIntfVlanColl& vlans) {
+            vlans.vlanIdDel(vlan);
+            return vlans.vlanIds();
+        });
     }
     if (std::optional<Mirel::ChipId> chip = chipOf(phyIntf)) {
         if (added) {

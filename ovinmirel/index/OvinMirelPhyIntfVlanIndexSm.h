@@ -40,13 +40,7 @@ class PhyIntfVlanIndexSm : public IndexSmBase {
     using VlanField =
         Vorn::EntityMapField<Bridging::VlanId, VlanPhyIntfConfigLib::VlanPhyIntfConfig>;
 
-    void handleVlanGone(const Bridging::VlanId& vlan);
-
-    // Connected before the per-VLAN watchers so that, on a deletion, it still finds the
-    // vanished entry's watcher and, through it, the members it had.
-    Vorn::Subscription vlanGone_;
     std::unique_ptr<Vorn::EntryWatchers<VlanField, VlanWatcher>> vlanPhyIntfConfig_;
-    bool watching_ = false;  // new VLANs run the handler only once the replay is done
 };
 
 Vorn::Ptr<PhyIntfVlanIndexSm> phyIntfVlanIndexSmFactory(

@@ -20,20 +20,16 @@ const Vorn::Ptr<T>& required(const Vorn::Ptr<T>& p, const char* attr) {
 
 }  // namespace
 
-// One per LAG entry: a port joining or leaving runs handleLagMember for it. Keeps the entry so
-// that the members of a LAG deleted as a whole can still be walked.
+// One per LAG entry: a port joining or leaving runs handleLagMember for it.
 class SubIntfIndexSm::LagWatcher {
   public:
     LagWatcher(SubIntfIndexSm* sm, const Zamu::IntfId& lagIntf,
-               const Vorn::Ptr<Lag::LagPhyIntfConfig>& entry)
-        : entry_(entry) {
+               const Vorn::Ptr<Lag::LagPhyIntfConfig>& entry) {
         sub_ = entry->phyIntfNotify(
             [sm, lagIntf](const Zamu::IntfId& ethIntf) { sm->handleLagMember(lagIntf, ethIntf); });
     }
-    const Vorn::Ptr<Lag::LagPhyIntfConfig>& entry() const { return entry_; }
 
   private:
-    const Vorn::Ptr<Lag::LagPhyIntfConfig> entry_;
     Vorn::Subscription sub_;
 };
 
@@ -48,9 +44,7 @@ SubIntfIndexSm::SubIntfIndexSm(
 
 void SubIntfIndexSm::handleInitialized() {
     lagPhyIntfConfig_.reset();
-    lagGone_.reset();
     subIntfConfigSub_.reset();
-    watching_ = false;
     initializedIs(true);
     // Both are derived from the carriers rebuilt here; entries left from before would
     // otherwise survive a rebuild of the index.
@@ -60,31 +54,24 @@ void SubIntfIndexSm::handleInitialized() {
         handleSubIntf(subIntf);
     subIntfConfigSub_ = subIntfConfig_->intfConfigNotify(
         [this](const Zamu::IntfId& subIntf) { handleSubIntf(subIntf); });
-    lagGone_ = lagMapping_->lagPhyIntfConfigNotify(
-        [this](const Zamu::IntfId& lagIntf) { handleLagGone(lagIntf); });
-    lagPhyIntfConfig_ = std::make_unique<Vorn::EntryWatchers<LagField, LagWatcher>>(
+    using Watchers = Vorn::EntryWatchers<LagField, LagWatcher>;
+    using Entry = Vorn::Ptr<Lag::LagPhyIntfConfig>;
+    // The LAGs present now were covered by the sub-interface replay (it walks their members).
+    // A new LAG's members start carrying its sub-interfaces; a vanished LAG's last members
+    // stop.
+    auto everyMember = [this](const Zamu::IntfId& lagIntf, LagWatcher&, const Entry& entry) {
+        for (const Zamu::IntfId& ethIntf : entry->phyIntf())
+            handleLagMember(lagIntf, ethIntf);
+    };
+    lagPhyIntfConfig_ = std::make_unique<Watchers>(
         lagMapping_->lagPhyIntfConfig(),
-        [this](const Zamu::IntfId& lagIntf, const Vorn::Ptr<Lag::LagPhyIntfConfig>& entry) {
-            auto watcher = std::make_unique<LagWatcher>(this, lagIntf, entry);
-            if (watching_) {
-                for (const Zamu::IntfId& ethIntf : entry->phyIntf()) {
-                    handleLagMember(lagIntf, ethIntf);
-                }
-            }
-            return watcher;
-        });
-    watching_ = true;
-}
-
-void SubIntfIndexSm::handleLagGone(const Zamu::IntfId& lagIntf) {
-    LagWatcher* watcher = lagPhyIntfConfig_ ? lagPhyIntfConfig_->find(lagIntf) : nullptr;
-    if (!watcher)
-        return;
-    Vorn::Ptr<Lag::LagPhyIntfConfig> old = watcher->entry();
-    if (lagMapping_->lagPhyIntfConfig(lagIntf) == old)
-        return;
-    for (const Zamu::IntfId& ethIntf : old->phyIntf())
-        handleLagMember(lagIntf, ethIntf);
+        Watchers::Hooks{.make =
+                            [this](const Zamu::IntfId& lagIntf, const Entry& entry) {
+                                return std::make_unique<LagWatcher>(this, lagIntf, entry);
+                            },
+                        .added = everyMember,
+                        .gone = everyMember},
+        Vorn::Existing::watch);
 }
 
 void SubIntfIndexSm::handleSubIntf(const Zamu::IntfId& intfId) {
@@ -131,11 +118,10 @@ void SubIntfIndexSm::handleLagSubIntf(const Zamu::IntfId& intfId) {
         }
     } else {
         FLINQ(th, 8, "   Removing Lag SubIntf " << intfId);
-        if (Vorn::Ptr<LagSubIntfColl> subIntfs = index()->lagSubIntfMapping(lag)) {
-            subIntfs->subIntfIdDel(intfId);
-            if (subIntfs->subIntfIds() == 0)
-                index()->lagSubIntfMappingDel(lag);
-        }
+        index()->lagSubIntfMappingDelMember(lag, [&](LagSubIntfColl& subIntfs) {
+            subIntfs.subIntfIdDel(intfId);
+            return subIntfs.subIntfIds();
+        });
         if (!members)
             return;
         for (const Zamu::IntfId& member : members->phyIntf()) {
@@ -187,16 +173,14 @@ void SubIntfIndexSm::updateSubIntfMappingDeleted(const Zamu::IntfId& phyIntf,
     if (std::optional<Mirel::ChipId> chip = chipOf(phyIntf)) {
         updateChipSubIntfMappingDeleted(*chip, subIntf, phyIntf);
     }
-    if (Vorn::Ptr<SubPhyIntfColl> carriers = index()->subPhyIntfMapping(subIntf)) {
-        carriers->phyIntfIdDel(phyIntf);
-        if (carriers->phyIntfIds() == 0)
-            index()->subPhyIntfMappingDel(subIntf);
-    }
-    if (Vorn::Ptr<PhySubIntfColl> carried = index()->phySubIntfMapping(phyIntf)) {
-        carried->subIntfIdDel(subIntf);
-        if (carried->subIntfIds() == 0)
-            index()->phySubIntfMappingDel(phyIntf);
-    }
+    index()->subPhyIntfMappingDelMember(subIntf, [&](SubPhyIntfColl& carriers) {
+        carriers.phyIntfIdDel(phyIntf);
+        return carriers.phyIntfIds();
+    });
+    index()->phySubIntfMappingDelMember(phyIntf, [&](PhySubIntfColl& carried) {
+        carried.subIntfIdDel(subIntf);
+        return carried.subIntfIds();
+    });
     Vorn::Ptr<SubIntfAclColl> acls = index()->subIntfAclMapping(subIntf);
     if (!acls)
         return;

@@ -62,16 +62,10 @@ class SubIntfIndexSm : public IndexSmBase {
     class LagWatcher;
     using LagField = Vorn::EntityMapField<Zamu::IntfId, Lag::LagPhyIntfConfig>;
 
-    void handleLagGone(const Zamu::IntfId& lagIntf);
-
     const Vorn::Ptr<Lag::LagPhyIntfMapping> lagMapping_;
     const Vorn::Ptr<Interface::SubIntfConfigDir> subIntfConfig_;
     Vorn::Subscription subIntfConfigSub_;
-    // Connected before the per-LAG watchers so that, on a deletion, it still finds the
-    // vanished entry's watcher and, through it, the members it had.
-    Vorn::Subscription lagGone_;
     std::unique_ptr<Vorn::EntryWatchers<LagField, LagWatcher>> lagPhyIntfConfig_;
-    bool watching_ = false;  // new LAGs run the handler only once the replay is done
 };
 
 Vorn::Ptr<SubIntfIndexSm> subIntfIndexSmFactory(

@@ -14,6 +14,8 @@
 // collection: the collection, iterable, with `find`/`contains`), `x(key)` looks one key up,
 // `xs()` is the number of entries, `xIs(...)` sets or adds, `xDel(key)` deletes one entry,
 // `xDelAll()` empties, `xNotify(f)` subscribes `f` to changes and returns the Subscription.
+// A collection of entities also has `xDelMember(key, remove)`: remove a member from the
+// entry, and delete the entry when it has none left.
 // The macros only supply names; every rule lives in the field templates below:
 //  - writing a value equal to the stored one changes nothing and notifies nobody;
 //  - a real change notifies synchronously, in write order: attributes with no argument,
@@ -313,6 +315,16 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
         this->changed(k);
         return child;
     }
+    // "Remove a member, and the entry when it has none left": runs `remove(entry)` on the
+    // entry of k when there is one; `remove` returns how many members the entry has left, and
+    // an entry left with none is deleted. Returns true when the entry went.
+    template <class Remove>
+    bool delMember(const K& k, Remove&& remove) {
+        Ptr<V> entry = find(k);
+        if (!entry || remove(*entry) != 0)
+            return false;
+        return this->del(k);
+    }
 };
 
 }  // namespace Vorn
@@ -456,6 +468,10 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
     template <class... A>                                                                    \
     ::Vorn::Ptr<V> name##Is(const K& k, A&&... args) {                                       \
         return name##_.is(k, std::forward<A>(args)...);                                      \
+    }                                                                                        \
+    template <class Remove>                                                                  \
+    bool name##DelMember(const K& k, Remove&& remove) {                                      \
+        return name##_.delMember(k, std::forward<Remove>(remove));                           \
     }                                                                                        \
                                                                                              \
   private:                                                                                   \

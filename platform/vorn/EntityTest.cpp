@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/vorn/EntryWatchers.h"
-
 namespace {
 
 class Child : public Vorn::Entity {
@@ -204,82 +202,6 @@ TEST(VornEntity, WatcherWritesAnotherWatchedEntityNestedInOrder) {
     p->countIs(3);
     EXPECT_EQ(seen, (std::vector<std::string>{"p1", "q", "p1 done", "p2"}));
     EXPECT_EQ(q->count(), 3);
-}
-
-struct ChildWatcher {
-    ChildWatcher(std::vector<std::string>* log, int key, const Vorn::Ptr<Child>& c)
-        : log_(log), key_(key) {
-        log_->push_back("watch " + std::to_string(key));
-        sub_ = c->valueNotify([this, c = c.ptr()] {
-            log_->push_back(std::to_string(key_) + "=" + std::to_string(c->value()));
-        });
-    }
-    ~ChildWatcher() { log_->push_back("unwatch " + std::to_string(key_)); }
-    std::vector<std::string>* log_;
-    int key_;
-    Vorn::Subscription sub_;
-};
-
-TEST(VornEntryWatchers, OneWatcherPerEntryFollowsEntries) {
-    auto p = Vorn::make<Parent>();
-    p->childIs(1);
-    std::vector<std::string> log;
-    Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, ChildWatcher> watchers(
-        p->child(),
-        [&](int k, const Vorn::Ptr<Child>& c) {
-            return std::make_unique<ChildWatcher>(&log, k, c);
-        },
-        [&](int k) { log.push_back("deleted " + std::to_string(k)); });
-    EXPECT_EQ(watchers.size(), 1u);
-    p->childIs(2)->valueIs(20);
-    p->child(1)->valueIs(10);
-    p->childDel(1);
-    p->child(2)->valueIs(21);
-    EXPECT_EQ(log, (std::vector<std::string>{"watch 1", "watch 2", "2=20", "1=10", "unwatch 1",
-                                             "deleted 1", "2=21"}));
-    EXPECT_EQ(watchers.find(1), nullptr);
-    EXPECT_NE(watchers.find(2), nullptr);
-}
-
-TEST(VornEntryWatchers, WatcherThatDeletesItsOwnEntryIsDroppedSafely) {
-    auto p = Vorn::make<Parent>();
-    struct SelfDeleting {
-        SelfDeleting(Parent* p, int k, const Vorn::Ptr<Child>& c) {
-            sub_ = c->valueNotify([p, k] { p->childDel(k); });
-        }
-        Vorn::Subscription sub_;
-    };
-    Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, SelfDeleting> watchers(
-        p->child(), [&](int k, const Vorn::Ptr<Child>& c) {
-            return std::make_unique<SelfDeleting>(p.ptr(), k, c);
-        });
-    p->childIs(1);
-    p->childIs(2);
-    p->child(1)->valueIs(1);
-    EXPECT_EQ(p->childs(), 1u);
-    EXPECT_EQ(watchers.size(), 1u);
-    EXPECT_NE(watchers.find(2), nullptr);
-}
-
-TEST(VornEntryWatchers, ReplacedEntryGetsAFreshWatcher) {
-    auto p = Vorn::make<Parent>();
-    std::vector<std::string> log;
-    Vorn::EntryWatchers<Vorn::EntityMapField<int, Child>, ChildWatcher> watchers(
-        p->child(), [&](int k, const Vorn::Ptr<Child>& c) {
-            return std::make_unique<ChildWatcher>(&log, k, c);
-        });
-    // A watcher of the collection that re-creates the entry when it is deleted: the per-entry
-    // watchers must end up on the new entity.
-    auto s = p->childNotify([&](int k) {
-        if (!p->child(k) && k == 1 && log.size() < 10)
-            p->childIs(1);
-    });
-    p->childIs(1);
-    p->childDel(1);
-    ASSERT_NE(p->child(1), nullptr);
-    p->child(1)->valueIs(3);
-    EXPECT_EQ(log.back(), "1=3");
-    EXPECT_EQ(watchers.size(), 1u);
 }
 
 }  // namespace

@@ -1,20 +1,32 @@
 #pragma once
 // EntryWatchers: "one watcher per entry of a watched collection". Given an instantiating
-// collection, keeps exactly one W per entry, created when the entry appears and destroyed when
-// it goes (or is replaced by another entity under the same key). A state machine declares it
-// after the references it uses and gives it a factory:
+// collection, keeps exactly one W per entry, made when the entry appears and dropped when it
+// goes (or is replaced by another entity under the same key). A state machine declares it
+// after the references it uses and gives it its hooks:
 //
 //   Vorn::EntryWatchers<Vorn::EntityMapField<Zamu::IntfId, Mirel::IntfMapping>, IntfWatcher>
-//       intfMapping_{pdStatus_->intfMapping(),
-//                    [this](const Zamu::IntfId& k, const Vorn::Ptr<Mirel::IntfMapping>& e) {
-//                        return std::make_unique<IntfWatcher>(this, k, e); }};
+//       intfMapping_{pdStatus_->intfMapping(), {
+//           .make = [this](const Zamu::IntfId& k, const Vorn::Ptr<Mirel::IntfMapping>& e) {
+//               return std::make_unique<IntfWatcher>(this, k, e); },
+//           .added = [this](const Zamu::IntfId& k, IntfWatcher& w, const auto& e) { ... },
+//           .gone = [this](const Zamu::IntfId& k, IntfWatcher& w, const auto& e) { ... }}};
 //
-// The factory may return nullptr (no watcher for that entry). `onDeleted`, when given, runs
-// after an entry's watcher is gone. The constructor creates watchers for the entries already
-// present, in the collection's iteration order, unless told not to (`replay` false; then call
-// `replay()` when the owner is ready).
-// A watcher may delete the entry it watches from inside its own callback; it must then not
-// touch its own members afterwards (it is destroyed during the delete, like `delete this`).
+//  - `make` builds the watcher of an entry (nullptr: no watcher for that entry). It should
+//    only subscribe; the owner's reaction to a new entry belongs in `added`.
+//  - `added` runs once the entry's watcher is in place, for every entry that appears after
+//    construction, and for the entries present at construction only when asked
+//    (Existing::add); with Existing::watch (the default) those get a watcher and nothing else,
+//    for owners that replay their input in an order of their own.
+//  - `gone` runs when an entry is deleted or replaced, with the watcher and the entity it
+//    watched (the collection no longer holds it); the watcher is destroyed right after. So an
+//    owner needs no second subscription to learn what a vanished entry held.
+// Destroying the EntryWatchers drops every watcher without calling `gone`.
+//
+// Reentrancy: any hook may write the watched collection. A change that supersedes an entry
+// while its watcher is being made (the entry deleted or replaced from inside `make`) discards
+// that watcher; the latest state of the collection always wins, and `added`/`gone` are called
+// in pairs for each entity that got a watcher. A watcher (or `added`) may delete the entry it
+// watches; its watcher is then destroyed during the delete, like `delete this`.
 
 #include <functional>
 #include <map>
@@ -25,28 +37,29 @@
 
 namespace Vorn {
 
+enum class Existing { watch, add };
+
 template <class Field, class W>
 class EntryWatchers {
   public:
     using K = typename Field::key_type;
     using V = typename Field::mapped_type;
-    using Factory = std::function<std::unique_ptr<W>(const K&, const Ptr<V>&)>;
-    using Deleted = std::function<void(const K&)>;
 
-    EntryWatchers(const Field& field, Factory make, Deleted onDeleted = {}, bool replay = true)
-        : field_(&field), make_(std::move(make)), onDeleted_(std::move(onDeleted)) {
-        sub_ = field.notify([this](const K& k) { handle(k); });
-        if (replay)
-            this->replay();
+    struct Hooks {
+        std::function<std::unique_ptr<W>(const K&, const Ptr<V>&)> make = {};
+        std::function<void(const K&, W&, const Ptr<V>&)> added = {};
+        std::function<void(const K&, W&, const Ptr<V>&)> gone = {};
+    };
+
+    EntryWatchers(const Field& field, Hooks hooks, Existing existing = Existing::watch)
+        : field_(&field), hooks_(std::move(hooks)) {
+        sub_ = field.notify([this](const K& k) { handle(k, true); });
+        for (const K& k : field.keys())
+            handle(k, existing == Existing::add);
     }
     EntryWatchers(const EntryWatchers&) = delete;
     EntryWatchers& operator=(const EntryWatchers&) = delete;
 
-    // Creates the watchers of entries that have none yet.
-    void replay() {
-        for (const K& k : field_->keys())
-            handle(k);
-    }
     W* find(const K& k) const {
         auto it = watchers_.find(k);
         return it == watchers_.end() ? nullptr : it->second.watcher.get();
@@ -59,33 +72,38 @@ class EntryWatchers {
         std::unique_ptr<W> watcher;
     };
 
-    void handle(const K& k) {
+    void handle(const K& k, bool runAdded) {
         Ptr<V> now = field_->find(k);
         auto it = watchers_.find(k);
         if (it != watchers_.end()) {
             if (it->second.entity == now)
                 return;
-            // Gone or replaced: drop the old watcher first.
-            auto old = std::move(it->second.watcher);
+            Entry old = std::move(it->second);
             watchers_.erase(it);
-            old.reset();
-            if (onDeleted_)
-                onDeleted_(k);
+            if (old.watcher && hooks_.gone)
+                hooks_.gone(k, *old.watcher, old.entity);
+            old.watcher.reset();
+            // `gone` may have changed the entry again, and a nested call dealt with it.
+            if (watchers_.contains(k))
+                return;
+            now = field_->find(k);
         }
         if (!now)
             return;
-        watchers_.try_emplace(k, Entry{now, nullptr});
-        std::unique_ptr<W> w = make_(k, now);
-        // The factory may have re-entered and changed the entry; keep the latest decision.
+        // A placeholder first: a change made while the watcher is being built sees it.
+        watchers_.emplace(k, Entry{now, nullptr});
+        std::unique_ptr<W> w = hooks_.make ? hooks_.make(k, now) : nullptr;
         auto slot = watchers_.find(k);
-        if (slot != watchers_.end() && slot->second.entity == now && !slot->second.watcher) {
-            slot->second.watcher = std::move(w);
-        }
+        if (slot == watchers_.end() || slot->second.entity != now || slot->second.watcher)
+            return;  // superseded while it was made
+        W* made = w.get();
+        slot->second.watcher = std::move(w);
+        if (made && runAdded && hooks_.added)
+            hooks_.added(k, *made, now);
     }
 
     const Field* field_;
-    Factory make_;
-    Deleted onDeleted_;
+    Hooks hooks_;
     std::map<K, Entry> watchers_;
     Subscription sub_;
 };
