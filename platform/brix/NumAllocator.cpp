@@ -1,44 +1,88 @@
 #include "platform/brix/NumAllocator.h"
 
-#include <cmath>
+#include <algorithm>
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/vorn/Assert.h"
+#include "platform/vorn/Exception.h"
 
 namespace Brix {
 
-NumAllocatorConfig::NumAllocatorConfig(uint32_t min, uint32_t max, Vorn::Seconds expiry)
-    : min_(min), max_(max), expiry_(expiry) {
-    if (min > max) {
-        throw std::invalid_argument("Brix::NumAllocatorConfig: min " + std::to_string(min) +
-                                    " > max " + std::to_string(max));
-    }
-    if (!(expiry >= 0)) {
-        throw std::invalid_argument("Brix::NumAllocatorConfig: expiry " + std::to_string(expiry) +
-                                    " is negative or NaN");
-    }
+Range::Range(uint32_t first, uint32_t last) : first_(first), last_(last) {
+    if (first > last)
+        Vorn::throwRangeError("Range::first > Range::last not allowed");
 }
 
-NumAllocatorStatus::NumAllocatorStatus(const NumAllocatorConfig& config)
-    : config_(config), freeCount_(config.size()) {
-    free_.emplace(config.min(), config.max());
+std::ostream& operator<<(std::ostream& os, const Range& r) {
+    return os << "[" << r.first() << ", " << r.last() << "]";
 }
 
-void NumAllocatorStatus::reclaim() {
+NumAllocatorConfig::NumAllocatorConfig(Range range, Vorn::Seconds expiry) : expiry_(expiry) {
+    if (!(expiry >= 0))
+        Vorn::throwRangeError("NumAllocatorConfig::expiry < 0 not allowed");
+    rangeIs(range);
+}
+
+NumAllocator::NumAllocator(const Vorn::Ptr<NumAllocatorConfig>& config,
+                           const Vorn::Ptr<NumAllocatorStatus>& status)
+    : config_(config), status_(status) {
+    Vorn::requireNonNull(config, "Brix::NumAllocator", "config");
+    Vorn::requireNonNull(status, "Brix::NumAllocator", "status");
+    rebuild();
+    rangeSub_ = config_->rangeNotify([this] { rebuild(); });
+}
+
+void NumAllocator::rebuild() {
+    const Range range = config_->range();
+    free_.clear();
+    freeCount_ = 0;
+    heldBackQueue_.clear();
+    std::vector<std::pair<Vorn::Seconds, uint32_t>> held;
+    for (const auto& [n, at] : status_->heldBack())
+        held.emplace_back(at, n);
+    std::stable_sort(held.begin(), held.end());
+    heldBackQueue_.assign(held.begin(), held.end());
+    // Walk the range in gaps between the numbers that are taken (in use or held back).
+    uint64_t next = range.first();
+    // The free span [first, end), when not empty.
+    auto addSpan = [&](uint64_t first, uint64_t end) {
+        if (first >= end)
+            return;
+        free_.emplace(static_cast<uint32_t>(first), static_cast<uint32_t>(end - 1));
+        freeCount_ += end - first;
+    };
+    auto taken = [&](uint32_t n) {
+        if (!range.contains(n) || n < next)
+            return;
+        addSpan(next, n);
+        next = uint64_t{n} + 1;
+    };
+    std::vector<uint32_t> all(status_->allocated().begin(), status_->allocated().end());
+    for (const auto& [n, at] : status_->heldBack())
+        all.push_back(n);
+    std::sort(all.begin(), all.end());
+    for (uint32_t n : all)
+        taken(n);
+    addSpan(next, uint64_t{range.last()} + 1);
+}
+
+void NumAllocator::reclaim() {
     if (heldBackQueue_.empty())
         return;
     const Vorn::Seconds now = Vorn::currentTime();
     while (!heldBackQueue_.empty() && now >= heldBackQueue_.front().first) {
         const uint32_t n = heldBackQueue_.front().second;
         heldBackQueue_.pop_front();
-        heldBack_.erase(n);
-        addFree(n);
+        status_->heldBackDel(n);
+        if (config_->range().contains(n))
+            addFree(n);
     }
 }
 
-bool NumAllocatorStatus::isFreeNow(uint32_t n) const {
+bool NumAllocator::isFreeNow(uint32_t n) const {
     auto it = free_.upper_bound(n);
     if (it == free_.begin())
         return false;
@@ -46,7 +90,7 @@ bool NumAllocatorStatus::isFreeNow(uint32_t n) const {
     return n <= it->second;
 }
 
-void NumAllocatorStatus::takeFree(uint32_t n) {
+void NumAllocator::takeFree(uint32_t n) {
     auto it = std::prev(free_.upper_bound(n));
     const uint32_t first = it->first;
     const uint32_t last = it->second;
@@ -54,7 +98,7 @@ void NumAllocatorStatus::takeFree(uint32_t n) {
     if (first == last) {
         free_.erase(it);
     } else if (n == first) {
-        // Re-key the node in place: no allocation on the common get() path.
+        // Re-key the node in place: no allocation on the common getNumber() path.
         auto node = free_.extract(it);
         node.key() = n + 1;
         free_.insert(std::move(node));
@@ -65,9 +109,10 @@ void NumAllocatorStatus::takeFree(uint32_t n) {
         free_.emplace(n + 1, last);
     }
     --freeCount_;
+    status_->allocatedIs(n);
 }
 
-void NumAllocatorStatus::addFree(uint32_t n) {
+void NumAllocator::addFree(uint32_t n) {
     auto next = free_.upper_bound(n);
     const bool joinsNext = next != free_.end() && n != UINT32_MAX && next->first == n + 1;
     auto prev = next == free_.begin() ? free_.end() : std::prev(next);
@@ -88,57 +133,47 @@ void NumAllocatorStatus::addFree(uint32_t n) {
     ++freeCount_;
 }
 
-std::optional<uint32_t> NumAllocatorStatus::get() {
+std::optional<uint32_t> NumAllocator::getNumber() {
     reclaim();
     if (free_.empty())
         return std::nullopt;
     const uint32_t n = free_.begin()->first;
     takeFree(n);
-    ++allocated_;
     return n;
 }
 
-bool NumAllocatorStatus::reserve(uint32_t n) {
-    if (!config_.contains(n))
+bool NumAllocator::reserveNumber(uint32_t n) {
+    if (!config_->range().contains(n))
         return false;
     reclaim();
     if (!isFreeNow(n))
         return false;
     takeFree(n);
-    ++allocated_;
     return true;
 }
 
-void NumAllocatorStatus::release(uint32_t n) {
-    if (!config_.contains(n)) {
-        throw std::invalid_argument("Brix::NumAllocatorStatus::release: " + std::to_string(n) +
-                                    " is out of range [" + std::to_string(config_.min()) + ", " +
-                                    std::to_string(config_.max()) + "]");
-    }
-    if (!isAllocated(n)) {
-        throw std::invalid_argument("Brix::NumAllocatorStatus::release: " + std::to_string(n) +
+void NumAllocator::releaseNumber(uint32_t n) {
+    if (!status_->allocated(n)) {
+        throw std::invalid_argument("Brix::NumAllocator::releaseNumber: " + std::to_string(n) +
                                     " is not allocated");
     }
-    --allocated_;
-    if (config_.expiry() == 0) {
-        addFree(n);
+    status_->allocatedDel(n);
+    if (config_->expiry() == 0) {
+        if (config_->range().contains(n))
+            addFree(n);
         return;
     }
-    const Vorn::Seconds freeAt = Vorn::currentTime() + config_.expiry();
+    const Vorn::Seconds freeAt = Vorn::currentTime() + config_->expiry();
     heldBackQueue_.emplace_back(freeAt, n);
-    heldBack_.emplace(n, freeAt);
+    status_->heldBackIs(n, freeAt);
 }
 
-bool NumAllocatorStatus::isHeldBack(uint32_t n) const {
-    auto it = heldBack_.find(n);
-    return it != heldBack_.end() && Vorn::currentTime() < it->second;
+bool NumAllocator::isHeldBack(uint32_t n) const {
+    const Vorn::Seconds* at = status_->heldBack(n);
+    return at && Vorn::currentTime() < *at;
 }
 
-bool NumAllocatorStatus::isAllocated(uint32_t n) const {
-    return config_.contains(n) && !isFreeNow(n) && !heldBack_.contains(n);
-}
-
-uint64_t NumAllocatorStatus::freeCount() {
+uint64_t NumAllocator::freeCount() {
     reclaim();
     return freeCount_;
 }

@@ -460,24 +460,28 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
                                                                                        \
   public:
 
-#define VORN_ENTITY_MAP_(K, V, name, Ix)                                                     \
-    VORN_COLLECTION_COMMON_(::Vorn::EntityMapField<K VORN_COMMA_ V VORN_COMMA_ Ix>, K, name) \
-    ::Vorn::Ptr<V> name(const K& k) const {                                                  \
-        return name##_.find(k);                                                              \
-    }                                                                                        \
-    template <class... A>                                                                    \
-    ::Vorn::Ptr<V> name##Is(const K& k, A&&... args) {                                       \
-        return name##_.is(k, std::forward<A>(args)...);                                      \
-    }                                                                                        \
-    template <class Remove>                                                                  \
-    bool name##DelMember(const K& k, Remove&& remove) {                                      \
-        return name##_.delMember(k, std::forward<Remove>(remove));                           \
-    }                                                                                        \
-                                                                                             \
-  private:                                                                                   \
-    ::Vorn::EntityMapField<K, V, Ix> name##_{*this};                                         \
-                                                                                             \
+// Tmpl<K, V, Ix> is the field type: EntityMapField, or a subclass such as MachineMapField.
+#define VORN_ENTITY_MAP_FIELD_(Tmpl, K, V, Ix, name)                       \
+    VORN_COLLECTION_COMMON_(Tmpl<K VORN_COMMA_ V VORN_COMMA_ Ix>, K, name) \
+    ::Vorn::Ptr<V> name(const K& k) const {                                \
+        return name##_.find(k);                                            \
+    }                                                                      \
+    template <class... A>                                                  \
+    ::Vorn::Ptr<V> name##Is(const K& k, A&&... args) {                     \
+        return name##_.is(k, std::forward<A>(args)...);                    \
+    }                                                                      \
+    template <class Remove>                                                \
+    bool name##DelMember(const K& k, Remove&& remove) {                    \
+        return name##_.delMember(k, std::forward<Remove>(remove));         \
+    }                                                                      \
+                                                                           \
+  private:                                                                 \
+    Tmpl<K, V, Ix> name##_{*this};                                         \
+                                                                           \
   public:
+
+#define VORN_ENTITY_MAP_(K, V, name, Ix) \
+    VORN_ENTITY_MAP_FIELD_(::Vorn::EntityMapField, K, V, Ix, name)
 
 #define VORN_COMMA_ ,
 #define VORN_SET(K, name) VORN_SET_(K, name, ::Vorn::Hashed)

@@ -15,6 +15,13 @@ void throwReinstantiation(std::string_view fullName, std::string_view attr, std:
     throw ReinstantiationException(text);
 }
 
+void throwPointerReinstantiation(std::string_view attr, std::string_view value) {
+    std::string text =
+        "Reinstantiating the pointer interface where constructor parameter attribute _";
+    text.append(attr).append(" has a different value of ").append(value);
+    throw ReinstantiationException(text);
+}
+
 void throwNullMutatorArgument(std::string_view owner, std::string_view attr) {
     std::string text = "null _";
     text.append(attr).append(" parameter to mutator for ").append(owner).append("::");

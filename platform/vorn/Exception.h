@@ -32,6 +32,11 @@ class ReinstantiationException : public std::invalid_argument {
 [[noreturn]] void throwReinstantiation(std::string_view fullName, std::string_view attr,
                                        std::string_view value, std::string_view held);
 
+// Throws ReinstantiationException "Reinstantiating the pointer interface where constructor
+// parameter attribute _<attr> has a different value of <value>": a state machine asked for
+// again with another reference than the one it holds.
+[[noreturn]] void throwPointerReinstantiation(std::string_view attr, std::string_view value);
+
 // Throws NullPointerException "null _<attr> parameter to mutator for <owner>::<attr> not
 // allowed" when p is null.
 [[noreturn]] void throwNullMutatorArgument(std::string_view owner, std::string_view attr);
