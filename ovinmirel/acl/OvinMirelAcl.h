@@ -27,6 +27,7 @@ class OvinMirelAcl : public Vorn::Entity {
     VORN_ATTR(bool, inUse, true)     // false once the agent removed the ACL; gone at destroy
     VORN_ORDERED_MAP(Mirel::AceIndex, Mirel::IpRuleConfig, ipRuleById)
     VORN_ORDERED_MAP(Mirel::AceIndex, Mirel::MacRuleConfig, macRuleById)
+    // Hashed, as the data model has them; walked in key order (sortedKeys) where it shows.
     VORN_SET(Zamu::IntfId, ethIntf)
     VORN_SET(Zamu::IntfId, subIntf)
     VORN_SET(Zamu::IntfId, vlanIntf)

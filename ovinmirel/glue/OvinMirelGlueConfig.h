@@ -16,7 +16,7 @@ class GlueConfig : public Vorn::Entity {
     const Vorn::Name& name() const { return name_; }
 
     // Interfaces the agent asks to hold blocked while ACLs are updated (member: true).
-    VORN_SET(Zamu::IntfId, blockedIntf)
+    VORN_ORDERED_SET(Zamu::IntfId, blockedIntf)
     // Each change asks for a commit cycle; seconds on the framework clock.
     VORN_ATTR(Vorn::Seconds, prepareCommitKickTime, 0.0)
     VORN_ATTR(Mirel::PackerAlgorithm, packerAlgorithm, Mirel::packerFirstFit)

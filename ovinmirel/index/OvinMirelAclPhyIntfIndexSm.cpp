@@ -45,13 +45,15 @@ void AclPhyIntfIndexSm::handleInitialized() {
     index()->vlanAclMappingDelAll();
     index()->subIntfAclMappingDelAll();
     index()->aclPhyIntfMappingDelAll();
-    // The handlers write only the Index, so walking the store directly is safe.
-    for (const auto& [key, acl] : aclColl()->acl()) {
-        for (const Zamu::IntfId& intf : acl->ethIntf())
+    // The store's collections are hashed (its data model): walked in key order so that a
+    // replay traces the same whatever the store's history. The handlers write only the Index.
+    for (const Ovin::AclKey& key : aclColl()->acl().sortedKeys()) {
+        Vorn::Ptr<OvinMirelAcl> acl = aclColl()->acl(key);
+        for (const Zamu::IntfId& intf : acl->ethIntf().sortedKeys())
             handleAclPhyIntf(key, intf);
-        for (const Zamu::IntfId& intf : acl->vlanIntf())
+        for (const Zamu::IntfId& intf : acl->vlanIntf().sortedKeys())
             handleAclVlanIntf(key, intf);
-        for (const Zamu::IntfId& intf : acl->subIntf())
+        for (const Zamu::IntfId& intf : acl->subIntf().sortedKeys())
             handleAclSubIntf(key, intf);
     }
     // The ACLs replayed above get their watcher only; a new ACL may arrive with bindings
@@ -67,11 +69,11 @@ void AclPhyIntfIndexSm::handleInitialized() {
                 },
             .added =
                 [this](const Ovin::AclKey& key, AclWatcher&, const Vorn::Ptr<OvinMirelAcl>& acl) {
-                    for (const Zamu::IntfId& intf : acl->ethIntf())
+                    for (const Zamu::IntfId& intf : acl->ethIntf().sortedKeys())
                         handleAclPhyIntf(key, intf);
-                    for (const Zamu::IntfId& intf : acl->subIntf())
+                    for (const Zamu::IntfId& intf : acl->subIntf().sortedKeys())
                         handleAclSubIntf(key, intf);
-                    for (const Zamu::IntfId& intf : acl->vlanIntf())
+                    for (const Zamu::IntfId& intf : acl->vlanIntf().sortedKeys())
                         handleAclVlanIntf(key, intf);
                 }},
         Vorn::Existing::watch);

@@ -62,7 +62,7 @@ class AclPhyIntfColl : public Vorn::Entity {
 
 class ChipIntfMapping : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(ChipIntfMapping, Mirel::ChipId, chipId)
-    VORN_SET(Zamu::IntfId, intfId)
+    VORN_ORDERED_SET(Zamu::IntfId, intfId)
 };
 
 class AclChipColl : public Vorn::Entity {
@@ -72,7 +72,7 @@ class AclChipColl : public Vorn::Entity {
 
 class AclIntfColl : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(AclIntfColl, Ovin::AclKey, aclKey)
-    VORN_SET(Zamu::IntfId, intfId)
+    VORN_ORDERED_SET(Zamu::IntfId, intfId)
 };
 
 class ChipAclColl : public Vorn::Entity {
@@ -83,7 +83,7 @@ class ChipAclColl : public Vorn::Entity {
 
 class VlanPhyIntfColl : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(VlanPhyIntfColl, Bridging::VlanId, vlanId)
-    VORN_SET(Zamu::IntfId, phyIntfId)
+    VORN_ORDERED_SET(Zamu::IntfId, phyIntfId)
 };
 
 class ChipVlanColl : public Vorn::Entity {
@@ -93,7 +93,7 @@ class ChipVlanColl : public Vorn::Entity {
 
 class SubPhyIntfColl : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(SubPhyIntfColl, Zamu::IntfId, subIntfId)
-    VORN_SET(Zamu::IntfId, phyIntfId)
+    VORN_ORDERED_SET(Zamu::IntfId, phyIntfId)
 };
 
 class ChipSubIntfColl : public Vorn::Entity {
@@ -150,6 +150,9 @@ class IntfAclTableTypeColl : public Vorn::Entity {
 
 #undef OVINMIREL_INDEX_VALUE_
 
+// The top-level collections and the per-ACL and per-chip maps are hashed: they are looked up by
+// key, and walked only by the replays, which walk them in key order (sortedKeys). Every set of
+// physical interfaces is ordered, since the ripples walk them and their order shows in traces.
 class Index : public Vorn::Entity {
     VORN_ENTITY("OvinMirel::Index")
   public:

@@ -50,7 +50,7 @@ void SubIntfIndexSm::handleInitialized() {
     // otherwise survive a rebuild of the index.
     index()->phySubIntfMappingDelAll();
     index()->chipSubIntfMappingDelAll();
-    for (const auto& [subIntf, config] : subIntfConfig_->intfConfig())
+    for (const Zamu::IntfId& subIntf : subIntfConfig_->intfConfig().sortedKeys())
         handleSubIntf(subIntf);
     subIntfConfigSub_ = subIntfConfig_->intfConfigNotify(
         [this](const Zamu::IntfId& subIntf) { handleSubIntf(subIntf); });

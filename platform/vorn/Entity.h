@@ -25,6 +25,7 @@
 //    entity (or the entry it is told about) without anything dangling.
 // Declarations leave the class in public access.
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <set>
@@ -66,8 +67,9 @@ class KeepAlive {
     const Entity* e_;
 };
 
-// Container choice for a collection: hash (deterministic for a given sequence of writes) or
-// ordered by the key's operator<.
+// Container choice for a collection: hash, or ordered by the key's operator<. A hashed
+// collection iterates in an order that is repeatable for a given sequence of writes but
+// depends on that history; walk it through sortedKeys() wherever the order shows.
 struct Hashed {
     template <class K>
     using Set = std::unordered_set<K>;
@@ -179,6 +181,15 @@ class CollectionBase {
             out.push_back(keyOf(e));
         return out;
     }
+    // The keys in ascending order: the walk to use wherever the order shows (numbers handed
+    // out, traces, published results). A hashed collection's own order depends on the history
+    // of its writes, not only on its contents.
+    std::vector<K> sortedKeys() const {
+        std::vector<K> out = keys();
+        if constexpr (!kIsOrdered)
+            std::sort(out.begin(), out.end());
+        return out;
+    }
     bool del(const K& k) {
         auto it = items_.find(k);
         if (it == items_.end())
@@ -204,6 +215,7 @@ class CollectionBase {
 
   protected:
     static constexpr bool kIsMap = requires { typename Container::mapped_type; };
+    static constexpr bool kIsOrdered = requires { typename Container::key_compare; };
     static const K& keyOf(const typename Container::value_type& e) {
         if constexpr (kIsMap) {
             return e.first;
@@ -431,19 +443,19 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
                                                                          \
   public:
 
-// A set whose new members must pass `check`, a callable that throws for a refused key.
-#define VORN_CHECKED_SET(K, name, check)                  \
-    VORN_COLLECTION_COMMON_(::Vorn::SetField<K>, K, name) \
-    bool name(const K& k) const {                         \
-        return name##_.contains(k);                       \
-    }                                                     \
-    void name##Is(const K& k, bool member = true) {       \
-        name##_.is(k, member, check);                     \
-    }                                                     \
-                                                          \
-  private:                                                \
-    ::Vorn::SetField<K> name##_{*this};                   \
-                                                          \
+// An ordered set whose new members must pass `check`, a callable that throws for a refused key.
+#define VORN_CHECKED_SET(K, name, check)                                              \
+    VORN_COLLECTION_COMMON_(::Vorn::SetField<K VORN_COMMA_ ::Vorn::Ordered>, K, name) \
+    bool name(const K& k) const {                                                     \
+        return name##_.contains(k);                                                   \
+    }                                                                                 \
+    void name##Is(const K& k, bool member = true) {                                   \
+        name##_.is(k, member, check);                                                 \
+    }                                                                                 \
+                                                                                      \
+  private:                                                                            \
+    ::Vorn::SetField<K, ::Vorn::Ordered> name##_{*this};                              \
+                                                                                      \
   public:
 
 #define VORN_MAP_(K, V, name, Ix)                                                      \

@@ -15,8 +15,8 @@
 //    only subscribe; the owner's reaction to a new entry belongs in `added`.
 //  - `added` runs once the entry's watcher is in place, for every entry that appears after
 //    construction, and for the entries present at construction only when asked
-//    (Existing::add); with Existing::watch (the default) those get a watcher and nothing else,
-//    for owners that replay their input in an order of their own.
+//    (Existing::add, in key order); with Existing::watch (the default) those get a watcher
+//    and nothing else, for owners that replay their input in an order of their own.
 //  - `gone` runs when an entry is deleted or replaced, with the watcher and the entity it
 //    watched (the collection no longer holds it); the watcher is destroyed right after. So an
 //    owner needs no second subscription to learn what a vanished entry held.
@@ -54,7 +54,7 @@ class EntryWatchers {
     EntryWatchers(const Field& field, Hooks hooks, Existing existing = Existing::watch)
         : field_(&field), hooks_(std::move(hooks)) {
         sub_ = field.notify([this](const K& k) { handle(k, true); });
-        for (const K& k : field.keys())
+        for (const K& k : field.sortedKeys())
             handle(k, existing == Existing::add);
     }
     EntryWatchers(const EntryWatchers&) = delete;
