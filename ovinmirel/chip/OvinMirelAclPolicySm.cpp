@@ -1,5 +1,6 @@
 #include "ovinmirel/chip/OvinMirelAclPolicySm.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -614,6 +615,15 @@ void AclPolicySm::handleInitialized() {
     aclPhyIntfColl_.reset();
     chipIntfMappingTaken_ = false;
     StateMachine::handleInitialized();
+    // Every interface under an ACL entry that comes or goes; the set is hashed, so it is
+    // sorted first (the reaction traces).
+    auto reviewAll = [this](const Ovin::AclKey& acl, AclPhyIntfWatcher&,
+                            const Vorn::Ptr<AclPhyIntfColl>& entry) {
+        std::vector<Zamu::IntfId> intfs = entry->phyIntfMapping().keys();
+        std::sort(intfs.begin(), intfs.end());
+        for (const Zamu::IntfId& intf : intfs)
+            handleAclPhyIntf(acl, intf);
+    };
     // The ACLs present now only get watchers: every interface of the chip is reviewed below.
     aclPhyIntfColl_ = std::make_unique<AclPhyIntfWatchers>(
         index()->aclPhyIntfMapping(),
@@ -622,18 +632,8 @@ void AclPolicySm::handleInitialized() {
                 [this](const Ovin::AclKey& acl, const Vorn::Ptr<AclPhyIntfColl>& entry) {
                     return std::make_unique<AclPhyIntfWatcher>(this, acl, entry);
                 },
-            .added =
-                [this](const Ovin::AclKey& acl, AclPhyIntfWatcher&,
-                       const Vorn::Ptr<AclPhyIntfColl>& entry) {
-                    for (const Zamu::IntfId& intf : entry->phyIntfMapping().keys())
-                        handleAclPhyIntf(acl, intf);
-                },
-            .gone =
-                [this](const Ovin::AclKey& acl, AclPhyIntfWatcher&,
-                       const Vorn::Ptr<AclPhyIntfColl>& entry) {
-                    for (const Zamu::IntfId& intf : entry->phyIntfMapping().keys())
-                        handleAclPhyIntf(acl, intf);
-                }});
+            .added = reviewAll,
+            .gone = reviewAll});
     chipIntfMappingSub_ = index()->chipIntfMappingNotify([this](const Mirel::ChipId& chip) {
         if (chip == chipId_)
             handleChipIntfMapping(chip);

@@ -170,13 +170,16 @@ TEST(AclPolicySm, ContentionLeavesAclsOutAndLogsOncePerTransition) {
 TEST(AclPolicySm, NoCommonBitPutsNothingInEffect) {
     Chip1 w({0x001});
     Logging::Capture log;
+    w.bind(kMac, "Ethernet3");
     w.bind(kMac, "Ethernet1");
     w.settle();
     EXPECT_EQ(w.status(1), Facts{});
     EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
     EXPECT_TRUE(w.sm->errIntf("Ethernet1"));
+    // Logged in review (interface) order.
     EXPECT_EQ(log.texts("ACL_NOT_ACTIVE_ON_INTERFACE"),
-              std::vector<std::string>{"One or more ACLs not in effect on interface Ethernet1 "});
+              (std::vector<std::string>{"One or more ACLs not in effect on interface Ethernet1 ",
+                                        "One or more ACLs not in effect on interface Ethernet3 "}));
 }
 
 TEST(AclPolicySm, AnAclThatIsNotReadyHoldsBackTheWholeInterface) {
@@ -250,6 +253,21 @@ TEST(AclPolicySm, AVlanAclStaysWhileAnyMemberContributesIt) {
     w.bind(kP4, "Vlan20", false);
     w.settle();
     EXPECT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP4)});
+}
+
+TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
+    Chip1 w;
+    w.bind(kP4, "Ethernet1");
+    w.bind(kP4, "Ethernet2");
+    w.settle();
+    ASSERT_EQ(w.status(1).size(), 2u);
+    // What a rebuild of the attachment index does first, here with its machines stopped: the
+    // ACL's entry goes with its interfaces still in it.
+    w.indexSm = nullptr;
+    w.index->intfAclMappingDelAll();
+    w.index->aclPhyIntfMappingDelAll();
+    EXPECT_EQ(w.settle(), 1u);
+    EXPECT_EQ(w.status(1), Facts{});
 }
 
 TEST(AclPolicySm, RoutedPortSharingNeedsRouterAclsOnlyAndTheirCombination) {
@@ -372,17 +390,6 @@ TEST(AclPolicySm, ABurstOfChangesIsReviewedOnceInInterfaceOrder) {
     EXPECT_EQ(reviewed(cap),
               (std::vector<std::string>{"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"}));
     EXPECT_EQ(w.status(1).size(), 6u);
-}
-
-TEST(AclPolicySm, ErrorInterfacesAreLoggedInInterfaceOrder) {
-    Chip1 w({0x001});
-    Logging::Capture log;
-    w.bind(kMac, "Ethernet3");
-    w.bind(kMac, "Ethernet1");
-    w.settle();
-    EXPECT_EQ(log.texts("ACL_NOT_ACTIVE_ON_INTERFACE"),
-              (std::vector<std::string>{"One or more ACLs not in effect on interface Ethernet1 ",
-                                        "One or more ACLs not in effect on interface Ethernet3 "}));
 }
 
 TEST(AclPolicySm, TheChipLeavingTheIndexWithdrawsEverything) {
