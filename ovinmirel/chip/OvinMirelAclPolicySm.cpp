@@ -1,0 +1,667 @@
+#include "ovinmirel/chip/OvinMirelAclPolicySm.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ovinmirel/chip/OvinMirelLogMessages.h"
+#include "platform/flinq/Flinq.h"
+#include "platform/logging/Logging.h"
+#include "platform/mirel/TableType.h"
+#include "platform/vorn/Assert.h"
+#include "platform/vorn/Exception.h"
+
+namespace OvinMirel {
+
+namespace {
+
+Flinq::Handle th("OvinMirelAclPolicySm");
+
+using Mask = Mirel::AclTypeCombinationBitMask;
+
+// One ACL kind: its in and out bits and the word traces print for it. Indexed by table type
+// minus one (1 IPv4 port, 2 IPv4 router, 3 IPv6 port, 4 IPv6 router, 5 MAC).
+struct Kind {
+    uint16_t in;
+    uint16_t out;
+    const char* word;
+};
+constexpr Kind kKinds[] = {
+    {Mask::kV4PaclIn, Mask::kV4PaclOut, " v4pacl"}, {Mask::kV4RaclIn, Mask::kV4RaclOut, " v4racl"},
+    {Mask::kV6PaclIn, Mask::kV6PaclOut, " v6pacl"}, {Mask::kV6RaclIn, Mask::kV6RaclOut, " v6racl"},
+    {Mask::kMacIn, Mask::kMacOut, " macacl"},
+};
+
+uint16_t bitOf(const Kind& kind, Acl::AclDirection direction) {
+    return direction == Acl::aclDirectionIn ? kind.in : kind.out;
+}
+
+// " v4pacl-in v6racl-in-out ..." for the kinds present in the mask.
+std::string maskWords(Mask mask) {
+    std::string out;
+    for (const Kind& kind : kKinds) {
+        const bool in = mask.value() & kind.in;
+        const bool outBit = mask.value() & kind.out;
+        if (!in && !outBit)
+            continue;
+        out += kind.word;
+        if (in)
+            out += "-in";
+        if (outBit)
+            out += "-out";
+    }
+    return out;
+}
+
+bool isIp(const Ovin::AclKey& key) {
+    return key.type == Acl::aclTypeIpv4 || key.type == Acl::aclTypeIpv6;
+}
+
+}  // namespace
+
+// One per PhyIntfMapping of one ACL: a parent added or removed changes how the ACL reaches
+// the interface, so the interface is reviewed.
+class AclPolicySm::PhyIntfWatcher {
+  public:
+    PhyIntfWatcher(AclPolicySm* sm, const Ovin::AclKey& acl, const Zamu::IntfId& intf,
+                   const Vorn::Ptr<PhyIntfMapping>& entry)
+        : sub_(entry->parentIntfIdNotify(
+              [sm, acl, intf](const Zamu::IntfId&) { sm->handleAclPhyIntf(acl, intf); })) {}
+
+  private:
+    Vorn::Subscription sub_;
+};
+
+// One per ACL of Index.aclPhyIntfMapping: a physical interface that comes or goes under the
+// ACL is reviewed, and each one present is watched for its parents.
+class AclPolicySm::AclPhyIntfWatcher {
+    using Field = Vorn::EntityMapField<Zamu::IntfId, PhyIntfMapping>;
+    using Watchers = Vorn::EntryWatchers<Field, PhyIntfWatcher>;
+
+  public:
+    AclPhyIntfWatcher(AclPolicySm* sm, const Ovin::AclKey& acl,
+                      const Vorn::Ptr<AclPhyIntfColl>& entry)
+        : phyIntfMapping_(entry->phyIntfMapping(), hooks(sm, acl)) {}
+
+  private:
+    static Watchers::Hooks hooks(AclPolicySm* sm, const Ovin::AclKey& acl) {
+        auto review = [sm, acl](const Zamu::IntfId& intf, PhyIntfWatcher&,
+                                const Vorn::Ptr<PhyIntfMapping>&) {
+            sm->handleAclPhyIntf(acl, intf);
+        };
+        return Watchers::Hooks{
+            .make =
+                [sm, acl](const Zamu::IntfId& intf, const Vorn::Ptr<PhyIntfMapping>& e) {
+                    return std::make_unique<PhyIntfWatcher>(sm, acl, intf, e);
+                },
+            .added = review,
+            .gone = review};
+    }
+
+    Watchers phyIntfMapping_;
+};
+
+AclPolicySm::AclPolicySm(Mirel::ChipId chipId,
+                         const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+                         const Vorn::Ptr<Mirel::HwCapability>& hwCapability,
+                         const Vorn::Ptr<Index>& index,
+                         const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
+                         Brix::TimerWheel& timerWheel)
+    : Vorn::StateMachine(th),
+      chipId_(chipId),
+      chipHwCapability_(chipHwCapability),
+      hwCapability_(hwCapability),
+      index_(index),
+      aclPolicyStatus_(aclPolicyStatus),
+      timerWheel_(&timerWheel),
+      intfPolicyTimer_(timerWheel, [this] { handleIntfPolicyTimer(); }) {
+    // errIntf's mutators change only on a real change and notify only then: each entry and
+    // exit is logged once, however often the interface is reviewed.
+    errIntfLog_ = errIntfNotify([this](const Zamu::IntfId& intf) { logErrIntf(intf); });
+}
+
+AclPolicySm::~AclPolicySm() = default;
+
+void AclPolicySm::reinstantiate(const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+                                const Vorn::Ptr<Mirel::HwCapability>& hwCapability,
+                                const Vorn::Ptr<Index>& index,
+                                const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
+                                Brix::TimerWheel& timerWheel) const {
+    requireSameReference("chipHwCapability", chipHwCapability_, chipHwCapability);
+    requireSameReference("hwCapability", hwCapability_, hwCapability);
+    requireSameReference("index", index_, index);
+    requireSameReference("aclPolicyStatus", aclPolicyStatus_, aclPolicyStatus);
+    // The wheel is not a shared entity (requireSameReference takes those); same rule, same text.
+    if (&timerWheel != timerWheel_)
+        Vorn::throwPointerReinstantiation("timerWheel", "Brix::TimerWheel");
+}
+
+// ---- Policy -------------------------------------------------------------------------------
+
+Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
+    VORN_ASSERT(initialized());
+    uint32_t mask = 0;
+    if (Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId)) {
+        for (const auto& [tableType, keys] : types->aclTableTypeMapping()) {
+            // Table type 0 (or anything past MAC) cannot come out of the type index.
+            if (tableType < Mirel::ipv4PortAcl_ || tableType > Mirel::macAcl_)
+                VORN_ASSERT(false);
+            for (const Ovin::AclKey& key : keys->aclKey())
+                mask |= bitOf(kKinds[tableType - 1], key.direction);
+        }
+    }
+    const Mask combination(mask);
+    FLINQ(th, 8,
+          "    " << intfId << " aclTypeCombination " << combination << maskWords(combination));
+    return combination;
+}
+
+Mask AclPolicySm::getBestAclTypeCombinationMatch(Mask requested) const {
+    VORN_ASSERT(initialized());
+    // The platform's tie-breaks, deliberate: it lists its preferred combinations under the
+    // smallest keys, so the first that holds everything wins; failing that, the first partial
+    // match stands even when a later one would keep more bits.
+    Mask result;
+    for (const auto& [priority, supported] : chipHwCapability()->aclTypeCombinationByPriority()) {
+        const Mask candidate(requested.value() & supported.value());
+        if (candidate == requested)
+            return candidate;
+        if (!candidate.empty() && result.empty())
+            result = candidate;
+    }
+    return result;
+}
+
+Mask AclPolicySm::getIntfPolicy(const Zamu::IntfId& intfId) const {
+    VORN_ASSERT(initialized());
+    return getBestAclTypeCombinationMatch(getIntfAclTypeCombination(intfId));
+}
+
+Mask AclPolicySm::getAclTypeMask(const Ovin::AclKey& aclKey) const {
+    VORN_ASSERT(initialized());
+    // A key that carries a VLAN id is a router ACL (the same rule as its table type).
+    const bool router = aclKey.vlanId.has_value();
+    switch (aclKey.type) {
+        case Acl::aclTypeIpv4:
+            return Mask(bitOf(kKinds[router ? 1 : 0], aclKey.direction));
+        case Acl::aclTypeIpv6:
+            return Mask(bitOf(kKinds[router ? 3 : 2], aclKey.direction));
+        case Acl::aclTypeMac:
+            return Mask(bitOf(kKinds[4], aclKey.direction));
+    }
+    return Mask();
+}
+
+bool AclPolicySm::shouldDoRaclSharing(const Zamu::IntfId& intfId) const {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<IntfAclColl> intfAclColl = index()->intfAclMapping(intfId);
+    VORN_ASSERT(intfAclColl);
+    const bool supported = hwCapability()->routedPortRaclSharingSupported();
+    bool result = supported;
+    if (!supported)
+        FLINQ(th, 8, "      routed port sharing not supported");
+    uint32_t mask = 0;
+    for (const Ovin::AclKey& key : intfAclColl->aclKey()) {
+        FLINQ(th, 8, "      processing " << key);
+        // A router ACL asks for both the port and the router bit of its family and direction.
+        const bool in = key.direction == Acl::aclDirectionIn;
+        if (key.type == Acl::aclTypeIpv4)
+            mask |= in ? 0x003 : 0x030;
+        if (key.type == Acl::aclTypeIpv6)
+            mask |= in ? 0x00c : 0x0c0;
+        const bool racl = isIp(key) && key.vlanId.has_value();
+        if (!supported) {
+            if (racl)
+                FLINQ(th, 8, "        routed port RACL sharing disabled but RACL on intf " << key);
+            continue;
+        }
+        // The first ACL that fails decides.
+        if (key.type == Acl::aclTypeMac) {
+            FLINQ(th, 8, "        mac acls cannot co-exist with racls");
+            return false;
+        }
+        if (!racl) {
+            FLINQ(th, 8, "        routed port RACL sharing enabled and PACL " << key << " on intf");
+            return false;
+        }
+        if (getBestAclTypeCombinationMatch(Mask(mask)) != Mask(mask)) {
+            FLINQ(th, 8,
+                  "        routed port RACL sharing enabled but PaclRacl combination not "
+                  "supported on intf after adding "
+                      << key);
+            return false;
+        }
+    }
+    return result;
+}
+
+bool AclPolicySm::isReadyIntfAcl(const Zamu::IntfId& intfId) const {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<IntfAclColl> acls = index()->intfAclMapping(intfId);
+    VORN_ASSERT_MSG(acls, "index()->intfAclMappingHas( intfId )");
+    VORN_ASSERT(chipIntfMapping());
+    VORN_ASSERT_MSG(chipIntfMapping()->intfId(intfId), "chipIntfMapping()->intfIdHas( intfId )");
+    for (const Ovin::AclKey& key : acls->aclKey()) {
+        FLINQ(th, 8, "    acl " << key);
+        if (getAclTypeMask(key).empty())
+            return false;
+    }
+    return true;
+}
+
+bool AclPolicySm::onChip(const Zamu::IntfId& intfId) const {
+    return chipIntfMapping() && chipIntfMapping()->intfId(intfId);
+}
+
+// ---- Review -------------------------------------------------------------------------------
+
+void AclPolicySm::scheduleIntfAclPolicyReview(const Zamu::IntfId& intfId) {
+    if (!initialized())
+        return;
+    intfPolicyQueueIs(intfId);
+    // Deliberately the absolute time 0: already due, so the timer fires on the wheel's next
+    // pass, and everything scheduled until then is reviewed in that one run.
+    intfPolicyTimer_.expiryIs(0.0);
+}
+
+void AclPolicySm::scheduleIntfAclPolicyReview() {
+    if (!initialized())
+        return;
+    // The chip's interface set is hashed; the queue orders what it receives, so its walk
+    // order never shows.
+    if (Vorn::Ptr<ChipIntfMapping> mapping = chipIntfMapping()) {
+        for (const Zamu::IntfId& intf : mapping->intfId())
+            scheduleIntfAclPolicyReview(intf);
+    }
+    // Interfaces with something to withdraw, whether or not they are still on the chip.
+    for (const auto& [intf, contribution] : intfAclStatus())
+        scheduleIntfAclPolicyReview(intf);
+    for (const Zamu::IntfId& intf : errIntf())
+        scheduleIntfAclPolicyReview(intf);
+}
+
+void AclPolicySm::handleIntfPolicyTimer() {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleIntfPolicyTimer");
+    // The queue is taken before the run, so an interface scheduled during the run waits for
+    // the next one instead of being cleared unseen.
+    const std::vector<Zamu::IntfId> queue = intfPolicyQueue().keys();
+    intfPolicyQueueDelAll();
+    for (const Zamu::IntfId& intf : queue) {
+        processIntf(intf);
+        updateErrIntf(intf);
+    }
+}
+
+void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "  processIntf " << intfId);
+    deleteIntfStatus(intfId);
+    Vorn::Ptr<IntfAclColl> acls = index()->intfAclMapping(intfId);
+    if (!acls) {
+        FLINQ(th, 8, "    no intfAclMapping");
+        return;
+    }
+    if (!acls->aclKeys()) {
+        FLINQ(th, 8, "    there are no acls associated with this intf");
+        return;
+    }
+    // "Not yet" until the chip's mapping is first taken; once it has been removed, every
+    // interface is simply off the chip.
+    if (!chipIntfMapping() && !chipIntfMappingTaken_) {
+        FLINQ(th, 8, "    chipIntfMapping is not yet set");
+        return;
+    }
+    if (!onChip(intfId)) {
+        FLINQ(th, 8, "    no chipIntfMapping");
+        return;
+    }
+    // All or nothing: the interface's ACLs are put in effect only once all are ready.
+    if (!isReadyIntfAcl(intfId)) {
+        FLINQ(th, 8, "    intf is not ready");
+        return;
+    }
+    const Mask policy = getIntfPolicy(intfId);
+    for (const Ovin::AclKey& key : acls->aclKey().keys()) {
+        if (!(getAclTypeMask(key) & policy).empty())
+            addIntfAclStatus(intfId, key);
+    }
+}
+
+void AclPolicySm::applyIntfAclPolicy(const Zamu::IntfId& intfId) {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<IntfAclColl> acls = index()->intfAclMapping(intfId);
+    VORN_ASSERT_MSG(acls, "index()->intfAclMappingHas( intfId )");
+    VORN_ASSERT(chipIntfMapping());
+    VORN_ASSERT_MSG(chipIntfMapping()->intfId(intfId), "chipIntfMapping()->intfIdHas( intfId )");
+    FLINQ(th, 8, "    discovering acl types");
+    const Mask policy = getIntfPolicy(intfId);
+    Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->intfAclMappingIs(intfId);
+    entry->aclKeyDelAll();
+    for (const Ovin::AclKey& key : acls->aclKey()) {
+        if ((getAclTypeMask(key) & policy).empty())
+            continue;
+        FLINQ(th, 8, "      adding " << key);
+        entry->aclKeyIs(key);
+    }
+    if (!entry->aclKeys())
+        aclPolicyStatus()->intfAclMappingDel(intfId);
+}
+
+void AclPolicySm::updateErrIntf(const Zamu::IntfId& intfId) {
+    VORN_ASSERT(initialized());
+    // Every chip's machine reviews every interface whose bindings change; only one that sits
+    // on this chip can be in error here.
+    bool contention = false;
+    if (onChip(intfId)) {
+        const Mask combination = getIntfAclTypeCombination(intfId);
+        contention = getBestAclTypeCombinationMatch(combination) != combination;
+    }
+    if (contention) {
+        errIntfIs(intfId, true);
+    } else {
+        errIntfDel(intfId);
+    }
+}
+
+void AclPolicySm::logErrIntf(const Zamu::IntfId& intfId) const {
+    VORN_ASSERT(initialized());
+    Logging::log(errIntf(intfId) ? kAclNotActiveOnInterface : kAclActiveOnInterface, intfId.name());
+}
+
+// ---- Status writers -----------------------------------------------------------------------
+
+AclPolicySm::Path AclPolicySm::pathOf(const Zamu::IntfId& intfId,
+                                      const Zamu::IntfId& parentIntfId) const {
+    if (parentIntfId == intfId)
+        return Path::phy;
+    if (Zamu::VlanIntfId::isVlanIntfId(parentIntfId))
+        return Path::vlan;
+    // A port-channel here is refused by addSubIntf with its own message.
+    if (Zamu::SubIntfId::isSubIntfId(parentIntfId) ||
+        Zamu::PortChannelIntfId::isPortChannelIntfId(parentIntfId))
+        return Path::sub;
+    VORN_ASSERT(false);
+    return Path::phy;
+}
+
+void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
+    VORN_ASSERT(aclPhyIntf);
+    aclPhyIntf->phyIntfIs(intfId);
+    Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(aclKey);
+    Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
+    VORN_ASSERT(phyIntf);
+    Vorn::Ptr<AclParentIntfSet> parents = intfAclStatusIs(intfId)->aclKeyIs(aclKey);
+    for (const Zamu::IntfId& parent : phyIntf->parentIntfId().keys()) {
+        const Path path = pathOf(intfId, parent);
+        parents->parentIntfIdIs(parent);
+        switch (path) {
+            case Path::phy:
+                addPhyIntf(intfId, aclKey);
+                break;
+            case Path::vlan:
+                addVlanIntf(intfId, parent, aclKey);
+                break;
+            case Path::sub:
+                addSubIntf(intfId, parent, aclKey);
+                break;
+        }
+    }
+}
+
+void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    const bool shared = shouldDoRaclSharing(intfId);
+    Vorn::Ptr<IntfAclKeySet> entry = shared
+                                         ? aclPolicyStatus()->routedPortSharedAclMappingIs(intfId)
+                                         : aclPolicyStatus()->intfAclMappingIs(intfId);
+    if (entry->aclKey(aclKey)) {
+        FLINQ(th, 8, "    redundant entry");
+        return;
+    }
+    FLINQ(th, 8,
+          "        adding " << aclKey << " " << intfId
+                            << (shared ? " to routedPortSharedAclMapping" : " to intfAclMapping"));
+    entry->aclKeyIs(aclKey);
+}
+
+void AclPolicySm::addVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vlanIntfId,
+                              const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    const Bridging::VlanId vlan = Zamu::VlanIntfId::vlanId(vlanIntfId);
+    Vorn::Ptr<VlanAclKeySet> entry = aclPolicyStatus()->vlanAclMappingIs(intfId, vlan.value());
+    if (entry->aclKey(aclKey)) {
+        FLINQ(th, 8, "        adding vlanId " << vlan << " " << aclKey << " already added");
+    } else {
+        FLINQ(th, 8, "        adding vlanId " << vlan << " " << aclKey << " to vlanAclMapping");
+        entry->aclKeyIs(aclKey);
+    }
+    vlanAclPhyIntfStatusIs(vlan)->aclKeyIs(aclKey)->phyIntfIs(intfId);
+}
+
+void AclPolicySm::addSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& subIntfId,
+                             const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    VORN_ASSERT_MSG(!Zamu::PortChannelIntfId::isPortChannelIntfId(subIntfId),
+                    "Unexpected port-channel parent interface");
+    Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->subIntfAclMappingIs(subIntfId);
+    if (entry->aclKey(aclKey)) {
+        FLINQ(th, 8, "        adding " << subIntfId << " " << aclKey << " already added");
+    } else {
+        FLINQ(th, 8, "        adding " << subIntfId << " " << aclKey << " to subIntfAclMapping");
+        entry->aclKeyIs(aclKey);
+    }
+    subIntfAclPhyIntfStatusIs(subIntfId)->aclKeyIs(aclKey)->phyIntfIs(intfId);
+}
+
+void AclPolicySm::deletePhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<IntfAclKeySet> intfAclColl = aclPolicyStatus()->intfAclMapping(intfId);
+    Vorn::Ptr<IntfAclKeySet> routedIntfAclColl =
+        aclPolicyStatus()->routedPortSharedAclMapping(intfId);
+    VORN_ASSERT(!!intfAclColl != !!routedIntfAclColl);
+    auto removeKey = [&](IntfAclKeySet& keys) {
+        keys.aclKeyDel(aclKey);
+        return keys.aclKeys();
+    };
+    if (intfAclColl) {
+        const bool gone = aclPolicyStatus()->intfAclMappingDelMember(intfId, removeKey);
+        FLINQ(th, 8,
+              "        removing " << aclKey << " " << intfId << " from intfAclMapping"
+                                  << (gone ? ", deleting intfAclMapping" : ""));
+    } else {
+        const bool gone = aclPolicyStatus()->routedPortSharedAclMappingDelMember(intfId, removeKey);
+        FLINQ(th, 8,
+              "        removing " << aclKey << " " << intfId << " from routedPortSharedAclMapping"
+                                  << (gone ? ", deleting routedPortSharedAclMapping" : ""));
+    }
+}
+
+void AclPolicySm::deleteVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vlanIntfId,
+                                 const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    const Bridging::VlanId vlan = Zamu::VlanIntfId::vlanId(vlanIntfId);
+    Vorn::Ptr<VlanAclPhyIntfColl> vlanAclPhyIntf = vlanAclPhyIntfStatus(vlan);
+    Vorn::Ptr<VlanAclKeySet> entry = aclPolicyStatus()->vlanAclMapping(vlan);
+    VORN_ASSERT(vlanAclPhyIntf && entry);
+    // The key leaves the VLAN only with the last member that contributed it.
+    const bool lastMember = vlanAclPhyIntf->aclKeyDelMember(aclKey, [&](AclPhyIntfSet& members) {
+        members.phyIntfDel(intfId);
+        return members.phyIntfs();
+    });
+    if (lastMember) {
+        FLINQ(th, 8, "        removing vlanId " << vlan << " " << aclKey << " from vlanAclMapping");
+        entry->aclKeyDel(aclKey);
+    } else {
+        FLINQ(th, 8,
+              "        not removing vlanId " << vlan << " " << aclKey << " from vlanAclMapping");
+    }
+    // The member port stays listed while it still contributes another key.
+    bool contributes = false;
+    for (const auto& [key, members] : vlanAclPhyIntf->aclKey())
+        contributes = contributes || members->phyIntf(intfId);
+    if (!contributes)
+        entry->phyIntfDel(intfId);
+    if (!entry->aclKeys()) {
+        FLINQ(th, 8, "        no more acls on vlanId " << vlan << ", deleting vlanAclMapping");
+        aclPolicyStatus()->vlanAclMappingDel(vlan);
+        VORN_ASSERT(!vlanAclPhyIntf->aclKeys());
+        vlanAclPhyIntfStatusDel(vlan);
+    }
+}
+
+void AclPolicySm::deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& subIntfId,
+                                const Ovin::AclKey& aclKey) {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<SubIntfAclPhyIntfColl> subAclPhyIntf = subIntfAclPhyIntfStatus(subIntfId);
+    Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->subIntfAclMapping(subIntfId);
+    VORN_ASSERT(subAclPhyIntf && entry);
+    // The key leaves the sub-interface only with the last carrier that contributed it.
+    const bool lastCarrier = subAclPhyIntf->aclKeyDelMember(aclKey, [&](AclPhyIntfSet& carriers) {
+        carriers.phyIntfDel(intfId);
+        return carriers.phyIntfs();
+    });
+    if (lastCarrier) {
+        FLINQ(th, 8,
+              "        removing " << subIntfId << " " << aclKey << " from subIntfAclMapping");
+        entry->aclKeyDel(aclKey);
+    } else {
+        FLINQ(th, 8,
+              "        not removing " << subIntfId << " " << aclKey << " from subIntfAclMapping");
+    }
+    if (!entry->aclKeys()) {
+        FLINQ(th, 8, "        no more acls on " << subIntfId << ", deleting subIntfAclMapping");
+        aclPolicyStatus()->subIntfAclMappingDel(subIntfId);
+        VORN_ASSERT(!subAclPhyIntf->aclKeys());
+        subIntfAclPhyIntfStatusDel(subIntfId);
+    }
+}
+
+void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
+    VORN_ASSERT(initialized());
+    Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
+    if (!contribution)
+        return;
+    // What the interface contributed is withdrawn as it was recorded: the index may no longer
+    // say how the ACLs came.
+    for (const auto& [key, parents] : contribution->aclKey()) {
+        for (const Zamu::IntfId& parent : parents->parentIntfId()) {
+            switch (pathOf(intfId, parent)) {
+                case Path::phy:
+                    deletePhyIntf(intfId, key);
+                    break;
+                case Path::vlan:
+                    deleteVlanIntf(intfId, parent, key);
+                    break;
+                case Path::sub:
+                    deleteSubIntf(intfId, parent, key);
+                    break;
+            }
+        }
+        aclPhyIntfStatusDelMember(key, [&](AclPhyIntfSet& intfs) {
+            intfs.phyIntfDel(intfId);
+            return intfs.phyIntfs();
+        });
+    }
+    intfAclStatusDel(intfId);
+}
+
+// ---- Reactions and life cycle -------------------------------------------------------------
+
+void AclPolicySm::handleChipIntfMapping(Mirel::ChipId chipId) {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleChipIntfMapping ChipId-" << chipId);
+    VORN_ASSERT(chipId == chipId_);
+    if (Vorn::Ptr<ChipIntfMapping> entry = index()->chipIntfMapping(chipId_)) {
+        FLINQ(th, 8, "  chipIntfMapping is set");
+        chipIntfMappingIs(entry);
+        chipIntfMappingTaken_ = true;
+        chipIntfSub_ =
+            entry->intfIdNotify([this](const Zamu::IntfId& intf) { handleChipIntf(intf); });
+    } else {
+        FLINQ(th, 8, "  chipIntfMapping is removed");
+        chipIntfSub_.reset();
+        chipIntfMappingDel();
+    }
+    scheduleIntfAclPolicyReview();
+}
+
+void AclPolicySm::handleChipIntf(const Zamu::IntfId& intfId) {
+    VORN_ASSERT(initialized());
+    // An interface leaving the chip is reviewed as well: it has status to withdraw.
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleChipIntf " << intfId);
+    scheduleIntfAclPolicyReview(intfId);
+}
+
+void AclPolicySm::handleAclPhyIntf(const Ovin::AclKey& aclKey, const Zamu::IntfId& intfId) {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleAclPhyIntf " << aclKey << " " << intfId);
+    scheduleIntfAclPolicyReview(intfId);
+}
+
+void AclPolicySm::handleInitialized() {
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleInitialized");
+    VORN_ASSERT(chipHwCapability());
+    VORN_ASSERT(hwCapability());
+    VORN_ASSERT(index());
+    VORN_ASSERT(aclPolicyStatus());
+    VORN_ASSERT(chipId() == chipHwCapability()->chipId());
+    VORN_ASSERT(chipId() == aclPolicyStatus()->chipId());
+    VORN_ASSERT(chipHwCapability()->aclTypeCombinationByPrioritys());
+    aclPhyIntfColl_.reset();
+    chipIntfMappingTaken_ = false;
+    StateMachine::handleInitialized();
+    // Every interface under an ACL entry that comes or goes; the set is hashed, so it is
+    // sorted first (the reaction traces).
+    auto reviewAll = [this](const Ovin::AclKey& acl, AclPhyIntfWatcher&,
+                            const Vorn::Ptr<AclPhyIntfColl>& entry) {
+        std::vector<Zamu::IntfId> intfs = entry->phyIntfMapping().keys();
+        std::sort(intfs.begin(), intfs.end());
+        for (const Zamu::IntfId& intf : intfs)
+            handleAclPhyIntf(acl, intf);
+    };
+    // The ACLs present now only get watchers: every interface of the chip is reviewed below.
+    aclPhyIntfColl_ = std::make_unique<AclPhyIntfWatchers>(
+        index()->aclPhyIntfMapping(),
+        AclPhyIntfWatchers::Hooks{
+            .make =
+                [this](const Ovin::AclKey& acl, const Vorn::Ptr<AclPhyIntfColl>& entry) {
+                    return std::make_unique<AclPhyIntfWatcher>(this, acl, entry);
+                },
+            .added = reviewAll,
+            .gone = reviewAll});
+    chipIntfMappingSub_ = index()->chipIntfMappingNotify([this](const Mirel::ChipId& chip) {
+        if (chip == chipId_)
+            handleChipIntfMapping(chip);
+    });
+    handleChipIntfMapping(chipId_);
+}
+
+void AclPolicySm::handleDelete() {
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleDelete");
+    aclPhyIntfColl_.reset();
+    chipIntfMappingSub_.reset();
+    chipIntfSub_.reset();
+    chipIntfMappingDel();
+    intfPolicyTimer_.expiryIs(Vorn::kInfinity);
+    intfPolicyQueueDelAll();
+    StateMachine::handleDelete();
+}
+
+Vorn::Ptr<AclPolicySm> aclPolicySmFactory(
+    Mirel::ChipId chipId, const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+    const Vorn::Ptr<Mirel::HwCapability>& hwCapability, const Vorn::Ptr<Index>& index,
+    const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus, Brix::TimerWheel& timerWheel) {
+    return Vorn::make<AclPolicySm>(chipId, chipHwCapability, hwCapability, index, aclPolicyStatus,
+                                   timerWheel);
+}
+
+Vorn::Ptr<AclPolicySmColl> aclPolicySmCollFactory(const Vorn::Name& name) {
+    return Vorn::make<AclPolicySmColl>(name);
+}
+
+}  // namespace OvinMirel

@@ -1,0 +1,251 @@
+#pragma once
+// AclPolicySm: per chip, decides which of the ACLs bound to each interface can be in effect
+// together (by the chip's ranked list of supported ACL-kind combinations) and publishes the
+// result in the chip's AclPolicyStatus; keeps the interfaces on which some bound ACL had to be
+// left out (errIntf) and logs each change of that condition once.
+//
+// Watches (from handleInitialized on):
+//  - Index.chipIntfMapping, for this chip's entry, and that entry's interface set;
+//  - Index.aclPhyIntfMapping: one watcher per ACL entry, and in it one per physical interface
+//    entry (its parent set). Any change schedules a review of the interface concerned.
+// Writes:  AclPolicyStatus (intfAclMapping, routedPortSharedAclMapping, vlanAclMapping,
+//          subIntfAclMapping); it is their only writer.
+// Timer:   intfPolicyTimer, armed for time 0 by every schedule, so a burst of changes is
+//          reviewed once, on the next pass of the timer wheel.
+// Invariants (between reviews):
+//  1. A key is in AclPolicyStatus exactly when some interface of intfAclStatus contributed it
+//     there; intfAclStatus records, per interface and ACL, the parents (the port itself, a
+//     VLAN interface, a sub-interface) through which the ACL was put in effect.
+//  2. An interface's physical ACLs are in exactly one of intfAclMapping and
+//     routedPortSharedAclMapping.
+//  3. A VLAN (sub-interface) key stays while any member (carrier) interface contributes it;
+//     the VLAN's (sub-interface's) entry goes with its last key. No entry is left empty.
+//  4. Nothing is put in effect on an interface until every ACL bound to it is ready (has a
+//     mask bit), and then only the ACLs whose kind the chip's best combination admits.
+//  5. errIntf holds exactly the reviewed interfaces of this chip whose bound ACL kinds the
+//     chip cannot hold together; each entry and exit is logged once.
+// Owns: shared references to its inputs and to the chip's AclPolicyStatus; its watchers and
+// its timer. The status entity itself is deleted by its owner, not by handleDelete.
+
+#include <memory>
+
+#include "ovinmirel/glue/OvinMirelGlueStatus.h"
+#include "ovinmirel/index/OvinMirelIndex.h"
+#include "platform/brix/TimerWheel.h"
+#include "platform/mirel/ChipId.h"
+#include "platform/mirel/HwCapability.h"
+#include "platform/ovin/AclKey.h"
+#include "platform/vorn/EntryWatchers.h"
+#include "platform/vorn/StateMachine.h"
+#include "platform/zamu/IntfId.h"
+
+namespace OvinMirel {
+
+// The physical interfaces through which one ACL is in effect at one place.
+class AclPhyIntfSet : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::AclPhyIntfSet")
+  public:
+    explicit AclPhyIntfSet(const Ovin::AclKey& aclKey) : aclKey_(aclKey) {}
+    const Ovin::AclKey& aclKey() const { return aclKey_; }
+
+    VORN_ORDERED_SET(Zamu::IntfId, phyIntf)
+
+  private:
+    const Ovin::AclKey aclKey_;
+};
+
+// The ACL keys in effect for one VLAN, each with the member interfaces that contributed it.
+class VlanAclPhyIntfColl : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::VlanAclPhyIntfColl")
+  public:
+    explicit VlanAclPhyIntfColl(const Bridging::VlanId& vlanId) : vlanId_(vlanId) {}
+    const Bridging::VlanId& vlanId() const { return vlanId_; }
+
+    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclPhyIntfSet, aclKey)
+
+  private:
+    const Bridging::VlanId vlanId_;
+};
+
+// The same for one sub-interface and the physical interfaces that carry it.
+class SubIntfAclPhyIntfColl : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::SubIntfAclPhyIntfColl")
+  public:
+    explicit SubIntfAclPhyIntfColl(const Zamu::IntfId& subIntfId) : subIntfId_(subIntfId) {}
+    const Zamu::IntfId& subIntfId() const { return subIntfId_; }
+
+    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclPhyIntfSet, aclKey)
+
+  private:
+    const Zamu::IntfId subIntfId_;
+};
+
+// The configured interfaces through which one ACL was put in effect on a physical interface.
+class AclParentIntfSet : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::AclParentIntfSet")
+  public:
+    explicit AclParentIntfSet(const Ovin::AclKey& aclKey) : aclKey_(aclKey) {}
+    const Ovin::AclKey& aclKey() const { return aclKey_; }
+
+    VORN_ORDERED_SET(Zamu::IntfId, parentIntfId)
+
+  private:
+    const Ovin::AclKey aclKey_;
+};
+
+// What one physical interface contributed to the status: per ACL, the parents it came
+// through. A review withdraws exactly this, whatever the index says by then.
+class IntfAclStatus : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::IntfAclStatus")
+  public:
+    explicit IntfAclStatus(const Zamu::IntfId& intfId) : intfId_(intfId) {}
+    const Zamu::IntfId& intfId() const { return intfId_; }
+
+    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclParentIntfSet, aclKey)
+
+  private:
+    const Zamu::IntfId intfId_;
+};
+
+class AclPolicySm : public Vorn::StateMachine {
+    VORN_ENTITY("OvinMirel::AclPolicySm")
+  public:
+    // References may be null here; handleInitialized asserts that they are all present.
+    AclPolicySm(Mirel::ChipId chipId, const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+                const Vorn::Ptr<Mirel::HwCapability>& hwCapability, const Vorn::Ptr<Index>& index,
+                const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus, Brix::TimerWheel& timerWheel);
+    ~AclPolicySm() override;
+    // Asked for again (AclPolicySmColl::smIs) with another reference than the one it holds:
+    // refused with ReinstantiationException naming the attribute ("_hwCapability", ...).
+    void reinstantiate(const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+                       const Vorn::Ptr<Mirel::HwCapability>& hwCapability,
+                       const Vorn::Ptr<Index>& index,
+                       const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
+                       Brix::TimerWheel& timerWheel) const;
+
+    Mirel::ChipId chipId() const { return chipId_; }
+    const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability() const { return chipHwCapability_; }
+    const Vorn::Ptr<Mirel::HwCapability>& hwCapability() const { return hwCapability_; }
+    const Vorn::Ptr<Index>& index() const { return index_; }
+    const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus() const { return aclPolicyStatus_; }
+    Brix::TimerWheel& timerWheel() const { return *timerWheel_; }
+    const Brix::Timer& intfPolicyTimer() const { return intfPolicyTimer_; }
+
+    // This chip's entry of Index.chipIntfMapping while it exists.
+    VORN_PTR_ATTR(ChipIntfMapping, chipIntfMapping)
+    // Interfaces awaiting review, reviewed in this (interface) order.
+    VORN_ORDERED_SET(Zamu::IntfId, intfPolicyQueue)
+    // Interfaces on which not every bound ACL is in effect. A real change (only) logs.
+    VORN_ORDERED_SET(Zamu::IntfId, errIntf)
+    // Per ACL, the physical interfaces on which it has been put in effect.
+    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclPhyIntfSet, aclPhyIntfStatus)
+    VORN_ORDERED_ENTITY_MAP(Bridging::VlanId, VlanAclPhyIntfColl, vlanAclPhyIntfStatus)
+    VORN_ORDERED_ENTITY_MAP(Zamu::IntfId, SubIntfAclPhyIntfColl, subIntfAclPhyIntfStatus)
+    // The interfaces that have entries in the status, with what they contributed.
+    VORN_ORDERED_ENTITY_MAP(Zamu::IntfId, IntfAclStatus, intfAclStatus)
+
+    // Every operation below asserts "initialized()", except scheduling, which does nothing
+    // before initialisation (and after handleDelete).
+
+    // The ACL kinds bound to the interface (in effect or not), from Index.intfAclTypeMapping.
+    Mirel::AclTypeCombinationBitMask getIntfAclTypeCombination(const Zamu::IntfId& intfId) const;
+    // The supported part of `requested`: the first supported combination (ascending priority
+    // key) that holds all of it; else the first one that shares any bit with it (never a
+    // later, larger one); else 0.
+    Mirel::AclTypeCombinationBitMask getBestAclTypeCombinationMatch(
+        Mirel::AclTypeCombinationBitMask requested) const;
+    // The kinds allowed on the interface.
+    Mirel::AclTypeCombinationBitMask getIntfPolicy(const Zamu::IntfId& intfId) const;
+    // The one mask bit of an ACL from its key alone; 0 for an ACL type with no table.
+    Mirel::AclTypeCombinationBitMask getAclTypeMask(const Ovin::AclKey& aclKey) const;
+    // Whether a routed port's router ACLs are installed by sharing one index.
+    // REQUIRES: Index.intfAclMapping has the interface.
+    bool shouldDoRaclSharing(const Zamu::IntfId& intfId) const;
+    // Whether every ACL bound to the interface has a mask bit. REQUIRES: the interface has
+    // ACLs in the index and sits on this chip.
+    bool isReadyIntfAcl(const Zamu::IntfId& intfId) const;
+
+    void scheduleIntfAclPolicyReview(const Zamu::IntfId& intfId);
+    // Every interface of the chip, and every one that has status or is an error interface.
+    void scheduleIntfAclPolicyReview();
+    void handleIntfPolicyTimer();
+    // Withdraws what the interface contributed, then puts its admitted ACLs in effect.
+    void processIntf(const Zamu::IntfId& intfId);
+    // The direct form: rewrites the interface's intfAclMapping entry from the index alone,
+    // without the bookkeeping of processIntf. REQUIRES: as isReadyIntfAcl.
+    void applyIntfAclPolicy(const Zamu::IntfId& intfId);
+    void updateErrIntf(const Zamu::IntfId& intfId);
+    void logErrIntf(const Zamu::IntfId& intfId) const;
+
+    // The writers of AclPolicyStatus.
+    void addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
+    void addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
+    void addVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vlanIntfId,
+                     const Ovin::AclKey& aclKey);
+    void addSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& subIntfId,
+                    const Ovin::AclKey& aclKey);
+    void deletePhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
+    void deleteVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vlanIntfId,
+                        const Ovin::AclKey& aclKey);
+    void deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& subIntfId,
+                       const Ovin::AclKey& aclKey);
+    void deleteIntfStatus(const Zamu::IntfId& intfId);
+
+    // Reactions.
+    void handleChipIntfMapping(Mirel::ChipId chipId);
+    void handleChipIntf(const Zamu::IntfId& intfId);
+    void handleAclPhyIntf(const Ovin::AclKey& aclKey, const Zamu::IntfId& intfId);
+    // Asserts its inputs, starts watching and takes this chip's interface mapping.
+    void handleInitialized() override;
+    // Drops the watchers and disarms the timer; the status stays as it is.
+    void handleDelete() override;
+
+  private:
+    class PhyIntfWatcher;
+    class AclPhyIntfWatcher;
+    using AclPhyIntfField = Vorn::EntityMapField<Ovin::AclKey, AclPhyIntfColl>;
+    using AclPhyIntfWatchers = Vorn::EntryWatchers<AclPhyIntfField, AclPhyIntfWatcher>;
+
+    // The parent's kind decides the place an ACL takes in the status.
+    enum class Path { phy, vlan, sub };
+    Path pathOf(const Zamu::IntfId& intfId, const Zamu::IntfId& parentIntfId) const;
+    bool onChip(const Zamu::IntfId& intfId) const;
+
+    const Mirel::ChipId chipId_;
+    const Vorn::Ptr<Mirel::ChipHwCapability> chipHwCapability_;
+    const Vorn::Ptr<Mirel::HwCapability> hwCapability_;
+    const Vorn::Ptr<Index> index_;
+    const Vorn::Ptr<AclPolicyStatus> aclPolicyStatus_;
+    Brix::TimerWheel* const timerWheel_;
+    Brix::Timer intfPolicyTimer_;
+    // Whether chipIntfMapping has been taken since initialisation (its absence then reads as
+    // "removed", not "not yet set").
+    bool chipIntfMappingTaken_ = false;
+    // Declared after what they use, so they go first.
+    Vorn::Subscription errIntfLog_;
+    Vorn::Subscription chipIntfMappingSub_;
+    Vorn::Subscription chipIntfSub_;
+    std::unique_ptr<AclPhyIntfWatchers> aclPhyIntfColl_;
+};
+
+class AclPolicySmColl : public Vorn::Entity {
+    VORN_ENTITY("OvinMirel::AclPolicySmColl")
+  public:
+    explicit AclPolicySmColl(const Vorn::Name& name) : name_(name) {}
+    const Vorn::Name& name() const { return name_; }
+
+    // smIs(chipId, chipHwCapability, hwCapability, index, aclPolicyStatus, timerWheel);
+    // smDel runs the machine's handleDelete first.
+    VORN_MACHINE_MAP(Mirel::ChipId, AclPolicySm, sm)
+
+  private:
+    const Vorn::Name name_;
+};
+
+Vorn::Ptr<AclPolicySm> aclPolicySmFactory(
+    Mirel::ChipId chipId, const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+    const Vorn::Ptr<Mirel::HwCapability>& hwCapability, const Vorn::Ptr<Index>& index,
+    const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus, Brix::TimerWheel& timerWheel);
+Vorn::Ptr<AclPolicySmColl> aclPolicySmCollFactory(const Vorn::Name& name);
+
+}  // namespace OvinMirel

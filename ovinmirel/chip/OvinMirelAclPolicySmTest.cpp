@@ -1,0 +1,587 @@
+// The ACL policy machine, through the real index machines, a real policy status and a timer
+// wheel on a virtual clock: what ends up in effect where, the error interfaces and their log
+// messages, the review run, and the refusals.
+
+#include "ovinmirel/chip/OvinMirelAclPolicySm.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ovinmirel/chip/OvinMirelChipTestWorld.h"
+#include "platform/flinq/Flinq.h"
+#include "platform/logging/Logging.h"
+
+namespace OvinMirel {
+namespace {
+
+using ChipTest::aclKey;
+using ChipTest::Facts;
+using Mask = Mirel::AclTypeCombinationBitMask;
+
+const Ovin::AclKey kP4 = aclKey("p4");
+const Ovin::AclKey kP6 = aclKey("p6", Acl::aclTypeIpv6);
+const Ovin::AclKey kMac = aclKey("m", Acl::aclTypeMac);
+const Ovin::AclKey kR4 = aclKey("r4", Acl::aclTypeIpv4, 100);
+const Ovin::AclKey kR6 = aclKey("r6", Acl::aclTypeIpv6, 100);
+const Ovin::AclKey kVlanR4 = aclKey("v4", Acl::aclTypeIpv4, 10);
+const Ovin::AclKey kSubR4 = aclKey("s4", Acl::aclTypeIpv4, 7);
+// An ACL type the hardware has no table for: it has no mask bit.
+const Ovin::AclKey kOdd = aclKey("x", Acl::AclType(3));
+
+std::string line(const std::string& collection, const std::string& place, const Ovin::AclKey& k) {
+    return collection + "[" + place + "].aclKey[" + k.str() + "]";
+}
+
+std::vector<std::string> reviewed(const Flinq::Capture& cap) {
+    std::vector<std::string> out;
+    for (const std::string& t : cap.texts("OvinMirelAclPolicySm"))
+        if (t.rfind("  processIntf ", 0) == 0)
+            out.push_back(t.substr(14));
+    return out;
+}
+
+// A chip with everything allowed, its machine started over a running index.
+struct Chip1 : ChipTest::World {
+    explicit Chip1(std::initializer_list<uint32_t> ranked = {Mask::kMax}) {
+        chip(1, ranked);
+        for (const char* intf : {"Ethernet1", "Ethernet2", "Ethernet3"})
+            onChip(intf, 1);
+        startIndex();
+        sm = startPolicy(1);
+        settle();
+    }
+    Vorn::Ptr<AclPolicySm> sm;
+};
+
+TEST(AclPolicySm, BestMatchKeepsThePlatformTieBreaks) {
+    Chip1 w;
+    struct Case {
+        const char* name;
+        std::initializer_list<uint32_t> ranked;
+        uint32_t requested;
+        uint32_t expected;
+    };
+    const Case cases[] = {
+        {"a later full match beats an earlier partial one", {0x001, 0x003}, 0x003, 0x003},
+        {"the first partial match wins, not a later larger one", {0x101, 0x012}, 0x013, 0x001},
+        {"combinations that share no bit are passed over", {0x200, 0x004, 0x00a}, 0x00e, 0x004},
+        {"no common bit gives 0", {0x001, 0x010}, 0x100, 0x000},
+        {"an empty request is held by anything", {0x001}, 0x000, 0x000},
+        {"all ten bits", {0x0ff, 0x3ff}, 0x3ff, 0x3ff},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        w.chip(1, c.ranked);
+        EXPECT_EQ(w.sm->getBestAclTypeCombinationMatch(Mask(c.requested)), Mask(c.expected));
+    }
+    // The walk follows the priority key, not the order the platform wrote the entries in.
+    auto cap = w.chip(1, {});
+    cap->aclTypeCombinationByPriorityIs(Mirel::AclTypePriority{2}, Mask(0x001));
+    cap->aclTypeCombinationByPriorityIs(Mirel::AclTypePriority{1}, Mask(0x002));
+    EXPECT_EQ(w.sm->getBestAclTypeCombinationMatch(Mask(0x003)), Mask(0x002));
+
+    try {
+        w.sm->getBestAclTypeCombinationMatch(Mask(Mask::kMax + 1));
+        ADD_FAILURE() << "no error";
+    } catch (const Vorn::RangeException& e) {
+        EXPECT_STREQ(e.what(), "AclTypeCombinationBitMask::value > 0x3ff not allowed");
+    }
+}
+
+TEST(AclPolicySm, EachAclKindHasItsBitAndTraceWord) {
+    Chip1 w;
+    const Acl::AclDirection out = Acl::aclDirectionOut;
+    struct Case {
+        const char* name;
+        Ovin::AclKey key;
+        uint32_t mask;
+    };
+    const Case cases[] = {
+        {"IPv4 port in", kP4, 0x001},
+        {"IPv4 port out", aclKey("a", Acl::aclTypeIpv4, std::nullopt, out), 0x010},
+        {"IPv4 router in", kR4, 0x002},
+        {"IPv4 router out", aclKey("a", Acl::aclTypeIpv4, 100, out), 0x020},
+        {"IPv6 port in", kP6, 0x004},
+        {"IPv6 port out", aclKey("a", Acl::aclTypeIpv6, std::nullopt, out), 0x040},
+        {"IPv6 router in", kR6, 0x008},
+        {"IPv6 router out", aclKey("a", Acl::aclTypeIpv6, 100, out), 0x080},
+        {"MAC in", kMac, 0x100},
+        {"MAC out, a VLAN id changes nothing", aclKey("a", Acl::aclTypeMac, 100, out), 0x200},
+        {"no table for the type", kOdd, 0x000},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(w.sm->getAclTypeMask(c.key), Mask(c.mask));
+    }
+    // The interface's combination comes from the index's table types, with its words.
+    w.bind(kP4, "Ethernet1");
+    w.bind(aclKey("p4out", Acl::aclTypeIpv4, std::nullopt, out), "Ethernet1");
+    w.bind(kR6, "Ethernet1");
+    w.bind(aclKey("mout", Acl::aclTypeMac, std::nullopt, out), "Ethernet1");
+    Flinq::Capture cap;
+    EXPECT_EQ(w.sm->getIntfAclTypeCombination("Ethernet1"), Mask(0x219));
+    EXPECT_TRUE(
+        cap.has("    Ethernet1 aclTypeCombination 0x219 v4pacl-in-out v6racl-in macacl-out"))
+        << testing::PrintToString(cap.texts());
+    EXPECT_EQ(w.sm->getIntfAclTypeCombination("Ethernet2"), Mask());
+}
+
+TEST(AclPolicySm, ContentionLeavesAclsOutAndLogsOncePerTransition) {
+    // IPv4 and IPv6 port ACLs together first, MAC alone second.
+    Chip1 w({0x005, 0x100});
+    Logging::Capture log;
+    w.bind(kP4, "Ethernet1");
+    w.bind(kP6, "Ethernet1");
+    w.bind(kMac, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("intfAclMapping", "Ethernet1", kP4),
+                                  line("intfAclMapping", "Ethernet1", kP6)}));
+    EXPECT_TRUE(w.sm->errIntf("Ethernet1"));
+    const Logging::Record notActive{"ACL_NOT_ACTIVE_ON_INTERFACE",
+                                    "One or more ACLs not in effect on interface Ethernet1 "};
+    EXPECT_EQ(log.records(), std::vector<Logging::Record>{notActive});
+
+    // Reviews in the same state log nothing more.
+    w.sm->scheduleIntfAclPolicyReview();
+    w.settle();
+    w.bind(kP4, "Ethernet2");
+    w.settle();
+    EXPECT_EQ(log.records(), std::vector<Logging::Record>{notActive});
+
+    // Recovery is logged once.
+    w.bind(kMac, "Ethernet1", false);
+    w.settle();
+    w.sm->scheduleIntfAclPolicyReview();
+    w.settle();
+    const Logging::Record active{"ACL_ACTIVE_ON_INTERFACE",
+                                 "All ACLs applied on Ethernet1 are now in effect"};
+    EXPECT_EQ(log.records(), (std::vector<Logging::Record>{notActive, active}));
+    EXPECT_EQ(w.sm->errIntfs(), 0u);
+    EXPECT_EQ(w.status(1), (Facts{line("intfAclMapping", "Ethernet1", kP4),
+                                  line("intfAclMapping", "Ethernet1", kP6),
+                                  line("intfAclMapping", "Ethernet2", kP4)}));
+}
+
+TEST(AclPolicySm, NoCommonBitPutsNothingInEffect) {
+    Chip1 w({0x001});
+    Logging::Capture log;
+    w.bind(kMac, "Ethernet3");
+    w.bind(kMac, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
+    EXPECT_TRUE(w.sm->errIntf("Ethernet1"));
+    // Logged in review (interface) order.
+    EXPECT_EQ(log.texts("ACL_NOT_ACTIVE_ON_INTERFACE"),
+              (std::vector<std::string>{"One or more ACLs not in effect on interface Ethernet1 ",
+                                        "One or more ACLs not in effect on interface Ethernet3 "}));
+}
+
+TEST(AclPolicySm, AnAclThatIsNotReadyHoldsBackTheWholeInterface) {
+    Chip1 w;
+    w.bind(kP4, "Ethernet1");
+    w.settle();
+    ASSERT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP4)});
+    // The table-type index refuses such a key outright; the rest of the index takes it.
+    w.indexSm->intfAclTypeIndexSmDel();
+    Flinq::Capture cap;
+    w.bind(kOdd, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_TRUE(cap.has("    acl " + kOdd.str()));
+    EXPECT_TRUE(cap.has("    intf is not ready"));
+    w.bind(kOdd, "Ethernet1", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP4)});
+}
+
+TEST(AclPolicySm, RemovingTheLastAclOfAnInterfaceDeletesItsEntry) {
+    Chip1 w;
+    w.bind(kP4, "Ethernet1");
+    w.bind(kP6, "Ethernet1");
+    w.settle();
+    w.bind(kP4, "Ethernet1", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP6)});
+    Flinq::Capture cap;
+    w.bind(kP6, "Ethernet1", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_TRUE(
+        cap.has("        removing p6/ipv6/in Ethernet1 from intfAclMapping, deleting "
+                "intfAclMapping"));
+    EXPECT_TRUE(cap.has("    no intfAclMapping"));
+    EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
+    EXPECT_EQ(w.sm->aclPhyIntfStatuss(), 0u);
+}
+
+TEST(AclPolicySm, AVlanAclStaysWhileAnyMemberContributesIt) {
+    Chip1 w;
+    w.vlanMember(10, "Ethernet1");
+    w.vlanMember(10, "Ethernet2");
+    w.bind(kVlanR4, "Vlan10");
+    w.settle();
+    EXPECT_EQ(w.status(1),
+              (Facts{line("vlanAclMapping", "10", kVlanR4), "vlanAclMapping[10].phyIntf[Ethernet1]",
+                     "vlanAclMapping[10].phyIntf[Ethernet2]"}));
+    Flinq::Capture cap;
+    w.vlanMember(10, "Ethernet1", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("vlanAclMapping", "10", kVlanR4),
+                                  "vlanAclMapping[10].phyIntf[Ethernet2]"}));
+    EXPECT_TRUE(cap.has("        not removing vlanId 10 v4/ip/in/vlan10 from vlanAclMapping"));
+    w.vlanMember(10, "Ethernet2", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_TRUE(cap.has("        no more acls on vlanId 10, deleting vlanAclMapping"));
+    EXPECT_EQ(w.sm->vlanAclPhyIntfStatuss(), 0u);
+
+    // One ACL reaching a port directly and through its VLAN: dropping the VLAN binding
+    // changes only the parents under the ACL, and the VLAN entry still goes.
+    w.vlanMember(20, "Ethernet1");
+    w.bind(kP4, "Ethernet1");
+    w.bind(kP4, "Vlan20");
+    w.settle();
+    EXPECT_EQ(w.status(1),
+              (Facts{line("intfAclMapping", "Ethernet1", kP4), line("vlanAclMapping", "20", kP4),
+                     "vlanAclMapping[20].phyIntf[Ethernet1]"}));
+    w.bind(kP4, "Vlan20", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP4)});
+}
+
+TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
+    Chip1 w;
+    w.bind(kP4, "Ethernet1");
+    w.bind(kP4, "Ethernet2");
+    w.settle();
+    ASSERT_EQ(w.status(1).size(), 2u);
+    // What a rebuild of the attachment index does first, here with its machines stopped: the
+    // ACL's entry goes with its interfaces still in it.
+    w.indexSm = nullptr;
+    w.index->intfAclMappingDelAll();
+    w.index->aclPhyIntfMappingDelAll();
+    EXPECT_EQ(w.settle(), 1u);
+    EXPECT_EQ(w.status(1), Facts{});
+}
+
+TEST(AclPolicySm, RoutedPortSharingNeedsRouterAclsOnlyAndTheirCombination) {
+    struct Case {
+        const char* name;
+        bool supported;
+        std::initializer_list<uint32_t> ranked;
+        std::vector<Ovin::AclKey> acls;
+        bool shared;
+        const char* trace;
+    };
+    const Case cases[] = {
+        {"router ACLs only",
+         true,
+         {0x3ff},
+         {kR4, kR6},
+         true,
+         "      processing r6/ipv6/in/vlan100"},
+        {"with a MAC ACL",
+         true,
+         {0x3ff},
+         {kR4, kMac},
+         false,
+         "        mac acls cannot co-exist with racls"},
+        {"with a port ACL",
+         true,
+         {0x3ff},
+         {kR4, kP4},
+         false,
+         "        routed port RACL sharing enabled and PACL p4/ip/in on intf"},
+        {"port and router bits not held together",
+         true,
+         {0x002, 0x001},
+         {kR4},
+         false,
+         "        routed port RACL sharing enabled but PaclRacl combination not supported on intf "
+         "after adding r4/ip/in/vlan100"},
+        {"sharing not supported",
+         false,
+         {0x3ff},
+         {kR4},
+         false,
+         "        routed port RACL sharing disabled but RACL on intf r4/ip/in/vlan100"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Chip1 w(c.ranked);
+        w.hw->routedPortRaclSharingSupportedIs(c.supported);
+        Flinq::Capture cap;
+        for (const Ovin::AclKey& k : c.acls)
+            w.bind(k, "Ethernet1");
+        w.settle();
+        Facts expected;
+        for (const Ovin::AclKey& k : c.acls)
+            expected.push_back(
+                line(c.shared ? "routedPortSharedAclMapping" : "intfAclMapping", "Ethernet1", k));
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(w.status(1), expected);
+        EXPECT_TRUE(cap.has(c.trace)) << testing::PrintToString(cap.texts("OvinMirelAclPolicySm"));
+    }
+}
+
+TEST(AclPolicySm, ARoutedPortMovesBetweenTheMappingsAsAPortAclComesAndGoes) {
+    Chip1 w;
+    w.hw->routedPortRaclSharingSupportedIs(true);
+    w.bind(kR4, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("routedPortSharedAclMapping", "Ethernet1", kR4)});
+    Flinq::Capture cap;
+    w.bind(kP4, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("intfAclMapping", "Ethernet1", kP4),
+                                  line("intfAclMapping", "Ethernet1", kR4)}));
+    EXPECT_TRUE(
+        cap.has("        removing r4/ip/in/vlan100 Ethernet1 from "
+                "routedPortSharedAclMapping, deleting routedPortSharedAclMapping"));
+    w.bind(kP4, "Ethernet1", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("routedPortSharedAclMapping", "Ethernet1", kR4)});
+}
+
+TEST(AclPolicySm, SubInterfaceAclsFollowTheirCarriers) {
+    Chip1 w;
+    w.subIntf("Ethernet1.7");
+    w.bind(kSubR4, "Ethernet1.7");
+    w.lagMember("Port-Channel1", "Ethernet2");
+    w.lagMember("Port-Channel1", "Ethernet3");
+    w.subIntf("Port-Channel1.5");
+    w.bind(kSubR4, "Port-Channel1.5");
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("subIntfAclMapping", "Ethernet1.7", kSubR4),
+                                  line("subIntfAclMapping", "Port-Channel1.5", kSubR4)}));
+    Flinq::Capture cap;
+    w.lagMember("Port-Channel1", "Ethernet2", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("subIntfAclMapping", "Ethernet1.7", kSubR4),
+                                  line("subIntfAclMapping", "Port-Channel1.5", kSubR4)}));
+    EXPECT_TRUE(
+        cap.has("        not removing Port-Channel1.5 s4/ip/in/vlan7 from subIntfAclMapping"));
+    w.lagMember("Port-Channel1", "Ethernet3", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("subIntfAclMapping", "Ethernet1.7", kSubR4)});
+    EXPECT_TRUE(cap.has("        no more acls on Port-Channel1.5, deleting subIntfAclMapping"));
+    EXPECT_EQ(w.sm->subIntfAclPhyIntfStatuss(), 1u);
+}
+
+TEST(AclPolicySm, ABurstOfChangesIsReviewedOnceInInterfaceOrder) {
+    Chip1 w;
+    Flinq::Capture cap;
+    w.onChip("Ethernet4", 1);
+    w.bind(kP4, "Ethernet3");
+    w.bind(kP4, "Ethernet1");
+    w.bind(kP6, "Ethernet3");
+    w.bind(kP6, "Ethernet4");
+    w.vlanMember(10, "Ethernet2");
+    w.bind(kVlanR4, "Vlan10");
+    EXPECT_TRUE(w.sm->intfPolicyTimer().armed());
+    EXPECT_EQ(w.settle(), 1u);
+    EXPECT_EQ(w.sm->intfPolicyQueues(), 0u);
+    EXPECT_EQ(reviewed(cap),
+              (std::vector<std::string>{"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"}));
+    EXPECT_EQ(w.status(1).size(), 6u);
+}
+
+TEST(AclPolicySm, TheChipLeavingTheIndexWithdrawsEverything) {
+    // IPv4 port and router ACLs, no MAC.
+    Chip1 w({0x007});
+    w.vlanMember(10, "Ethernet2");
+    w.subIntf("Ethernet3.7");
+    w.bind(kP4, "Ethernet1");
+    w.bind(kMac, "Ethernet1");
+    w.bind(kVlanR4, "Vlan10");
+    w.bind(kSubR4, "Ethernet3.7");
+    w.settle();
+    const Facts before = w.status(1);
+    ASSERT_EQ(before.size(), 4u);
+    ASSERT_TRUE(w.sm->errIntf("Ethernet1"));
+
+    // One interface leaving takes only its own contribution.
+    w.offChip("Ethernet3");
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("intfAclMapping", "Ethernet1", kP4),
+                                  line("vlanAclMapping", "10", kVlanR4),
+                                  "vlanAclMapping[10].phyIntf[Ethernet2]"}));
+
+    Flinq::Capture cap;
+    Logging::Capture log;
+    w.offChip("Ethernet1");
+    w.offChip("Ethernet2");
+    w.settle();
+    EXPECT_TRUE(cap.has("  chipIntfMapping is removed"));
+    EXPECT_TRUE(cap.has("    no chipIntfMapping"));
+    EXPECT_EQ(w.sm->chipIntfMapping(), nullptr);
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
+    EXPECT_EQ(w.sm->aclPhyIntfStatuss(), 0u);
+    EXPECT_EQ(w.sm->vlanAclPhyIntfStatuss(), 0u);
+    EXPECT_EQ(w.sm->subIntfAclPhyIntfStatuss(), 0u);
+    EXPECT_EQ(w.sm->errIntfs(), 0u);
+
+    // And coming back restores it.
+    cap.clear();
+    for (const char* intf : {"Ethernet1", "Ethernet2", "Ethernet3"})
+        w.onChip(intf, 1);
+    w.settle();
+    EXPECT_TRUE(cap.has("  chipIntfMapping is set"));
+    EXPECT_EQ(w.status(1), before);
+    EXPECT_TRUE(w.sm->errIntf("Ethernet1"));
+}
+
+TEST(AclPolicySm, AnInterfaceOfAnotherChipIsNoErrorHere) {
+    ChipTest::World w;
+    w.chip(1, {0x001});
+    w.chip(2, {0x001});
+    w.onChip("Ethernet1", 1);
+    w.onChip("Ethernet5", 2);
+    w.startIndex();
+    auto sm1 = w.startPolicy(1);
+    auto sm2 = w.startPolicy(2);
+    // A chip with no interface yet.
+    w.chip(3, {0x001});
+    auto sm3 = w.startPolicy(3);
+    Logging::Capture log;
+    Flinq::Capture cap;
+    w.bind(kMac, "Ethernet5");
+    w.bind(kP4, "Ethernet5");
+    w.settle();
+    EXPECT_TRUE(cap.has("    no chipIntfMapping"));
+    EXPECT_TRUE(cap.has("    chipIntfMapping is not yet set"));
+    EXPECT_EQ(log.texts("ACL_NOT_ACTIVE_ON_INTERFACE"),
+              std::vector<std::string>{"One or more ACLs not in effect on interface Ethernet5 "});
+    EXPECT_EQ(sm1->errIntfs(), 0u);
+    EXPECT_EQ(sm3->errIntfs(), 0u);
+    EXPECT_TRUE(sm2->errIntf("Ethernet5"));
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_EQ(w.status(2), Facts{line("intfAclMapping", "Ethernet5", kP4)});
+}
+
+TEST(AclPolicySm, TheDirectFormRewritesTheInterfaceEntry) {
+    Chip1 w({0x005, 0x100});
+    w.bind(kP4, "Ethernet1");
+    w.bind(kMac, "Ethernet1");
+    w.settle();
+    w.chip(1, {0x100});
+    Flinq::Capture cap;
+    w.sm->applyIntfAclPolicy("Ethernet1");
+    EXPECT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kMac)});
+    EXPECT_EQ(cap.texts("OvinMirelAclPolicySm").front(), "    discovering acl types");
+    EXPECT_TRUE(cap.has("      adding m/mac/in"));
+    w.chip(1, {0x040});
+    w.sm->applyIntfAclPolicy("Ethernet1");
+    EXPECT_EQ(w.status(1), Facts{});
+}
+
+TEST(AclPolicySm, ReinstantiationWithOtherReferencesIsRefused) {
+    ChipTest::World w;
+    auto cap = w.chip(1, {0x3ff});
+    auto status = w.statuses->statusIs(Mirel::ChipId(1));
+    auto sm = w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, status, w.wheel);
+    EXPECT_EQ(w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, status, w.wheel), sm);
+    Brix::TimerWheel otherWheel;
+    auto otherHw = Mirel::hwCapabilityFactory("other");
+    auto otherStatus = aclPolicyStatusFactory(Mirel::ChipId(1));
+    const std::string prefix =
+        "Reinstantiating the pointer interface where constructor parameter attribute ";
+    struct Case {
+        const char* name;
+        std::function<void()> again;
+        std::string text;
+    };
+    const Case cases[] = {
+        {"hwCapability",
+         [&] { w.policies->smIs(Mirel::ChipId(1), cap, otherHw, w.index, status, w.wheel); },
+         prefix + "_hwCapability has a different value of Mirel::HwCapability"},
+        {"aclPolicyStatus",
+         [&] { w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, otherStatus, w.wheel); },
+         prefix + "_aclPolicyStatus has a different value of OvinMirel::AclPolicyStatus"},
+        {"timerWheel",
+         [&] { w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, status, otherWheel); },
+         prefix + "_timerWheel has a different value of Brix::TimerWheel"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        try {
+            c.again();
+            ADD_FAILURE() << "no error";
+        } catch (const Vorn::ReinstantiationException& e) {
+            EXPECT_EQ(e.what(), c.text);
+        }
+        EXPECT_EQ(w.policies->sm(Mirel::ChipId(1)), sm);
+    }
+}
+
+TEST(AclPolicySm, SchedulesNothingOutsideItsLife) {
+    ChipTest::World w;
+    w.chip(1, {0x3ff});
+    w.onChip("Ethernet1", 1);
+    w.startIndex();
+    auto sm = w.policies->smIs(Mirel::ChipId(1), w.caps->chipHwCapability(Mirel::ChipId(1)), w.hw,
+                               w.index, w.statuses->statusIs(Mirel::ChipId(1)), w.wheel);
+    sm->scheduleIntfAclPolicyReview("Ethernet1");
+    EXPECT_EQ(sm->intfPolicyQueues(), 0u);
+    EXPECT_FALSE(sm->intfPolicyTimer().armed());
+
+    sm->handleInitialized();
+    w.bind(kP4, "Ethernet1");
+    EXPECT_TRUE(sm->intfPolicyTimer().armed());
+    w.policies->smDel(Mirel::ChipId(1));
+    EXPECT_FALSE(sm->initialized());
+    EXPECT_FALSE(sm->intfPolicyTimer().armed());
+    w.bind(kP6, "Ethernet1");
+    EXPECT_EQ(w.settle(), 0u);
+    EXPECT_EQ(sm->intfPolicyQueues(), 0u);
+
+    try {
+        sm->chipIntfMappingIs(nullptr);
+        ADD_FAILURE() << "no error";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _chipIntfMapping parameter to mutator for "
+                     "OvinMirel::AclPolicySm::chipIntfMapping not allowed");
+    }
+}
+
+TEST(AclPolicySmDeathTest, BrokenInvariantsStopTheProcess) {
+    ChipTest::World w;
+    auto cap = w.chip(1, {});
+    auto machine = [&](const Vorn::Ptr<Mirel::HwCapability>& hw, Mirel::ChipId statusChip) {
+        return aclPolicySmFactory(Mirel::ChipId(1), cap, hw, w.index,
+                                  aclPolicyStatusFactory(statusChip), w.wheel);
+    };
+    EXPECT_DEATH(machine(nullptr, Mirel::ChipId(1))->handleInitialized(),
+                 "Assertion `hwCapability\\(\\)' failed");
+    EXPECT_DEATH(machine(w.hw, Mirel::ChipId(2))->handleInitialized(),
+                 "Assertion `chipId\\(\\) == aclPolicyStatus\\(\\)->chipId\\(\\)' failed");
+    EXPECT_DEATH(machine(w.hw, Mirel::ChipId(1))->handleInitialized(),
+                 "Assertion `chipHwCapability\\(\\)->aclTypeCombinationByPrioritys\\(\\)' failed");
+    EXPECT_DEATH(machine(w.hw, Mirel::ChipId(1))->processIntf("Ethernet1"),
+                 "Assertion `initialized\\(\\)' failed");
+
+    w.chip(1, {0x3ff});
+    w.onChip("Ethernet1", 1);
+    w.startIndex();
+    auto sm = w.startPolicy(1);
+    EXPECT_DEATH(sm->addSubIntf("Ethernet1", "Port-Channel1", kP4),
+                 "Assertion `Unexpected port-channel parent interface' failed");
+    EXPECT_DEATH(sm->deletePhyIntf("Ethernet1", kP4),
+                 "Assertion `!!intfAclColl != !!routedIntfAclColl' failed");
+    EXPECT_DEATH(sm->isReadyIntfAcl("Ethernet1"),
+                 "Assertion `index\\(\\)->intfAclMappingHas\\( intfId \\)' failed");
+    w.bind(kP4, "Ethernet2");
+    EXPECT_DEATH(sm->applyIntfAclPolicy("Ethernet2"),
+                 "Assertion `chipIntfMapping\\(\\)->intfIdHas\\( intfId \\)' failed");
+}
+
+}  // namespace
+}  // namespace OvinMirel
