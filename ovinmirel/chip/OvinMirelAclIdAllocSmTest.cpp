@@ -1,0 +1,397 @@
+// ACL id allocation through a real Index built by the index machines and a GlueStatus whose
+// state the test moves to aclIdAlloc: dense numbering in key order around the reserved id,
+// exhaustion, protocol splitting, the 8-bit wrap and the machine's life cycle.
+
+#include "ovinmirel/chip/OvinMirelAclIdAllocSm.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ovinmirel/index/OvinMirelIndexSm.h"
+#include "ovinmirel/index/OvinMirelIndexTestWorld.h"
+#include "platform/flinq/Flinq.h"
+#include "tests/TestSupport.h"
+
+namespace OvinMirel {
+namespace {
+
+using IndexTest::aclKey;
+using Strings = std::vector<std::string>;
+
+const Mirel::ChipId kChip1(1);
+const Mirel::ChipId kChip2(2);
+
+struct Capability {
+    uint32_t max = 10;
+    uint8_t reserved = 255;
+    bool split = false;
+};
+
+class AclIdAllocSmTest : public ::testing::Test {
+  protected:
+    AclIdAllocSmTest() {
+        w.onChip("Ethernet1", 1);
+        w.onChip("Ethernet2", 2);
+        indexSm->handleInitialized();
+        glueStatus->initialize();
+    }
+
+    // The chip's allocator, created and initialised as the glue does; no capability record
+    // when `cap` is empty.
+    Vorn::Ptr<AclIdAllocSm> allocator(Mirel::ChipId chip, std::optional<Capability> cap) {
+        Vorn::Ptr<Mirel::ChipHwCapability> hw;
+        if (cap) {
+            hw = hwCaps->chipHwCapabilityIs(chip);
+            hw->chipRuleListIdMaxIs(cap->max);
+            hw->chipRuleListIdReservedPermitAllIs(cap->reserved);
+            hw->aclSplitOnProtocolSupportedIs(cap->split);
+        }
+        Vorn::Ptr<AclIdAllocSm> sm =
+            coll->chipAclIdAllocSmIs(chip, hw, w.acls, glueStatus, w.index, response(chip));
+        sm->handleInitialized();
+        return sm;
+    }
+    Vorn::Ptr<AclIdResponse> response(Mirel::ChipId chip) {
+        return glueStatus->aclIdResponseColl()->chipAclIdResponseIs(chip);
+    }
+    // One commit cycle's allocation phase.
+    void cycle() {
+        glueStatus->glueSmStateIs(idle_);
+        glueStatus->glueSmStateIs(aclIdAlloc_);
+    }
+    // An IP rule matching `proto`, recorded as the helper records it.
+    void ipRule(const Ovin::AclKey& key, uint8_t proto) {
+        Vorn::Ptr<OvinMirelAcl> acl = w.acls->aclIs(key);
+        const uint32_t n = static_cast<uint32_t>(acl->ipRuleByIds());
+        Mirel::IpRuleConfig rule;
+        rule.filter.protocol = Zamu::IpProto(proto);
+        rule.filter.matchProtocol = proto != 0;
+        acl->ipRuleByIdIs(Mirel::AceIndex{n + 1, 0, Acl::UniqueId{n + 1}}, rule);
+        acl->ruleCountByProtocolInc(Zamu::IpProto(proto), 1);
+    }
+    // "<key> <protocol class>:<chip rule list id> ..." per response entry, in key order; an
+    // entry with no id reads "<key> -".
+    Strings ids(Mirel::ChipId chip) {
+        Strings out;
+        for (const auto& [key, set] : response(chip)->response()) {
+            std::string line = key.str();
+            for (const auto& [proto, id] : set->aclIdType())
+                line += " " + TestSupport::str(proto) + ":" + std::to_string(id.chipRuleListId());
+            out.push_back(set->aclIdTypes() == 0 ? line + " -" : line);
+        }
+        return out;
+    }
+
+    IndexTest::World w;
+    Vorn::Ptr<IndexSm> indexSm = indexSmFactory(w.acls, w.pd, w.vlans, w.lags, w.subs, w.index);
+    Vorn::Ptr<GlueStatus> glueStatus = glueStatusFactory("glueStatus");
+    Vorn::Ptr<Mirel::HwCapabilityColl> hwCaps = Mirel::hwCapabilityCollFactory("hwCapabilityColl");
+    Vorn::Ptr<AclIdAllocSmColl> coll = aclIdAllocSmCollFactory("AclIdAllocSmColl");
+};
+
+TEST_F(AclIdAllocSmTest, IdsAreDenseInKeyOrderAndSkipTheReservedId) {
+    auto sm = allocator(kChip1, Capability{.max = 10, .reserved = 1});
+    // Bound in reverse order: the numbering follows the keys, not the history.
+    for (const char* name : {"c", "b", "a"})
+        w.bind(aclKey(name), "Ethernet1");
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:2", "c/ip/in all:3"}));
+    EXPECT_EQ(sm->chipRuleListIdVal(), 4u);
+    EXPECT_FALSE(sm->chipRuleListIdExhausted());
+}
+
+TEST_F(AclIdAllocSmTest, IdsCarryTheTableTypeAndDirectionOfTheKey) {
+    allocator(kChip1, Capability{});
+    w.vlanMember(10, "Ethernet1");
+    const Ovin::AclKey racl = aclKey("r", Acl::aclTypeIpv4, 10, Acl::aclDirectionOut);
+    const Ovin::AclKey v6 = aclKey("s", Acl::aclTypeIpv6);
+    w.bind(racl, "Vlan10");
+    w.bind(v6, "Ethernet1");
+    cycle();
+    Vorn::Ptr<Mirel::AclIdTypeSet> r = response(kChip1)->response(racl);
+    Vorn::Ptr<Mirel::AclIdTypeSet> s = response(kChip1)->response(v6);
+    ASSERT_TRUE(r && r->aclIdType(Mirel::protocolAll_));
+    ASSERT_TRUE(s && s->aclIdType(Mirel::protocolAll_));
+    EXPECT_EQ(*r->aclIdType(Mirel::protocolAll_),
+              Mirel::AclId(Mirel::ipv4RouterAcl_, 0, Acl::aclDirectionOut));
+    EXPECT_EQ(*s->aclIdType(Mirel::protocolAll_),
+              Mirel::AclId(Mirel::ipv6PortAcl_, 1, Acl::aclDirectionIn));
+}
+
+TEST_F(AclIdAllocSmTest, WithoutCapabilityOneIdFitsAndTheRestAreExhausted) {
+    auto sm = allocator(kChip1, std::nullopt);
+    std::vector<bool> seen;
+    Vorn::Subscription sub =
+        sm->chipRuleListIdExhaustedNotify([&] { seen.push_back(sm->chipRuleListIdExhausted()); });
+    for (const char* name : {"a", "b", "c"})
+        w.bind(aclKey(name), "Ethernet1");
+    Flinq::Capture cap;
+    cycle();
+    // The counter is past the maximum before b and c get an entry; the walk still visits
+    // (and reports) each of them.
+    EXPECT_EQ(ids(kChip1), Strings{"a/ip/in all:0"});
+    EXPECT_TRUE(sm->chipRuleListIdExhausted());
+    Strings exhausted;
+    for (const Flinq::Line& l : cap.lines()) {
+        if (l.text.find("range exhausted") != std::string::npos && l.level == 0)
+            exhausted.push_back(l.text);
+    }
+    EXPECT_EQ(exhausted, (Strings{"    Acl key: b/ip/in range exhausted.",
+                                  "    Acl key: c/ip/in range exhausted."}));
+    // The next cycle starts clean: with nothing left on the chip, nothing is exhausted.
+    for (const char* name : {"a", "b", "c"})
+        w.bind(aclKey(name), "Ethernet1", false);
+    cycle();
+    EXPECT_EQ(ids(kChip1), Strings{});
+    EXPECT_FALSE(sm->chipRuleListIdExhausted());
+    EXPECT_EQ(seen, (std::vector<bool>{true, false}));
+}
+
+TEST_F(AclIdAllocSmTest, AnAclThatRunsOutAfterItsEntryWasMadeKeepsIt) {
+    struct Case {
+        const char* name;
+        Capability cap;
+        Strings want;
+    };
+    // "a" mixes TCP and UDP (split when the chip can), "b" and "c" have no rules.
+    const Case cases[] = {
+        // c finds the counter at 2, within range; skipping the reserved 2 gives 3, above it.
+        {"reserved id skipped past the maximum",
+         {.max = 2, .reserved = 2},
+         {"a/ip/in all:0", "b/ip/in all:1", "c/ip/in -"}},
+        // a's second half (id 1) no longer fits; b and c find the counter past the maximum
+        // and get no entry.
+        {"split ACL cut in half", {.max = 0, .reserved = 255, .split = true}, {"a/ip/in tcp:0"}},
+        // Both halves fit exactly; the rest is out of range.
+        {"split ACL fills the range",
+         {.max = 1, .reserved = 255, .split = true},
+         {"a/ip/in tcp:0 nonTcp:1"}},
+    };
+    ipRule(aclKey("a"), Zamu::IpProto::kTcp);
+    ipRule(aclKey("a"), Zamu::IpProto::kUdp);
+    for (const char* name : {"a", "b", "c"})
+        w.bind(aclKey(name), "Ethernet1");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        coll->chipAclIdAllocSmDel(kChip1);
+        hwCaps->chipHwCapabilityDel(kChip1);
+        auto sm = allocator(kChip1, c.cap);
+        cycle();
+        EXPECT_EQ(ids(kChip1), c.want);
+        EXPECT_TRUE(sm->chipRuleListIdExhausted());
+    }
+}
+
+TEST_F(AclIdAllocSmTest, SplittingOnProtocol) {
+    struct Case {
+        const char* name;
+        Acl::AclType type;
+        std::vector<uint8_t> protocols;
+        bool split;
+        const char* trace;
+        Strings want;
+    };
+    const uint8_t tcp = Zamu::IpProto::kTcp, udp = Zamu::IpProto::kUdp, ip = Zamu::IpProto::kAny;
+    const Case cases[] = {
+        {"TCP and UDP",
+         Acl::aclTypeIpv4,
+         {tcp, udp, tcp},
+         true,
+         "  acl is candidate for splitting on protocol",
+         {"a/ip/in tcp:0 nonTcp:1", "b/ip/in all:2"}},
+        {"IPv6 TCP and UDP",
+         Acl::aclTypeIpv6,
+         {udp, tcp},
+         true,
+         "  acl is candidate for splitting on protocol",
+         {"a/ipv6/in tcp:0 nonTcp:1", "b/ip/in all:2"}},
+        {"only TCP",
+         Acl::aclTypeIpv4,
+         {tcp, tcp},
+         true,
+         "  acl contains only tcp or ip rules, not splitting",
+         {"a/ip/in all:0", "b/ip/in all:1"}},
+        {"TCP and any IP",
+         Acl::aclTypeIpv4,
+         {tcp, ip},
+         true,
+         "  acl contains only tcp or ip rules, not splitting",
+         {"a/ip/in all:0", "b/ip/in all:1"}},
+        {"no TCP",
+         Acl::aclTypeIpv4,
+         {udp, ip},
+         true,
+         "  acl contains no tcp rules, not splitting",
+         {"a/ip/in all:0", "b/ip/in all:1"}},
+        {"chip cannot split",
+         Acl::aclTypeIpv4,
+         {tcp, udp},
+         false,
+         "  splitting on protocol not supported",
+         {"a/ip/in all:0", "b/ip/in all:1"}},
+        {"MAC ACL",
+         Acl::aclTypeMac,
+         {},
+         true,
+         "  splitting on protocol not supported on mac acls",
+         {"a/mac/in all:0", "b/ip/in all:1"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        // The previous case's ACLs go as the agent removes them: unbound, then destroyed.
+        for (const Ovin::AclKey& old : w.acls->acl().keys())
+            w.bind(old, "Ethernet1", false);
+        w.acls->aclDelAll();
+        const Ovin::AclKey a = aclKey("a", c.type);
+        for (uint8_t proto : c.protocols)
+            ipRule(a, proto);
+        if (c.type == Acl::aclTypeMac) {
+            // Counts that would split an IP ACL: a MAC ACL is refused before they are read.
+            w.acls->aclIs(a)->ruleCountByProtocolInc(Zamu::IpProto(tcp), 1);
+        }
+        w.bind(a, "Ethernet1");
+        w.bind(aclKey("b"), "Ethernet1");
+        coll->chipAclIdAllocSmDel(kChip1);
+        hwCaps->chipHwCapabilityDel(kChip1);
+        allocator(kChip1, Capability{.split = c.split});
+        Flinq::Capture cap;
+        cycle();
+        EXPECT_EQ(ids(kChip1), c.want);
+        bool traced = false;
+        for (const Flinq::Line& l : cap.lines())
+            traced |= l.handle == "OvinMirelAclIdAllocSm" && l.level == 2 && l.text == c.trace;
+        EXPECT_TRUE(traced) << c.trace;
+    }
+}
+
+TEST_F(AclIdAllocSmTest, StoredIdsWrapPastEightBits) {
+    struct Case {
+        const char* name;
+        uint32_t max;
+        int acls;
+        std::vector<std::pair<int, const char*>> want;  // ACL number -> stored id
+    };
+    // The counter skips 255 once and is stored modulo 256; the range tests compare the full
+    // counter before an ACL and the stored id after it.
+    const Case cases[] = {
+        // Counter 255 is skipped to 256, stored as 0 (which is within 255): acl255 gets 0
+        // again; then the counter (257) is past the maximum.
+        {"maximum 255", 255, 257, {{254, "254"}, {255, "0"}, {256, "no entry"}}},
+        // Above 255 the stored-id test cannot fail; counter 511 is stored as 255, the
+        // reserved id.
+        {"maximum 520",
+         520,
+         522,
+         {{254, "254"},
+          {255, "0"},
+          {510, "255"},
+          {511, "0"},
+          {519, "8"},
+          {520, "no entry"},
+          {521, "no entry"}}},
+    };
+    auto name = [](int i) {
+        char buf[16];
+        std::snprintf(buf, sizeof buf, "acl%03d", i);
+        return std::string(buf);
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        coll->chipAclIdAllocSmDel(kChip1);
+        hwCaps->chipHwCapabilityDel(kChip1);
+        auto sm = allocator(kChip1, Capability{.max = c.max, .reserved = 255});
+        for (int i = 0; i < c.acls; ++i)
+            w.bind(aclKey(name(i)), "Ethernet1");
+        cycle();
+        for (const auto& [i, want] : c.want) {
+            SCOPED_TRACE(name(i));
+            Vorn::Ptr<Mirel::AclIdTypeSet> set = response(kChip1)->response(aclKey(name(i)));
+            const Mirel::AclId* id = set ? set->aclIdType(Mirel::protocolAll_) : nullptr;
+            EXPECT_EQ(!set ? "no entry" : id ? std::to_string(id->chipRuleListId()) : "-", want);
+        }
+        EXPECT_TRUE(sm->chipRuleListIdExhausted());
+    }
+}
+
+TEST_F(AclIdAllocSmTest, EachChipNumbersItsOwnAclsAndEachCycleStartsFromScratch) {
+    auto sm1 = allocator(kChip1, Capability{});
+    auto sm2 = allocator(kChip2, Capability{});
+    for (const char* name : {"a", "b", "c"})
+        w.bind(aclKey(name), "Ethernet1");
+    w.bind(aclKey("b"), "Ethernet2");
+    w.bind(aclKey("d"), "Ethernet2");
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:1", "c/ip/in all:2"}));
+    EXPECT_EQ(ids(kChip2), (Strings{"b/ip/in all:0", "d/ip/in all:1"}));
+    // Changes outside aclIdAlloc leave the response as it is ...
+    w.bind(aclKey("a"), "Ethernet1", false);
+    glueStatus->glueSmStateIs(computing_);
+    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:1", "c/ip/in all:2"}));
+    // ... and the next cycle renumbers what is there.
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"b/ip/in all:0", "c/ip/in all:1"}));
+    EXPECT_EQ(ids(kChip2), (Strings{"b/ip/in all:0", "d/ip/in all:1"}));
+    // A chip whose entry comes and goes is followed.
+    w.bind(aclKey("b"), "Ethernet1", false);
+    w.bind(aclKey("c"), "Ethernet1", false);
+    EXPECT_FALSE(sm1->chipAclColl());
+    w.bind(aclKey("e"), "Ethernet1");
+    ASSERT_TRUE(sm1->chipAclColl());
+    EXPECT_EQ(sm1->chipAclColl(), Vorn::Ptr<const ChipAclColl>(w.index->chipAclMapping(kChip1)));
+    cycle();
+    EXPECT_EQ(ids(kChip1), Strings{"e/ip/in all:0"});
+}
+
+TEST_F(AclIdAllocSmTest, ADeletedMachineNoLongerAllocates) {
+    allocator(kChip1, Capability{});
+    w.bind(aclKey("a"), "Ethernet1");
+    cycle();
+    Vorn::Ptr<AclIdAllocSm> held = coll->chipAclIdAllocSm(kChip1);
+    ASSERT_TRUE(held);
+    coll->chipAclIdAllocSmDel(kChip1);
+    EXPECT_FALSE(held->initialized());
+    w.bind(aclKey("b"), "Ethernet1");
+    cycle();
+    EXPECT_EQ(ids(kChip1), Strings{"a/ip/in all:0"});
+}
+
+TEST_F(AclIdAllocSmTest, ReferencesAreChecked) {
+    try {
+        aclIdAllocSmFactory(kChip1, nullptr, nullptr, glueStatus, w.index, response(kChip1));
+        ADD_FAILURE() << "no error";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _ovinMirelAclColl parameter to mutator for "
+                     "OvinMirel::AclIdAllocSm::ovinMirelAclColl not allowed");
+    }
+    auto sm = allocator(kChip1, std::nullopt);
+    EXPECT_EQ(
+        coll->chipAclIdAllocSmIs(kChip1, nullptr, w.acls, glueStatus, w.index, response(kChip1)),
+        sm);
+    EXPECT_THROW(
+        coll->chipAclIdAllocSmIs(kChip1, nullptr, w.acls, glueStatus, w.index, response(kChip2)),
+        Vorn::ReinstantiationException);
+}
+
+TEST_F(AclIdAllocSmTest, BrokenInvariantsStopTheProcess) {
+    auto early =
+        aclIdAllocSmFactory(kChip1, nullptr, w.acls, glueStatus, w.index, response(kChip1));
+    EXPECT_DEATH(early->allocateAclId(), "initialized\\(\\)");
+    auto sm = allocator(kChip1, Capability{});
+    EXPECT_DEATH(sm->allocateAclId(aclKey("a")), "chipAclColl\\(\\)");
+    w.bind(aclKey("a"), "Ethernet1");
+    EXPECT_DEATH(sm->allocateAclId(aclKey("b")), "chipAclColl\\(\\)->aclIntfMapping\\( key \\)");
+    // An Index that names an ACL the store does not hold.
+    Vorn::Ptr<Index> stale = indexFactory("stale");
+    stale->chipAclMappingIs(kChip1)->aclIntfMappingIs(aclKey("z"))->intfIdIs("Ethernet1");
+    auto blind = aclIdAllocSmFactory(kChip1, nullptr, w.acls, glueStatus, stale, response(kChip1));
+    blind->handleInitialized();
+    EXPECT_DEATH(blind->allocateAclId(), "ovinMirelAclColl\\(\\)->aclHas\\( key \\)");
+}
+
+}  // namespace
+}  // namespace OvinMirel
