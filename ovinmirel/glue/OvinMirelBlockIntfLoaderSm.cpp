@@ -12,12 +12,10 @@ namespace {
 
 Flinq::Handle th("OvinMirelBlockIntfLoaderSm");
 
-// The requested interfaces in id order: the request set is hashed, and the order of blocking
-// shows in the driver's configuration and in the trace.
+// The requested interfaces, copied (the walks write the driver's set, whose watchers may write
+// the request set) and in id order: the order of blocking shows in the trace.
 std::vector<Zamu::IntfId> requested(const GlueConfig& glueConfig) {
-    std::vector<Zamu::IntfId> out = glueConfig.blockedIntf().keys();
-    std::sort(out.begin(), out.end());
-    return out;
+    return glueConfig.blockedIntf().sortedKeys();
 }
 
 }  // namespace
