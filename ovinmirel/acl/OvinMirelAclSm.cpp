@@ -1,0 +1,162 @@
+#include "ovinmirel/acl/OvinMirelAclSm.h"
+
+#include <string>
+
+#include "platform/flinq/Flinq.h"
+#include "platform/vorn/Assert.h"
+
+namespace OvinMirel {
+
+static Flinq::Handle th("OvinMirelAclSm");
+
+OvinMirelAclSm::OvinMirelAclSm(const Vorn::Ptr<Ovin::OvinCommonSmData>& commonSmData,
+                               const Vorn::Ptr<const Acl::Config>& aclConfig,
+                               const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+                               const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+                               const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+                               const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir,
+                               const Vorn::Ptr<Acl::StatusDp>& statusDp,
+                               const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+                               const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+                               const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper,
+                               Vorn::Clock& clock,
+                               const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+                               const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+                               const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir,
+                               const Vorn::Ptr<const GlueStatus>& glueStatus,
+                               const Vorn::Ptr<const OvinMirelAclColl>& ovinMirelAclColl)
+    : Ovin::AclSm(th, commonSmData, aclConfig, paramConfig, configDir, intfConfig, intfConfigDir,
+                  statusDp, causeStatus, lagInputConfig, aclHelper, clock, bridgingConfig,
+                  subIntfStatusDir, subIntfConfigDir),
+      ovinMirelAclColl_(required(ovinMirelAclColl, "ovinMirelAclColl")) {
+    glueStatusIs(glueStatus);
+}
+
+void OvinMirelAclSm::handleInitialized() {
+    Ovin::AclSm::handleInitialized();
+    glueStatusSub_ = glueStatusNotify([this] { watchGlueStatus(); });
+    watchGlueStatus();
+}
+
+void OvinMirelAclSm::handleDelete() {
+    glueStatusSub_.reset();
+    glueSmStateSub_.reset();
+    Ovin::AclSm::handleDelete();
+}
+
+void OvinMirelAclSm::watchGlueStatus() {
+    glueSmStateSub_.reset();
+    if (const Vorn::Ptr<const GlueStatus> gs = glueStatus())
+        glueSmStateSub_ = gs->glueSmStateNotify([this] { handleGlueStatus(); });
+}
+
+void OvinMirelAclSm::handleGlueStatus() {
+    FLINQ(th, 8,
+          "OvinMirelAclSm::"
+              << "handleGlueStatus");
+    handleDpAclUpdateRequestTime();
+}
+
+std::set<Ovin::AclKey> OvinMirelAclSm::aclsInEffect() const {
+    std::set<Ovin::AclKey> out;
+    const Vorn::Ptr<AclPolicyStatusColl> policy = glueStatus()->aclPolicyStatusColl();
+    if (!policy)
+        return out;
+    auto addAll = [&](const auto& mapping) {
+        for (const auto& [place, keys] : mapping) {
+            for (const Ovin::AclKey& key : keys->aclKey())
+                out.insert(key);
+        }
+    };
+    for (const auto& [chip, status] : policy->status()) {
+        addAll(status->intfAclMapping());
+        addAll(status->routedPortSharedAclMapping());
+        addAll(status->vlanAclMapping());
+        addAll(status->subIntfAclMapping());
+    }
+    return out;
+}
+
+Ovin::AclCreateError OvinMirelAclSm::successResult(const OvinMirelAcl& acl,
+                                                   const std::set<Ovin::AclKey>& inEffect) const {
+    const bool bound = acl.ethIntfs() + acl.subIntfs() + acl.vlanIntfs() > 0;
+    const bool judged = glueStatus()->aclPolicyStatusColl() != nullptr;
+    if (bound && judged && !inEffect.contains(acl.name()))
+        return Ovin::aclCreateFailed;
+    return Ovin::aclCreateOk;
+}
+
+void OvinMirelAclSm::reportCreated(bool failed) {
+    const std::set<Ovin::AclKey> inEffect = failed ? std::set<Ovin::AclKey>() : aclsInEffect();
+    const OvinHelper::AclStatusUpdateCallback report = aclHelper()->aclStatusUpdateCallback();
+    for (const Ovin::AclKey& key : ovinMirelAclColl_->acl().sortedKeys()) {
+        const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
+        if (!acl || !acl->created())
+            continue;
+        const Ovin::AclCreateError result =
+            failed ? Ovin::aclCreateFailed : successResult(*acl, inEffect);
+        FLINQ(th, 8, "   aclStatusUpdate " << key << " result " << uint32_t(result));
+        report(key, result);
+    }
+}
+
+void OvinMirelAclSm::handleDpAclUpdateRequestTime() {
+    const Vorn::Ptr<const GlueStatus> gs = glueStatus();
+    if (!gs) {
+        FLINQ(th, 8, "   no GlueStatus");
+        return;
+    }
+    const GlueSmState state = gs->glueSmState();
+    FLINQ(th, 8, "   GlueSm State: " << state);
+    switch (state) {
+        case idle_:
+            if (dpAclUpdateRequestPending())
+                statusDp()->dpAclUpdateTimeIs(dpAclUpdateRequestTime());
+            break;
+        case success_:
+            aclHelper()->dirtyIs(false);
+            VORN_ASSERT(glueStatus()->chipErrors() == 0);
+            reportCreated(false);
+            statusDp()->dpAclUpdateTimeIs(dpAclUpdateRequestTime());
+            break;
+        case aclIdAllocFail_:
+        case fail_: {
+            const Vorn::Ptr<OvinHelper::AclHelper>& helper = aclHelper();
+            helper->unitErrorDelAll();
+            helper->publishUnitErrorDelAll();
+            for (const auto& [chip, error] : gs->chipError()) {
+                const std::string name = "Chip-" + std::to_string(chip.value());
+                helper->unitErrorIs(name, uint32_t(error));
+                helper->publishUnitErrorIs(name, true);
+            }
+            reportCreated(true);
+            statusDp()->dpAclUpdateTimeIs(dpAclUpdateRequestTime());
+            break;
+        }
+        default:
+            break;  // a cycle is under way
+    }
+}
+
+Vorn::Ptr<OvinMirelAclSm> ovinMirelAclSmFactory(
+    const Vorn::Ptr<Ovin::OvinCommonSmData>& commonSmData,
+    const Vorn::Ptr<const Acl::Config>& aclConfig,
+    const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+    const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+    const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+    const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir, const Vorn::Ptr<Acl::StatusDp>& statusDp,
+    const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+    const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+    const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper, Vorn::Clock& clock,
+    const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+    const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+    const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir,
+    const Vorn::Ptr<const GlueStatus>& glueStatus,
+    const Vorn::Ptr<const OvinMirelAclColl>& ovinMirelAclColl) {
+    return Vorn::make<OvinMirelAclSm>(commonSmData, aclConfig, paramConfig, configDir, intfConfig,
+                                      intfConfigDir, statusDp, causeStatus, lagInputConfig,
+                                      aclHelper, clock, bridgingConfig, subIntfStatusDir,
+                                      subIntfConfigDir, glueStatus, ovinMirelAclColl);
+}
+
+}  // namespace OvinMirel

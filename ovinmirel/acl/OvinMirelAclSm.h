@@ -1,0 +1,105 @@
+#pragma once
+// OvinMirel::OvinMirelAclSm: this layer's specialisation of the ACL engine. The engine may
+// only report an update as applied once the commit machinery has finished it across all
+// chips, so the machine follows the glue's state and answers the engine's data-plane update
+// requests from it.
+//
+// Watches: GlueStatus.glueSmState (through the replaceable `glueStatus` reference).
+// Writes: Acl::StatusDp.dpAclUpdateTime; the helper's dirty flag and unit errors; ACL outcomes
+//   through the helper's aclStatusUpdateCallback.
+// Timers: none of its own (the engine's update timer is the base's).
+// Owns: shared references to GlueStatus and the ACL store (both read only), besides the
+//   engine's fourteen. Holds no state of its own: every reaction re-reads GlueStatus.
+//
+// On each change of glueSmState, and whenever the engine has requested an update:
+//   idle            the glue has no cycle in progress: a pending request is complete, so its
+//                   request time goes to dpAclUpdateTime.
+//   success         dirty cleared; no chip may have an error (asserted); every ACL of the
+//                   store whose rule set is complete (`created`) gets its outcome; the latest
+//                   request time goes to dpAclUpdateTime.
+//   aclIdAllocFail,
+//   fail            the unit errors are replaced by one per chip in GlueStatus.chipError
+//                   ("Chip-<n>", the chip's published error code, also published); every
+//                   created ACL gets 17; the latest request time goes to dpAclUpdateTime,
+//                   which releases waiting clients.
+//   anything else   nothing: the engine keeps waiting until the cycle ends.
+//
+// Outcomes. A cycle is all or nothing, so after fail or aclIdAllocFail no change of the cycle
+// reached any chip: every created ACL is reported 17 (the engine's failure), whether or not it
+// sits on a failed chip. After success an ACL is reported 0, except one that is bound (some
+// interface in the store) yet in effect on no chip: no chip's ACL policy result
+// (AclPolicyStatus, in any of its four mappings) lists it, because none of its interfaces
+// reaches a chip or the policy left it out everywhere. That one gets 17: the commit
+// succeeded, but the user's ACL filters no traffic, and that is what the engine must show.
+// Without policy results (no AclPolicyStatusColl) nothing says an ACL was left out: 0.
+
+#include "ovinmirel/acl/OvinMirelAcl.h"
+#include "ovinmirel/glue/OvinMirelGlueStatus.h"
+#include "platform/ovin/OvinAclSm.h"
+
+namespace OvinMirel {
+
+class OvinMirelAclSm : public Ovin::AclSm {
+    VORN_ENTITY("OvinMirel::OvinMirelAclSm")
+  public:
+    // The first fourteen references go to the engine; all sixteen are required.
+    OvinMirelAclSm(const Vorn::Ptr<Ovin::OvinCommonSmData>& commonSmData,
+                   const Vorn::Ptr<const Acl::Config>& aclConfig,
+                   const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+                   const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+                   const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+                   const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir,
+                   const Vorn::Ptr<Acl::StatusDp>& statusDp,
+                   const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+                   const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+                   const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper, Vorn::Clock& clock,
+                   const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+                   const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+                   const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir,
+                   const Vorn::Ptr<const GlueStatus>& glueStatus,
+                   const Vorn::Ptr<const OvinMirelAclColl>& ovinMirelAclColl);
+
+    // The GlueStatus followed. Replacing it re-targets the watch (a null one is refused:
+    // "null _glueStatus parameter to mutator for OvinMirel::OvinMirelAclSm::glueStatus not
+    // allowed"); deleting it stops the reaction until another is given.
+    VORN_PTR_ATTR(const GlueStatus, glueStatus)
+    const Vorn::Ptr<const OvinMirelAclColl>& ovinMirelAclColl() const { return ovinMirelAclColl_; }
+
+    // Starts (stops) following glueStatus along with the engine.
+    void handleInitialized() override;
+    void handleDelete() override;
+
+    // Traces and answers the engine from the current glue state.
+    void handleGlueStatus();
+    void handleDpAclUpdateRequestTime() override;
+
+  private:
+    void watchGlueStatus();
+    Ovin::AclCreateError successResult(const OvinMirelAcl& acl,
+                                       const std::set<Ovin::AclKey>& inEffect) const;
+    std::set<Ovin::AclKey> aclsInEffect() const;
+    void reportCreated(bool failed);
+
+    const Vorn::Ptr<const OvinMirelAclColl> ovinMirelAclColl_;
+    // Declared after the references they use.
+    Vorn::Subscription glueStatusSub_;
+    Vorn::Subscription glueSmStateSub_;
+};
+
+Vorn::Ptr<OvinMirelAclSm> ovinMirelAclSmFactory(
+    const Vorn::Ptr<Ovin::OvinCommonSmData>& commonSmData,
+    const Vorn::Ptr<const Acl::Config>& aclConfig,
+    const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+    const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+    const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+    const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir, const Vorn::Ptr<Acl::StatusDp>& statusDp,
+    const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+    const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+    const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper, Vorn::Clock& clock,
+    const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+    const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+    const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir,
+    const Vorn::Ptr<const GlueStatus>& glueStatus,
+    const Vorn::Ptr<const OvinMirelAclColl>& ovinMirelAclColl);
+
+}  // namespace OvinMirel

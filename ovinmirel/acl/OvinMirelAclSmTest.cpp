@@ -1,0 +1,427 @@
+// The agent ACL state machine with the real helper, ACL store and index: configuration reaches
+// the store and the index in the engine's call order, bursts coalesce, a refused rule fails its
+// ACL alone, clients wait for the glue to finish, and chip failures become unit errors. The
+// glue's state is driven by hand here.
+
+#include "ovinmirel/acl/OvinMirelAclSm.h"
+
+#include <gtest/gtest.h>
+
+#include <iterator>
+#include <map>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "ovinmirel/acl/OvinMirelAclHelper.h"
+#include "ovinmirel/glue/OvinMirelGlueConfig.h"
+#include "ovinmirel/index/OvinMirelIndexCheck.h"
+#include "ovinmirel/index/OvinMirelIndexSm.h"
+#include "ovinmirel/index/OvinMirelIndexTestWorld.h"
+#include "platform/mirel/HwCapability.h"
+#include "platform/ovin/AclRuleText.h"
+
+namespace OvinMirel {
+namespace {
+
+using Zamu::IntfId;
+using IpRules = std::map<Mirel::AceIndex, Mirel::IpRuleConfig>;
+
+class OvinMirelAclSmTest : public ::testing::Test {
+  protected:
+    OvinMirelAclSmTest() {
+        // Ethernet1, Ethernet2 on chip 0; Ethernet3, Ethernet4 on chip 1. Vlan10 has the
+        // member Ethernet3; Port-Channel5 the member Ethernet4 and the sub-interface
+        // Port-Channel5.20.
+        in_.onChip("Ethernet1", 0);
+        in_.onChip("Ethernet2", 0);
+        in_.onChip("Ethernet3", 1);
+        in_.onChip("Ethernet4", 1);
+        in_.vlanMember(10, "Ethernet3");
+        in_.lagMember("Port-Channel5", "Ethernet4");
+        in_.subIntf("Port-Channel5.20");
+        indexSm_->handleInitialized();
+        glueStatus_->initialize();
+        glueStartsOnKick_ = glueConfig_->prepareCommitKickTimeNotify([this] { glue(aclIdAlloc_); });
+        // The capabilities the agent sets before the engine starts.
+        for (auto set : {&OvinHelper::AclHelper::ip6AclSupportedIs,
+                         &OvinHelper::AclHelper::permitDuringAclUpdateIs,
+                         &OvinHelper::AclHelper::revertIncompleteAclSupportedIs,
+                         &OvinHelper::AclHelper::establishedSupportedIs})
+            ((*helper_).*set)(true);
+        sm_->handleInitialized();
+    }
+    ~OvinMirelAclSmTest() override { sm_->handleDelete(); }
+
+    void rule(const std::string& name, Acl::AclType type, const std::string& text) {
+        const Acl::RuleTextResult r = Acl::parseRuleText(text, type);
+        ASSERT_TRUE(r.ok()) << r.error;
+        config_->aclIs({name, type})->entryIs(r.rule->seq, r.rule->entry);
+    }
+    void bind(const char* intf, const std::string& name, Acl::AclType type = Acl::aclTypeIpv4) {
+        intfConfig_->appliedAclIs({IntfId(intf), type, Acl::aclDirectionIn}, name);
+    }
+    void unbind(const char* intf, Acl::AclType type = Acl::aclTypeIpv4) {
+        intfConfig_->appliedAclDel({IntfId(intf), type, Acl::aclDirectionIn});
+    }
+    void run() { wheel_.runUntilIdle(); }
+    void glue(GlueSmState s) { glueStatus_->glueSmStateIs(s); }
+
+    // The helper's lifecycle calls in trace order, one word each ("precreateAcl ...").
+    static std::string helperCalls(const Flinq::Capture& cap) {
+        static const std::regex call("^AclHelper::(\\w+)");
+        static const std::regex query(
+            "createIpAclSubruleHelper|createPortRange|updateIntfForAcl|intfSupportsAcl|"
+            "needToInstallIcmp6NeighborDiscoveryRules|handleInitialized");
+        std::string out;
+        for (const std::string& t : cap.texts("OvinMirelAclHelper")) {
+            std::smatch m;
+            if (std::regex_search(t, m, call) && !std::regex_match(m[1].str(), query))
+                out += m[1].str() + " ";
+        }
+        return out;
+    }
+    Vorn::Ptr<OvinMirelAcl> stored(const Ovin::AclKey& k) const { return in_.acls->acl(k); }
+    Vorn::Ptr<Acl::AclStatus> status(const Ovin::AclKey& k) const {
+        return statusDp_->aclStatus(k);
+    }
+    // What the chip's ACL policy would publish: the ACL in effect on a port of chip 0.
+    void inEffect(const Ovin::AclKey& k, const char* intf) {
+        glueStatus_->aclPolicyStatusColl()
+            ->statusIs(Mirel::ChipId(0))
+            ->intfAclMappingIs(IntfId(intf))
+            ->aclKeyIs(k);
+    }
+    std::optional<std::string> differsFromRebuild() const {
+        IndexTest::World fresh;
+        fresh.acls = in_.acls;
+        fresh.pd = in_.pd;
+        fresh.vlans = in_.vlans;
+        fresh.lags = in_.lags;
+        fresh.subs = in_.subs;
+        auto builder =
+            indexSmFactory(fresh.acls, fresh.pd, fresh.vlans, fresh.lags, fresh.subs, fresh.index);
+        builder->handleInitialized();
+        if (auto broken = checkIndexConsistency(*in_.index))
+            return broken;
+        return IndexTest::indexDifference(*in_.index, *fresh.index, "incremental", "rebuilt");
+    }
+
+    Vorn::ScopedVirtualClock clock_{10.0};
+    Brix::TimerWheel wheel_;
+    IndexTest::World in_;
+    Vorn::Ptr<IndexSm> indexSm_ =
+        indexSmFactory(in_.acls, in_.pd, in_.vlans, in_.lags, in_.subs, in_.index);
+    Vorn::Ptr<GlueConfig> glueConfig_ = glueConfigFactory("glueConfig");
+    Vorn::Ptr<GlueStatus> glueStatus_ = glueStatusFactory("glueStatus");
+    Vorn::Ptr<AclHelper> helper_ = aclHelperFactory(
+        in_.acls, glueConfig_, glueStatus_, Mirel::hwCapabilityCollFactory("hw"), in_.index);
+    Vorn::Ptr<Acl::Config> config_ = Acl::configFactory("Config");
+    Vorn::Ptr<Acl::IntfConfig> intfConfig_ = Acl::intfConfigFactory("IntfConfig");
+    Vorn::Ptr<Acl::StatusDp> statusDp_ = Acl::statusDpFactory("StatusDp");
+    Vorn::Ptr<OvinMirelAclSm> sm_ = ovinMirelAclSmFactory(
+        Ovin::ovinCommonSmDataFactory("common", wheel_), config_,
+        Acl::paramConfigFactory("ParamConfig"), Acl::configDirFactory("aclConfigDir"), intfConfig_,
+        Acl::configDirFactory("intfConfigDir"), statusDp_,
+        Errdisable::causeStatusFactory("CauseStatus"),
+        Lag::Input::configFactory("LagInputConfig", in_.lags), helper_, *clock_,
+        Bridging::configFactory("BridgingConfig"), Interface::subIntfStatusDirFactory("status"),
+        in_.subs, glueStatus_, in_.acls);
+    const Ovin::AclKey web_ = TestSupport::aclKey("web");
+    const Ovin::AclKey webRouter_ = TestSupport::aclKey("web", Acl::aclTypeIpv4, 10);
+    const Ovin::AclKey v6_ = TestSupport::aclKey("v6", Acl::aclTypeIpv6);
+    const Ovin::AclKey deny_ = TestSupport::aclKey("deny");
+    // Stands in for the glue, which starts a cycle within every kick.
+    Vorn::Subscription glueStartsOnKick_;
+};
+
+TEST_F(OvinMirelAclSmTest, AConfigurationReachesTheStoreAndTheIndexInTheEngineOrder) {
+    rule("web", Acl::aclTypeIpv4, "10 permit tcp any any neq 80");
+    rule("web", Acl::aclTypeIpv4, "20 permit ip 10.0.0.0/8 any fragments");
+    rule("v6", Acl::aclTypeIpv6, "10 deny ipv6 any any");
+    bind("Ethernet1", "web");
+    bind("Port-Channel5", "web");
+    bind("Port-Channel5.20", "web");
+    bind("Vlan10", "web");
+    bind("Ethernet2", "v6", Acl::aclTypeIpv6);
+    Flinq::Capture cap;
+    run();
+    // Three ACLs created, then one kick and one commit each; nothing bound separately.
+    EXPECT_TRUE(std::regex_match(
+        helperCalls(cap),
+        std::regex("(precreateAcl (createIpAclSubrule |createIpFragRule )+createFinalAclRule ){3}"
+                   "prepareToCommit (commitAcl ){3}")))
+        << helperCalls(cap);
+
+    ASSERT_NE(stored(web_), nullptr);
+    EXPECT_TRUE(stored(web_)->created());
+    EXPECT_EQ(stored(web_)->ipRuleByIds(), 3u);  // neq: two subrules; fragments: one
+    EXPECT_EQ(stored(web_)->ethIntfs(), 2u);     // Ethernet1 and Port-Channel5's member
+    EXPECT_TRUE(stored(web_)->ethIntf("Ethernet4"));
+    EXPECT_TRUE(stored(web_)->subIntf("Port-Channel5.20"));
+    ASSERT_NE(stored(webRouter_), nullptr);
+    EXPECT_TRUE(stored(webRouter_)->vlanIntf("Vlan10"));
+    ASSERT_NE(stored(v6_), nullptr);
+    EXPECT_EQ(stored(v6_)->ipRuleByIds(), 3u);  // the rule and the two neighbour permits
+
+    EXPECT_EQ(in_.facts("aclChipMapping"),
+              (IndexTest::Facts{
+                  "aclChipMapping[v6/ipv6/in].chipIntfMapping[0].intfId[Ethernet2]",
+                  "aclChipMapping[web/ip/in/vlan10].chipIntfMapping[1].intfId[Ethernet3]",
+                  "aclChipMapping[web/ip/in].chipIntfMapping[0].intfId[Ethernet1]",
+                  "aclChipMapping[web/ip/in].chipIntfMapping[1].intfId[Ethernet4]",
+              }));
+    EXPECT_EQ(in_.facts("subIntfAclMapping"),
+              (IndexTest::Facts{"subIntfAclMapping[Port-Channel5.20].aclKey[web/ip/in]"}));
+    EXPECT_EQ(differsFromRebuild(), std::nullopt);
+}
+
+TEST_F(OvinMirelAclSmTest, ABurstIsOneUpdateInTheEngineOrder) {
+    rule("web", Acl::aclTypeIpv4, "10 permit tcp any any eq 443");
+    rule("deny", Acl::aclTypeIpv4, "10 deny ip any any");
+    bind("Ethernet1", "web");
+    bind("Ethernet2", "deny");
+    run();
+    int kicks = 0;
+    Vorn::Subscription kickSub = glueConfig_->prepareCommitKickTimeNotify([&] { ++kicks; });
+
+    rule("web", Acl::aclTypeIpv4, "20 permit udp any any eq 53");  // an edit
+    unbind("Ethernet2");                                           // "deny" no longer applied
+    bind("Ethernet2", "web");                                      // re-bound where it was
+    Flinq::Capture cap;
+    run();
+    EXPECT_EQ(kicks, 1);
+    EXPECT_TRUE(
+        std::regex_match(helperCalls(cap),
+                         std::regex("removeIntfFromAcl removeAcl destroyAcl "  // web re-created
+                                    "precreateAcl (createIpAclSubrule ){2}createFinalAclRule "  //
+                                    "removeIntfFromAcl "  // deny unbound
+                                    "prepareToCommit commitAcl removeAcl destroyAcl ")))
+        << helperCalls(cap);
+    EXPECT_EQ(stored(deny_), nullptr);
+    ASSERT_NE(stored(web_), nullptr);
+    EXPECT_EQ(stored(web_)->ethIntfs(), 2u);
+    EXPECT_EQ(differsFromRebuild(), std::nullopt);
+}
+
+TEST_F(OvinMirelAclSmTest, ARefusedRuleFailsItsAclAloneAndChangesNothingElse) {
+    helper_->establishedSupportedIs(false);
+    rule("web", Acl::aclTypeIpv4, "10 permit tcp any any eq 443");
+    rule("deny", Acl::aclTypeIpv4, "10 deny ip any any");
+    bind("Ethernet1", "web");
+    bind("Ethernet3", "deny");
+    run();
+    const std::set<std::string> indexBefore = IndexTest::indexFacts(*in_.index);
+    ASSERT_NE(stored(web_), nullptr);
+    ASSERT_NE(stored(deny_), nullptr);
+    const IpRules webRules(stored(web_)->ipRuleById().begin(), stored(web_)->ipRuleById().end());
+    const size_t denyRules = stored(deny_)->ipRuleByIds();
+
+    // An edit the hardware refuses, and a new ACL it refuses, on new interfaces.
+    rule("web", Acl::aclTypeIpv4, "20 permit tcp any any established");
+    bind("Ethernet2", "web");
+    rule("est", Acl::aclTypeIpv4, "10 permit tcp any any established");
+    bind("Ethernet4", "est");
+    Flinq::Capture cap;
+    run();
+    EXPECT_TRUE(cap.hasSubstring("createIpAclSubruleHelper failed. Established not supported"));
+    EXPECT_EQ(stored(TestSupport::aclKey("est")), nullptr);
+    ASSERT_NE(status(TestSupport::aclKey("est")), nullptr);
+    EXPECT_EQ(status(TestSupport::aclKey("est"))->result(), Ovin::aclCreateNotSupportedByHw);
+    EXPECT_EQ(status(TestSupport::aclKey("est"))->state(), Acl::aclDpFailed);
+    // web keeps its earlier rules; the binding change alone applies.
+    ASSERT_NE(stored(web_), nullptr);
+    EXPECT_EQ(IpRules(stored(web_)->ipRuleById().begin(), stored(web_)->ipRuleById().end()),
+              webRules);
+    EXPECT_TRUE(stored(web_)->ethIntf("Ethernet2"));
+    EXPECT_EQ(status(web_)->result(), Ovin::aclCreateNotSupportedByHw);
+    // deny untouched.
+    ASSERT_NE(stored(deny_), nullptr);
+    EXPECT_EQ(stored(deny_)->ipRuleByIds(), denyRules);
+    // The index differs from before only by web on Ethernet2.
+    std::set<std::string> indexAfter = IndexTest::indexFacts(*in_.index);
+    std::vector<std::string> added, lost;
+    std::set_difference(indexAfter.begin(), indexAfter.end(), indexBefore.begin(),
+                        indexBefore.end(), std::back_inserter(added));
+    std::set_difference(indexBefore.begin(), indexBefore.end(), indexAfter.begin(),
+                        indexAfter.end(), std::back_inserter(lost));
+    EXPECT_TRUE(lost.empty()) << lost.front();
+    for (const std::string& f : added) {
+        EXPECT_NE(f.find("Ethernet2"), std::string::npos) << f;
+        EXPECT_EQ(f.find("est/"), std::string::npos) << f;
+    }
+    EXPECT_EQ(differsFromRebuild(), std::nullopt);
+}
+
+struct Finish {
+    const char* name;
+    std::vector<GlueSmState> through;  // clients must still wait in each
+    GlueSmState releasing;
+};
+
+class OvinMirelAclSmFinish : public OvinMirelAclSmTest,
+                             public ::testing::WithParamInterface<Finish> {};
+
+TEST_P(OvinMirelAclSmFinish, ClientsWaitThroughTheCycleAndAreReleasedAtItsEnd) {
+    const Finish& f = GetParam();
+    helper_->ignorePermitDuringAclUpdateIs(true);  // hold the interfaces while it runs
+    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
+    bind("Ethernet1", "web");
+    run();
+    ASSERT_TRUE(sm_->dpAclUpdateRequestPending());  // the glue has not moved yet
+    EXPECT_TRUE(helper_->dirty());
+    EXPECT_TRUE(glueConfig_->blockedIntf("Ethernet1"));
+    int released = 0;
+    sm_->dpAclUpdateWaiterIs([&] { ++released; });
+    EXPECT_TRUE(helper_->cliWaiting());
+    const bool failing = f.releasing == fail_ || f.releasing == aclIdAllocFail_;
+    for (GlueSmState s : f.through) {
+        SCOPED_TRACE(glueSmStateWord(s));
+        glue(s);
+        EXPECT_EQ(released, 0);
+        EXPECT_TRUE(sm_->dpAclUpdateRequestPending());
+    }
+    if (failing)
+        glueStatus_->chipErrorIs(Mirel::ChipId(0), Mirel::stageTcamFull_);
+    inEffect(web_, "Ethernet1");
+    Flinq::Capture cap;
+    glue(f.releasing);
+    EXPECT_EQ(released, 1);
+    EXPECT_FALSE(sm_->dpAclUpdateRequestPending());
+    EXPECT_EQ(statusDp_->dpAclUpdateTime(), sm_->dpAclUpdateRequestTime());
+    EXPECT_FALSE(helper_->cliWaiting());
+    EXPECT_FALSE(glueConfig_->blockedIntf("Ethernet1"));
+    EXPECT_TRUE(cap.has("OvinMirelAclSm::handleGlueStatus"));
+    EXPECT_TRUE(cap.has(std::string("   GlueSm State: ") + glueSmStateWord(f.releasing)));
+    ASSERT_NE(status(web_), nullptr);
+    EXPECT_EQ(status(web_)->state(), failing ? Acl::aclDpFailed : Acl::aclDpInstalled);
+    EXPECT_EQ(helper_->dirty(), f.releasing != success_);
+    if (failing) {
+        EXPECT_EQ(status(web_)->result(), Ovin::aclCreateFailed);
+        EXPECT_EQ(status(web_)->error(), "not in effect in the data plane (Chip-0 error 2)");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    GlueEnds, OvinMirelAclSmFinish,
+    ::testing::Values(
+        Finish{"success", {aclIdAlloc_, computing_, loading_, mappingLoader_}, success_},
+        Finish{"fail", {aclIdAlloc_, computing_, aborting_, blockIntf_, mappingLoader_}, fail_},
+        Finish{"aclIdAllocFail", {aclIdAlloc_, blockIntf_, mappingLoader_}, aclIdAllocFail_},
+        Finish{"idle", {aclIdAlloc_, computing_, loading_, mappingLoader_, unblockIntf_}, idle_}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(OvinMirelAclSmTest, EachFailedChipIsAUnitErrorUntilTheNextPass) {
+    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
+    bind("Ethernet1", "web");
+    run();
+    glue(aclIdAlloc_);
+    glueStatus_->chipErrorIs(Mirel::ChipId(0), Mirel::stageTcamFull_);
+    glueStatus_->chipErrorIs(Mirel::ChipId(2), Mirel::stageHwError_);
+    glue(fail_);
+    EXPECT_EQ(helper_->unitErrors(), 2u);
+    ASSERT_NE(helper_->unitError("Chip-0"), nullptr);
+    EXPECT_EQ(*helper_->unitError("Chip-0"), uint32_t(Mirel::stageTcamFull_));
+    ASSERT_NE(helper_->unitError("Chip-2"), nullptr);
+    EXPECT_EQ(*helper_->unitError("Chip-2"), uint32_t(Mirel::stageHwError_));
+    EXPECT_TRUE(helper_->publishUnitError("Chip-0"));
+    EXPECT_TRUE(helper_->publishUnitError("Chip-2"));
+    glue(unblockIntf_);
+    glue(idle_);
+
+    // A cycle of the glue's own (no engine update) fails on chip 1 alone.
+    glue(aclIdAlloc_);
+    glueStatus_->chipErrorDelAll();
+    glueStatus_->chipErrorIs(Mirel::ChipId(1), Mirel::stageTimeout_);
+    glue(fail_);
+    EXPECT_EQ(helper_->unitError().sortedKeys(), (std::vector<std::string>{"Chip-1"}));
+    EXPECT_EQ(helper_->publishUnitError().sortedKeys(), (std::vector<std::string>{"Chip-1"}));
+    glue(unblockIntf_);
+    glue(idle_);
+
+    // And a pass that succeeds leaves none.
+    bind("Ethernet2", "web");
+    run();
+    inEffect(web_, "Ethernet1");
+    glueStatus_->chipErrorDelAll();
+    glue(success_);
+    EXPECT_EQ(helper_->unitErrors(), 0u);
+    EXPECT_EQ(helper_->publishUnitErrors(), 0u);
+    EXPECT_EQ(status(web_)->state(), Acl::aclDpInstalled);
+}
+
+TEST_F(OvinMirelAclSmTest, OnSuccessAnAclInEffectNowhereIsReportedFailed) {
+    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
+    rule("deny", Acl::aclTypeIpv4, "10 deny ip any any");
+    bind("Ethernet1", "web");
+    bind("Vlan10", "deny");
+    run();
+    // The policy put web in effect on Ethernet1 and left the VLAN's router ACL out.
+    inEffect(web_, "Ethernet1");
+    glue(success_);
+    const Ovin::AclKey denyRouter = TestSupport::aclKey("deny", Acl::aclTypeIpv4, 10);
+    ASSERT_NE(status(web_), nullptr);
+    ASSERT_NE(status(denyRouter), nullptr);
+    EXPECT_EQ(status(web_)->state(), Acl::aclDpInstalled);
+    EXPECT_EQ(status(denyRouter)->state(), Acl::aclDpFailed);
+    EXPECT_EQ(status(denyRouter)->result(), Ovin::aclCreateFailed);
+}
+
+TEST_F(OvinMirelAclSmTest, RemovingABoundAclLeavesTheIndexEqualToARebuild) {
+    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
+    for (const char* intf :
+         {"Ethernet1", "Ethernet3", "Port-Channel5", "Port-Channel5.20", "Vlan10"})
+        bind(intf, "web");
+    run();
+    ASSERT_NE(stored(web_), nullptr);
+    config_->aclDel({"web", Acl::aclTypeIpv4});
+    Flinq::Capture cap;
+    run();
+    // Each interface unbound (one notification each), then removed and destroyed.
+    EXPECT_TRUE(std::regex_match(helperCalls(cap),
+                                 std::regex("(removeIntfFromAcl ){5}prepareToCommit "
+                                            "removeAcl destroyAcl removeAcl destroyAcl ")))
+        << helperCalls(cap);
+    EXPECT_EQ(in_.acls->acls(), 0u);
+    for (const char* c : {"intfAclMapping", "aclPhyIntfMapping", "aclChipMapping", "chipAclMapping",
+                          "subIntfAclMapping", "vlanAclMapping", "intfAclTypeMapping"}) {
+        SCOPED_TRACE(c);
+        EXPECT_EQ(in_.facts(c), IndexTest::Facts{});
+    }
+    EXPECT_EQ(differsFromRebuild(), std::nullopt);
+}
+
+TEST_F(OvinMirelAclSmTest, TheGlueStatusFollowedCanBeReplacedOrDropped) {
+    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
+    bind("Ethernet1", "web");
+    run();
+    auto other = glueStatusFactory("other");
+    sm_->glueStatusIs(other);
+    glue(idle_);  // the old one no longer counts
+    EXPECT_TRUE(sm_->dpAclUpdateRequestPending());
+    other->glueSmStateIs(idle_);
+    EXPECT_FALSE(sm_->dpAclUpdateRequestPending());
+
+    other->glueSmStateIs(computing_);
+    bind("Ethernet2", "web");
+    run();
+    sm_->glueStatusDel();
+    other->glueSmStateIs(success_);
+    EXPECT_TRUE(sm_->dpAclUpdateRequestPending());
+    try {
+        sm_->glueStatusIs(nullptr);
+        ADD_FAILURE() << "no error";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _glueStatus parameter to mutator for "
+                     "OvinMirel::OvinMirelAclSm::glueStatus not allowed");
+    }
+}
+
+TEST_F(OvinMirelAclSmTest, SuccessWithAChipErrorIsAnInternalInconsistency) {
+    glueStatus_->chipErrorIs(Mirel::ChipId(3), Mirel::stageHwError_);
+    EXPECT_DEATH(glue(success_), "glueStatus\\(\\)->chipErrors\\(\\) == 0");
+}
+
+}  // namespace
+}  // namespace OvinMirel

@@ -1,0 +1,22 @@
+#include "platform/lag/LagInputConfig.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/vorn/Exception.h"
+
+namespace {
+
+TEST(LagInputConfig, PublishesTheMembershipItWasGiven) {
+    try {
+        Lag::Input::configFactory("LagInputConfig", nullptr);
+        ADD_FAILURE() << "no error";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _lagPhyIntfMapping parameter to mutator for "
+                     "Lag::Input::Config::lagPhyIntfMapping not allowed");
+    }
+    auto mapping = Lag::lagPhyIntfMappingFactory("LagPhyIntfMapping");
+    EXPECT_EQ(Lag::Input::configFactory("LagInputConfig", mapping)->lagPhyIntfMapping(), mapping);
+}
+
+}  // namespace

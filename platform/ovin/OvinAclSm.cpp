@@ -1,0 +1,677 @@
+#include "platform/ovin/OvinAclSm.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <tuple>
+
+#include "platform/ovin/AclRuleText.h"
+#include "platform/vorn/Assert.h"
+#include "platform/vorn/Exception.h"
+
+namespace Ovin {
+
+static Flinq::Handle th("OvinAclSm");
+
+namespace {
+
+// ICMPv6 neighbour solicitation and advertisement: without them an IPv6 ACL ending in the
+// implicit deny would cut the interface off from its neighbours.
+constexpr uint8_t kNdTypes[] = {135, 136};
+
+std::string problemText(const char* what, const AclKey& key) {
+    return std::string(what) + " (" + key.str() + ")";
+}
+
+}  // namespace
+
+AclSm::AclSm(const Vorn::Ptr<OvinCommonSmData>& commonSmData,
+             const Vorn::Ptr<const Acl::Config>& aclConfig,
+             const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+             const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+             const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+             const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir,
+             const Vorn::Ptr<Acl::StatusDp>& statusDp,
+             const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+             const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+             const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper, Vorn::Clock& clock,
+             const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+             const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+             const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir)
+    : AclSm(th, commonSmData, aclConfig, paramConfig, configDir, intfConfig, intfConfigDir,
+            statusDp, causeStatus, lagInputConfig, aclHelper, clock, bridgingConfig,
+            subIntfStatusDir, subIntfConfigDir) {}
+
+AclSm::AclSm(Flinq::Handle& handle, const Vorn::Ptr<OvinCommonSmData>& commonSmData,
+             const Vorn::Ptr<const Acl::Config>& aclConfig,
+             const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+             const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+             const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+             const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir,
+             const Vorn::Ptr<Acl::StatusDp>& statusDp,
+             const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+             const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+             const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper, Vorn::Clock& clock,
+             const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+             const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+             const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir)
+    : Vorn::StateMachine(handle),
+      commonSmData_(required(commonSmData, "commonSmData")),
+      aclConfig_(required(aclConfig, "aclConfig")),
+      paramConfig_(required(paramConfig, "paramConfig")),
+      configDir_(required(configDir, "configDir")),
+      intfConfig_(required(intfConfig, "intfConfig")),
+      intfConfigDir_(required(intfConfigDir, "intfConfigDir")),
+      statusDp_(required(statusDp, "statusDp")),
+      causeStatus_(required(causeStatus, "causeStatus")),
+      lagInputConfig_(required(lagInputConfig, "lagInputConfig")),
+      aclHelper_(required(aclHelper, "aclHelper")),
+      clock_(&clock),
+      bridgingConfig_(required(bridgingConfig, "bridgingConfig")),
+      subIntfStatusDir_(required(subIntfStatusDir, "subIntfStatusDir")),
+      subIntfConfigDir_(required(subIntfConfigDir, "subIntfConfigDir")),
+      updateTimer_(commonSmData_->timerWheel(), [this] { handleUpdateTimer(); }) {}
+
+AclSm::~AclSm() {
+    if (callback_ && aclHelper_->aclStatusUpdateCallback() == callback_)
+        aclHelper_->aclStatusUpdateCallbackIs(OvinHelper::AclStatusUpdateCallback());
+}
+
+void AclSm::handleInitialized() {
+    FLINQ(th, 8, "AclSm::handleInitialized");
+    Vorn::StateMachine::handleInitialized();
+    callback_ = OvinHelper::AclStatusUpdateCallback(
+        [this](const AclKey& key, AclCreateError result) { handleAclStatusUpdate(key, result); });
+    aclHelper_->aclStatusUpdateCallbackIs(callback_);
+    auto schedule = [this](const auto&...) { scheduleUpdate(); };
+    intfConfigSub_ = intfConfig_->appliedAclNotify(schedule);
+    dpAclUpdateTimeSub_ = statusDp_->dpAclUpdateTimeNotify([this] { handleDpAclUpdateTime(); });
+    aclWatchers_ = std::make_unique<decltype(aclWatchers_)::element_type>(
+        aclConfig_->acl(),
+        decltype(aclWatchers_)::element_type::Hooks{
+            .make =
+                [this, schedule](const Acl::AclConfigKey&, const Vorn::Ptr<Acl::AclConfig>& acl) {
+                    auto w = std::make_unique<AclWatcher>();
+                    w->entries = acl->entryNotify(schedule);
+                    w->counters = acl->countersEnabledNotify(schedule);
+                    return w;
+                },
+            .added = schedule,
+            .gone = schedule});
+    lagWatchers_ = std::make_unique<decltype(lagWatchers_)::element_type>(
+        lagInputConfig_->lagPhyIntfMapping()->lagPhyIntfConfig(),
+        decltype(lagWatchers_)::element_type::Hooks{
+            .make =
+                [schedule](const Zamu::IntfId&, const Vorn::Ptr<Lag::LagPhyIntfConfig>& lag) {
+                    auto w = std::make_unique<LagWatcher>();
+                    w->members = lag->phyIntfNotify(schedule);
+                    return w;
+                },
+            .added = schedule,
+            .gone = schedule});
+    scheduleUpdate();
+}
+
+void AclSm::handleDelete() {
+    FLINQ(th, 8, "AclSm::handleDelete");
+    lagWatchers_.reset();
+    aclWatchers_.reset();
+    dpAclUpdateTimeSub_.reset();
+    intfConfigSub_.reset();
+    updateTimer_.expiryIs(Vorn::kInfinity);
+    if (callback_ && aclHelper_->aclStatusUpdateCallback() == callback_)
+        aclHelper_->aclStatusUpdateCallbackIs(OvinHelper::AclStatusUpdateCallback());
+    callback_ = OvinHelper::AclStatusUpdateCallback();
+    Vorn::StateMachine::handleDelete();
+}
+
+void AclSm::scheduleUpdate() {
+    if (!initialized() || updateTimer_.armed())
+        return;
+    // Counted from the first change, so a steady trickle of changes cannot postpone the update
+    // forever.
+    updateTimer_.expiryIs(clock_->now() + paramConfig_->updateDelay());
+}
+
+void AclSm::handleUpdateTimer() {
+    FLINQ(th, 8, "AclSm::handleUpdateTimer");
+    VORN_ASSERT(initialized());
+    runUpdate();
+}
+
+// ---- What the configuration asks for ----
+
+std::string AclSm::keyProblem(const AclKey& key, const Zamu::IntfId& intf) const {
+    const bool vlanIntf = Zamu::VlanIntfId::isVlanIntfId(intf);
+    if (key.type == Acl::aclTypeMac && vlanIntf)
+        return problemText("MAC ACLs cannot be applied to a VLAN interface", key);
+    if (key.type == Acl::aclTypeMac && key.direction == Acl::aclDirectionOut &&
+        !aclHelper_->macEgressAclSupported()) {
+        return problemText("MAC ACLs cannot be applied outbound on this hardware", key);
+    }
+    if (key.type == Acl::aclTypeIpv6 && !aclHelper_->ip6AclSupported())
+        return problemText("IPv6 ACLs are not supported by this hardware", key);
+    if (vlanIntf && !aclHelper_->routerAclSupported())
+        return problemText("ACLs on VLAN interfaces are not supported by this hardware", key);
+    return {};
+}
+
+std::map<AclKey, AclSm::Desired> AclSm::computeDesired() const {
+    // Port-channel membership, both ways; walked in key order so the result never depends on
+    // hashing.
+    const Lag::LagPhyIntfMapping& lags = *lagInputConfig_->lagPhyIntfMapping();
+    std::map<Zamu::IntfId, Zamu::IntfId> lagOfPort;
+    for (const Zamu::IntfId& lag : lags.lagPhyIntfConfig().sortedKeys()) {
+        for (const Zamu::IntfId& port : lags.lagPhyIntfConfig(lag)->phyIntf())
+            lagOfPort.emplace(port, lag);
+    }
+    std::map<AclKey, Desired> out;
+    for (const auto& [binding, name] : intfConfig_->appliedAcl()) {
+        AclKey key;
+        key.name = name;
+        key.type = binding.type;
+        key.direction = binding.direction;
+        const Zamu::IntfId& intf = binding.intf;
+        if (Zamu::VlanIntfId::isVlanIntfId(intf))
+            key.vlanId = Zamu::VlanIntfId::vlanId(intf);
+        Desired& d = out[key];
+        d.configKey = {name, binding.type};
+        if (d.problem.empty())
+            d.problem = keyProblem(key, intf);
+        if (Zamu::PortChannelIntfId::isPortChannelIntfId(intf)) {
+            if (const auto lag = lags.lagPhyIntfConfig(intf)) {
+                for (const Zamu::IntfId& port : lag->phyIntf())
+                    d.intf.insert(port);
+            }
+        } else if (Zamu::EthIntfId::isEthIntfId(intf)) {
+            // A member port takes its port-channel's ACLs; its own wait until it leaves.
+            if (!lagOfPort.contains(intf))
+                d.intf.insert(intf);
+        } else {
+            d.intf.insert(intf);  // VLAN interface or sub-interface
+        }
+    }
+    for (auto& [key, d] : out) {
+        if (d.problem.empty() && !aclConfig_->acl(d.configKey))
+            d.problem = problemText("no such ACL is configured", key);
+    }
+    return out;
+}
+
+Acl::UniqueId AclSm::uniqueIdFor(std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& ids,
+                                 std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& next,
+                                 uint32_t seq, const Acl::AclEntry& entry) {
+    auto it = ids.find(seq);
+    const Acl::UniqueId id = it != ids.end() && it->second.first == entry
+                                 ? it->second.second
+                                 : Acl::UniqueId{nextUniqueId_++};
+    next.emplace(seq, std::make_pair(entry, id));
+    return id;
+}
+
+const AclSm::Version* AclSm::versionOf(const Acl::AclConfigKey& ck,
+                                       std::map<Acl::AclConfigKey, std::optional<Version>>& cache) {
+    auto [it, inserted] = cache.try_emplace(ck);
+    if (!inserted)
+        return it->second ? &*it->second : nullptr;
+    const Vorn::Ptr<Acl::AclConfig> acl = aclConfig_->acl(ck);
+    if (!acl)
+        return nullptr;
+    auto& ids = ids_[ck];
+    std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>> next;
+    Version v;
+    v.countersEnabled = acl->countersEnabled();
+    for (const auto& [seq, entry] : acl->entry()) {
+        if (entry.isRemark())
+            continue;
+        v.rules.push_back({seq, uniqueIdFor(ids, next, seq, entry), entry});
+    }
+    if (ck.type == Acl::aclTypeIpv6 && aclHelper_->needToInstallIcmp6NeighborDiscoveryRules()) {
+        uint32_t ruleNum = kImplicitRuleNum;
+        for (uint8_t type : kNdTypes) {
+            Acl::Ip6Filter f;
+            f.protocolIs(Zamu::IpProto::kIcmp6);
+            f.icmpTypeIs(type);
+            const Acl::AclEntry entry = Acl::AclEntry::ip(Acl::IpRuleConfig(f));
+            v.rules.push_back({ruleNum, uniqueIdFor(ids, next, ruleNum, entry), entry});
+            ++ruleNum;
+        }
+    }
+    ids = std::move(next);
+    it->second = std::move(v);
+    return &*it->second;
+}
+
+std::vector<AclSm::Subrule> AclSm::expand(const Version& v) {
+    std::vector<Subrule> out;
+    for (const VersionRule& r : v.rules) {
+        if (r.entry.isMac()) {
+            out.push_back({Subrule::Kind::mac,
+                           r.ruleNum,
+                           0,
+                           r.id,
+                           std::make_shared<const Acl::MacRuleConfig>(r.entry.macRule()),
+                           {},
+                           {}});
+            continue;
+        }
+        auto config = std::make_shared<const Acl::IpRuleConfig>(r.entry.ipRule());
+        if (config->filter().fragments()) {
+            out.push_back({Subrule::Kind::frag, r.ruleNum, 0, r.id, config, {}, {}});
+            continue;
+        }
+        uint32_t subrule = 0;
+        for (const Acl::PortSpan& s : r.entry.sourcePort().spans()) {
+            for (const Acl::PortSpan& d : r.entry.destinationPort().spans())
+                out.push_back({Subrule::Kind::ip, r.ruleNum, subrule++, r.id, config, s, d});
+        }
+    }
+    return out;
+}
+
+AclData AclSm::aclDataOf(const AclKey& key, const Version& v, const std::vector<Subrule>& subrules,
+                         const std::set<Zamu::IntfId>& intf) {
+    AclData data;
+    data.key = key;
+    data.intf = intf;
+    data.countersEnabled = v.countersEnabled;
+    for (const Subrule& s : subrules)
+        data.rules.push_back({s.ruleNum, s.subruleNum, s.id, s.config});
+    return data;
+}
+
+// ---- Helper calls ----
+
+namespace {
+
+// The helper's port values for one span: an exact port under the full mask, everything as
+// all zeros, anything else as low..high (0..0 would read as everything, hence the exact form
+// for single ports).
+struct PortValues {
+    uint16_t port = 0, mask = 0, low = 0, high = 0;
+};
+PortValues portValues(const Acl::PortSpan& s) {
+    if (s.low == s.high)
+        return {s.low, 0xffff, 0, 0};
+    if (s.isFull())
+        return {};
+    return {0, 0, s.low, s.high};
+}
+
+}  // namespace
+
+std::optional<AclSm::Failure> AclSm::createSubrules(const AclKey& key, const Version& v,
+                                                    const AclData& data,
+                                                    const std::vector<Subrule>& subrules) {
+    for (const Subrule& s : subrules) {
+        AclCreateError r = aclCreateOk;
+        if (s.kind == Subrule::Kind::mac) {
+            r = aclHelper_->createMacAclRule(static_cast<const Acl::MacRuleConfig&>(*s.config),
+                                             s.id, data, s.ruleNum);
+        } else if (s.kind == Subrule::Kind::frag) {
+            r = aclHelper_->createIpFragRule(data, static_cast<const Acl::IpRuleConfig&>(*s.config),
+                                             s.id, s.ruleNum, s.subruleNum);
+        } else {
+            const auto& rule = static_cast<const Acl::IpRuleConfig&>(*s.config);
+            const PortValues src = portValues(s.source);
+            const PortValues dst = portValues(s.destination);
+            r = aclHelper_->createIpAclSubrule(
+                key.type, rule, s.id, data, s.ruleNum, s.subruleNum, src.port, src.mask, src.low,
+                src.high, dst.port, dst.mask, dst.low, dst.high, 0, 0, 0, 0,
+                rule.filter().tcpFlags(), rule.filter().protocol().hasPorts(), 0, 0);
+        }
+        if (r == aclCreateOk)
+            continue;
+        auto rule = std::find_if(v.rules.begin(), v.rules.end(),
+                                 [&](const VersionRule& vr) { return vr.ruleNum == s.ruleNum; });
+        VORN_ASSERT(rule != v.rules.end());
+        const bool implicit = s.ruleNum >= kImplicitRuleNum;
+        const std::string text = implicit ? Acl::ruleText(0, rule->entry).substr(2)
+                                          : Acl::ruleText(rule->ruleNum, rule->entry);
+        FLINQ(th, 2,
+              "AclSm::createSubrules " << key << " rule# " << s.ruleNum << " subrule# "
+                                       << s.subruleNum << " refused: " << uint32_t(r));
+        return Failure{r, std::string(implicit ? "implicit rule '" : "rule '") + text +
+                              "' cannot be expressed by the hardware (error " +
+                              std::to_string(uint32_t(r)) + ", subrule " +
+                              std::to_string(s.subruleNum) + ")"};
+    }
+    return std::nullopt;
+}
+
+void AclSm::tearDown(const AclData& data) {
+    for (const Zamu::IntfId& intf : data.intf)
+        aclHelper_->removeIntfFromAcl(intf, data, false);
+    aclHelper_->removeAcl(data);
+    aclHelper_->destroyAcl(data);
+}
+
+std::optional<AclSm::Failure> AclSm::build(const AclKey& key, const Version& v,
+                                           const std::set<Zamu::IntfId>& intf, Installed& out) {
+    const std::vector<Subrule> subrules = expand(v);
+    AclData data = aclDataOf(key, v, subrules, intf);
+    AclDataStatus status;
+    std::optional<Failure> failure;
+    try {
+        const AclCreateError pre = aclHelper_->precreateAcl(data, status);
+        if (pre != aclCreateOk) {
+            failure = Failure{pre, "the hardware refused to create the ACL (error " +
+                                       std::to_string(uint32_t(pre)) + ")"};
+        } else if (auto bad = createSubrules(key, v, data, subrules)) {
+            failure = bad;
+        } else {
+            const AclCreateError fin =
+                aclHelper_->createFinalAclRule(key.type, data, kFinalRuleNum);
+            if (fin != aclCreateOk && fin != aclCreateFinalRuleDone) {
+                failure = Failure{fin, "the hardware refused to complete the ACL (error " +
+                                           std::to_string(uint32_t(fin)) + ")"};
+            }
+        }
+    } catch (const Vorn::RangeException& e) {
+        failure =
+            Failure{aclCreateFailed, std::string("the hardware refused a value: ") + e.what()};
+    }
+    if (failure) {
+        FLINQ(th, 2, "AclSm::build " << key << " failed: " << failure->error);
+        tearDown(data);
+        return failure;
+    }
+    out = Installed{v, std::move(data)};
+    return std::nullopt;
+}
+
+std::set<Zamu::IntfId> AclSm::supportedIntfs(const AclKey& key, const std::set<Zamu::IntfId>& want,
+                                             const std::set<Zamu::IntfId>& have) {
+    std::set<Zamu::IntfId> out;
+    for (const Zamu::IntfId& intf : want) {
+        if (have.contains(intf) || aclHelper_->intfSupportsAcl(intf)) {
+            out.insert(intf);
+        } else {
+            aclHelper_->logAclUnsupportedHardware(key.name, intf);
+        }
+    }
+    return out;
+}
+
+bool AclSm::blockDuringUpdate() const {
+    return !aclHelper_->permitDuringAclUpdate() || aclHelper_->ignorePermitDuringAclUpdate();
+}
+
+void AclSm::statusIs(const AclKey& key, Acl::AclDpState state, AclCreateError result,
+                     const std::string& error) {
+    const Vorn::Ptr<Acl::AclStatus> s = statusDp_->aclStatusIs(key);
+    s->stateIs(state);
+    s->resultIs(result);
+    s->errorIs(error);
+}
+
+// ---- One update ----
+
+void AclSm::runUpdate() {
+    FLINQ(th, 8, "AclSm::runUpdate");
+    std::map<AclKey, Desired> desired = computeDesired();
+    std::map<Acl::AclConfigKey, std::optional<Version>> versions;
+
+    // Who holds each interface's slot (type and direction) after this update.
+    std::map<std::tuple<Zamu::IntfId, Acl::AclType, Acl::AclDirection>, std::vector<AclKey>> slot;
+    for (const auto& [key, d] : desired) {
+        if (!d.problem.empty())
+            continue;
+        for (const Zamu::IntfId& intf : d.intf)
+            slot[{intf, key.type, key.direction}].push_back(key);
+    }
+    auto belongsToAnother = [&](const Zamu::IntfId& intf, const AclKey& key) {
+        auto it = slot.find({intf, key.type, key.direction});
+        return it != slot.end() && std::any_of(it->second.begin(), it->second.end(),
+                                               [&](const AclKey& other) { return other != key; });
+    };
+
+    std::set<AclKey> built;      // created or re-created in step 1
+    std::set<AclKey> committed;  // built or re-bound: committed in step 5
+    std::set<AclKey> refusalCleared;
+    std::set<Zamu::IntfId> touched;  // interfaces whose ACLs change
+    bool changed = false;
+
+    // 1. ACLs that are new or whose rules changed.
+    for (auto& [key, d] : desired) {
+        if (!d.problem.empty())
+            continue;
+        const Version* v = versionOf(d.configKey, versions);
+        VORN_ASSERT(v);
+        auto inst = installed_.find(key);
+        if (inst != installed_.end() && inst->second.version == *v) {
+            if (refused_.erase(key))
+                refusalCleared.insert(key);  // the configuration is back to what is installed
+            continue;
+        }
+        auto ref = refused_.find(key);
+        if (ref != refused_.end() && ref->second.version == *v)
+            continue;  // refused already: wait for the configuration to change
+        changed = true;
+        std::optional<Installed> old;
+        if (inst != installed_.end()) {
+            d.intf = supportedIntfs(key, d.intf, inst->second.data.intf);
+            touched.insert(inst->second.data.intf.begin(), inst->second.data.intf.end());
+            tearDown(inst->second.data);
+            old = std::move(inst->second);
+            installed_.erase(inst);
+        } else {
+            d.intf = supportedIntfs(key, d.intf, {});
+        }
+        touched.insert(d.intf.begin(), d.intf.end());
+        Installed made;
+        if (auto failure = build(key, *v, d.intf, made)) {
+            std::string error = failure->error;
+            if (old && aclHelper_->revertIncompleteAclSupported()) {
+                Installed again;
+                if (!build(key, old->version, d.intf, again)) {
+                    installed_.emplace(key, std::move(again));
+                    built.insert(key);
+                    committed.insert(key);
+                    error += "; its earlier version stays in effect";
+                }
+            }
+            refused_[key] = Refused{*v, failure->code, error};
+            awaitingOutcome_.erase(key);
+            statusIs(key, Acl::aclDpFailed, failure->code, error);
+            continue;
+        }
+        refused_.erase(key);
+        installed_.emplace(key, std::move(made));
+        built.insert(key);
+        committed.insert(key);
+    }
+
+    // 2. Bindings: what an ACL lost first, so that an interface never carries two ACLs of one
+    // slot in the helper; then what it gained.
+    std::vector<AclKey> gone;
+    for (auto& [key, inst] : installed_) {
+        auto d = desired.find(key);
+        const bool applied = d != desired.end() && d->second.problem.empty();
+        if (!applied)
+            gone.push_back(key);
+        if (built.contains(key))
+            continue;
+        for (const Zamu::IntfId& intf : std::set<Zamu::IntfId>(inst.data.intf)) {
+            if (applied && d->second.intf.contains(intf))
+                continue;
+            aclHelper_->removeIntfFromAcl(intf, inst.data, belongsToAnother(intf, key));
+            inst.data.intf.erase(intf);
+            touched.insert(intf);
+            if (applied)
+                committed.insert(key);
+        }
+    }
+    for (auto& [key, inst] : installed_) {
+        auto d = desired.find(key);
+        if (built.contains(key) || d == desired.end() || !d->second.problem.empty())
+            continue;
+        std::set<Zamu::IntfId> more;
+        for (const Zamu::IntfId& intf : d->second.intf) {
+            if (!inst.data.intf.contains(intf))
+                more.insert(intf);
+        }
+        for (const Zamu::IntfId& intf : supportedIntfs(key, more, {})) {
+            AclDataStatus status;
+            aclHelper_->addIntfToAcl(intf, inst.data, status);
+            inst.data.intf.insert(intf);
+            touched.insert(intf);
+            committed.insert(key);
+        }
+    }
+    changed = changed || !committed.empty() || !gone.empty();
+
+    // 3. Hold the interfaces whose ACLs change, where traffic would otherwise pass unchecked.
+    if (changed && blockDuringUpdate()) {
+        for (const Zamu::IntfId& intf : touched) {
+            if (blocked_.insert(intf).second)
+                aclHelper_->blockIntf(intf, true, 1);
+        }
+    }
+
+    // Published before the kick: a hardware layer may answer within it.
+    for (const auto& [key, d] : desired) {
+        if (!d.problem.empty()) {
+            awaitingOutcome_.erase(key);
+            statusIs(key, Acl::aclDpFailed, aclCreateFailed, d.problem);
+        } else if (refused_.contains(key)) {
+            continue;  // published when it was refused
+        } else if (committed.contains(key)) {
+            awaitingOutcome_.insert(key);
+            statusIs(key, Acl::aclDpPending, aclCreateOk, "");
+        } else if (refusalCleared.contains(key)) {
+            statusIs(key, Acl::aclDpInstalled, aclCreateOk, "");
+        }
+    }
+    if (changed) {
+        // The unit errors are the last commit's; a new one starts.
+        aclHelper_->unitErrorDelAll();
+        aclHelper_->publishUnitErrorDelAll();
+        aclHelper_->dirtyIs(true);
+        // 4., 5.
+        aclHelper_->prepareToCommit();
+        for (const AclKey& key : committed) {
+            if (auto inst = installed_.find(key); inst != installed_.end())
+                aclHelper_->commitAcl(inst->second.data);
+        }
+    }
+    // 6. ACLs no longer applied (already unbound from every interface).
+    for (const AclKey& key : gone) {
+        AclData data = std::move(installed_.at(key).data);
+        installed_.erase(key);
+        awaitingOutcome_.erase(key);
+        aclHelper_->removeAcl(data);
+        aclHelper_->destroyAcl(data);
+    }
+
+    // Forget what no longer exists.
+    for (auto it = refused_.begin(); it != refused_.end();) {
+        auto d = desired.find(it->first);
+        it = d == desired.end() || !d->second.problem.empty() ? refused_.erase(it) : std::next(it);
+    }
+    for (const AclKey& key : statusDp_->aclStatus().keys()) {
+        if (!desired.contains(key) && !installed_.contains(key))
+            statusDp_->aclStatusDel(key);
+    }
+    for (auto it = ids_.begin(); it != ids_.end();)
+        it = aclConfig_->acl(it->first) ? std::next(it) : ids_.erase(it);
+
+    if (changed) {
+        ++updates_;
+        requestDpAclUpdate();
+    }
+}
+
+// ---- Data-plane updates ----
+
+void AclSm::requestDpAclUpdate() {
+    // Stamps always grow, also within one clock tick, so that a completed earlier update never
+    // reads as completing this one.
+    const Vorn::Seconds floor = std::max(requestTime_, statusDp_->dpAclUpdateTime());
+    Vorn::Seconds t = clock_->now();
+    if (!(t > floor))
+        t = std::nextafter(floor, Vorn::kInfinity);
+    requestTime_ = t;
+    requestPending_ = true;
+    FLINQ(th, 2, "AclSm::requestDpAclUpdate requestTime " << t);
+    handleDpAclUpdateRequestTime();
+}
+
+void AclSm::handleDpAclUpdateRequestTime() {
+    FLINQ(th, 8, "AclSm::handleDpAclUpdateRequestTime");
+    if (requestPending_)
+        statusDp_->dpAclUpdateTimeIs(requestTime_);
+}
+
+void AclSm::dpAclUpdateWaiterIs(std::function<void()> done) {
+    if (!requestPending_) {
+        done();
+        return;
+    }
+    waiters_.emplace_back(requestTime_, std::move(done));
+    aclHelper_->cliWaitingIs(true);
+}
+
+void AclSm::handleDpAclUpdateTime() {
+    const Vorn::Seconds done = statusDp_->dpAclUpdateTime();
+    FLINQ(th, 8, "AclSm::handleDpAclUpdateTime " << done);
+    if (requestPending_ && done >= requestTime_) {
+        requestPending_ = false;
+        // No outcome reported means nothing went wrong.
+        for (const AclKey& key : awaitingOutcome_)
+            statusIs(key, Acl::aclDpInstalled, aclCreateOk, "");
+        awaitingOutcome_.clear();
+        for (const Zamu::IntfId& intf : blocked_)
+            aclHelper_->blockIntf(intf, false, 0);
+        blocked_.clear();
+    }
+    std::vector<std::function<void()>> ready;
+    auto keep = std::stable_partition(waiters_.begin(), waiters_.end(),
+                                      [&](const auto& w) { return w.first > done; });
+    for (auto it = keep; it != waiters_.end(); ++it)
+        ready.push_back(std::move(it->second));
+    waiters_.erase(keep, waiters_.end());
+    aclHelper_->cliWaitingIs(!waiters_.empty());
+    for (auto& fn : ready)
+        fn();
+}
+
+void AclSm::handleAclStatusUpdate(const AclKey& key, AclCreateError result) {
+    FLINQ(th, 8, "AclSm::handleAclStatusUpdate " << key << " result " << uint32_t(result));
+    // An ACL whose configured version was refused keeps that refusal published: it is what the
+    // user has to act on.
+    if (!installed_.contains(key) || refused_.contains(key))
+        return;
+    awaitingOutcome_.erase(key);
+    if (result == aclCreateOk) {
+        statusIs(key, Acl::aclDpInstalled, result, "");
+        return;
+    }
+    std::string error = "not in effect in the data plane";
+    std::string units;
+    for (const auto& [unit, code] : aclHelper_->unitError())
+        units += (units.empty() ? "" : ", ") + unit + " error " + std::to_string(code);
+    if (!units.empty())
+        error += " (" + units + ")";
+    statusIs(key, Acl::aclDpFailed, result, error);
+}
+
+Vorn::Ptr<AclSm> aclSmFactory(
+    const Vorn::Ptr<OvinCommonSmData>& commonSmData, const Vorn::Ptr<const Acl::Config>& aclConfig,
+    const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
+    const Vorn::Ptr<const Acl::ConfigDir>& configDir,
+    const Vorn::Ptr<const Acl::IntfConfig>& intfConfig,
+    const Vorn::Ptr<const Acl::ConfigDir>& intfConfigDir, const Vorn::Ptr<Acl::StatusDp>& statusDp,
+    const Vorn::Ptr<Errdisable::CauseStatus>& causeStatus,
+    const Vorn::Ptr<const Lag::Input::Config>& lagInputConfig,
+    const Vorn::Ptr<OvinHelper::AclHelper>& aclHelper, Vorn::Clock& clock,
+    const Vorn::Ptr<const Bridging::Config>& bridgingConfig,
+    const Vorn::Ptr<const Interface::SubIntfStatusDir>& subIntfStatusDir,
+    const Vorn::Ptr<const Interface::SubIntfConfigDir>& subIntfConfigDir) {
+    return Vorn::make<AclSm>(commonSmData, aclConfig, paramConfig, configDir, intfConfig,
+                             intfConfigDir, statusDp, causeStatus, lagInputConfig, aclHelper, clock,
+                             bridgingConfig, subIntfStatusDir, subIntfConfigDir);
+}
+
+}  // namespace Ovin
