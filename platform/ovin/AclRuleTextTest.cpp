@@ -20,10 +20,10 @@ using Acl::aclTypeIpv4;
 using Acl::aclTypeIpv6;
 using Acl::aclTypeMac;
 
-const Acl::RuleText& ruleOf(const Acl::RuleTextResult& r) {
+// A copy: the result it comes from is usually a temporary.
+Acl::RuleText ruleOf(const Acl::RuleTextResult& r) {
     EXPECT_TRUE(r.ok()) << r.error;
-    static const Acl::RuleText none;
-    return r.ok() ? *r.rule : none;
+    return r.ok() ? *r.rule : Acl::RuleText{};
 }
 
 // Reading the printed text gives back the same entry, and printing is a fixed point.
@@ -83,7 +83,7 @@ TEST(AclRuleText, GrammarPiecesReadAsTheRuleTheySay) {
 }
 
 TEST(AclRuleText, FieldsLandWhereTheEngineReadsThem) {
-    const Acl::RuleText& tcp = ruleOf(Acl::parseRuleText(
+    const Acl::RuleText tcp = ruleOf(Acl::parseRuleText(
         "30 deny tcp host 192.0.2.1 eq 53 any range 1000 2000 rst", aclTypeIpv4));
     ASSERT_TRUE(tcp.entry.isIp());
     const Acl::IpFilter& f = tcp.entry.ipRule().filter();
@@ -96,7 +96,7 @@ TEST(AclRuleText, FieldsLandWhereTheEngineReadsThem) {
     EXPECT_EQ(tcp.entry.destinationPort(), Acl::PortMatch::range(1000, 2000));
     EXPECT_EQ(f.tcpFlags(), Acl::kTcpRst);
 
-    const Acl::RuleText& mac =
+    const Acl::RuleText mac =
         ruleOf(Acl::parseRuleText("5 permit 0011.2233.4455 0000.0000.00ff any 0x8100", aclTypeMac));
     ASSERT_TRUE(mac.entry.isMac());
     // Wildcard 1 bits are "don't care": the engine's mask has them 0.
