@@ -1,8 +1,45 @@
 #include "ovinmirel/acl/OvinMirelAcl.h"
 
+#include <vector>
+
 #include "platform/vorn/Assert.h"
 
 namespace OvinMirel {
+
+OvinMirelAcl::OvinMirelAcl(const Ovin::AclKey& key) : name_(key) {
+    // The entity's own subscriptions come first, so a reader told of a rule change already
+    // gets the new snapshot.
+    ipRuleSub_ = ipRuleByIdNotify([this](const Mirel::AceIndex&) { rulesChanged(); });
+    macRuleSub_ = macRuleByIdNotify([this](const Mirel::AceIndex&) { rulesChanged(); });
+}
+
+void OvinMirelAcl::rulesChanged() {
+    for (Mirel::AclRuleListPtr& list : ruleList_)
+        list = nullptr;
+}
+
+Mirel::AclRuleListPtr OvinMirelAcl::ruleList(Mirel::ProtocolType protocolType) const {
+    VORN_ASSERT(ipRuleByIds() == 0 || macRuleByIds() == 0);
+    VORN_ASSERT(protocolType == Mirel::protocolTcp_ || protocolType == Mirel::protocolNonTcp_ ||
+                protocolType == Mirel::protocolAll_);
+    Mirel::AclRuleListPtr& cached = ruleList_[protocolType];
+    if (cached)
+        return cached;
+    if (protocolType == Mirel::protocolAll_ && macRuleByIds() > 0) {
+        cached = Mirel::AclRuleList::macList({macRuleById().begin(), macRuleById().end()});
+        return cached;
+    }
+    if (protocolType != Mirel::protocolAll_)
+        VORN_ASSERT(macRuleByIds() == 0);
+    std::vector<Mirel::AclRuleList::IpEntry> rules;
+    for (const auto& entry : ipRuleById()) {
+        const bool tcp = Mirel::isTcpRule(entry.second);
+        if (protocolType == Mirel::protocolAll_ || tcp == (protocolType == Mirel::protocolTcp_))
+            rules.push_back(entry);
+    }
+    cached = Mirel::AclRuleList::ipList(std::move(rules));
+    return cached;
+}
 
 OvinMirelAcl::IntfSet OvinMirelAcl::aclIntfSetFor(const Zamu::IntfId& intf) {
     if (Zamu::SubIntfId::isSubIntfId(intf))

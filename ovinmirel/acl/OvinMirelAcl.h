@@ -6,10 +6,16 @@
 // entry's three interface sets) and the agent ACL state machine.
 // Invariant: an interface id sits in the set of its kind (sub-interface, VLAN interface or
 // Ethernet interface); `aclIntfSetFor` is the one place that decides which.
+//
+// Rule snapshots: `ruleList(protocolType)` hands out the ACL's rules as an immutable shared
+// Mirel::AclRuleList, built on first use and handed out again, the same object, until a rule
+// of the ACL changes (a write that changes nothing keeps it). Roots hold these lists instead
+// of copies, so a commit cycle costs nothing for an ACL whose rules stayed as they were.
 
 #include <cstdint>
 
-#include "platform/mirel/AclRule.h"
+#include "platform/mirel/AclId.h"
+#include "platform/mirel/AclRuleList.h"
 #include "platform/ovin/AclKey.h"
 #include "platform/vorn/Entity.h"
 #include "platform/zamu/Addr.h"
@@ -20,7 +26,7 @@ namespace OvinMirel {
 class OvinMirelAcl : public Vorn::Entity {
     VORN_ENTITY("OvinMirel::OvinMirelAcl")
   public:
-    explicit OvinMirelAcl(const Ovin::AclKey& key) : name_(key) {}
+    explicit OvinMirelAcl(const Ovin::AclKey& key);
     const Ovin::AclKey& name() const { return name_; }
 
     VORN_ATTR(bool, created, false)  // the rule set is complete (final rule produced)
@@ -46,8 +52,22 @@ class OvinMirelAcl : public Vorn::Entity {
     // Adds or removes intf in the set of its kind.
     void intfIs(const Zamu::IntfId& intf, bool member);
 
+    // The rules of one protocol class as a shared snapshot: protocolAll_ every rule (IP or
+    // MAC; the empty list when there is none), protocolTcp_ the IP rules that match protocol
+    // 6 (Mirel::isTcpRule) and protocolNonTcp_ the other IP rules, for an ACL split by
+    // protocol. Asserts "ipRuleByIds() == 0 || macRuleByIds() == 0" (an ACL holds IP or MAC
+    // rules, never both) and, for the two halves, "macRuleByIds() == 0" (a MAC ACL is never
+    // split).
+    Mirel::AclRuleListPtr ruleList(Mirel::ProtocolType protocolType = Mirel::protocolAll_) const;
+
   private:
+    void rulesChanged();
+
     const Ovin::AclKey name_;
+    // Built on demand from the rule maps, dropped when they change; index ProtocolType.
+    mutable Mirel::AclRuleListPtr ruleList_[Mirel::kProtocolTypeCount];
+    Vorn::Subscription ipRuleSub_;
+    Vorn::Subscription macRuleSub_;
 };
 
 class OvinMirelAclColl : public Vorn::Entity {

@@ -1,5 +1,7 @@
 #include "platform/mirel/HwCapability.h"
 
+#include <algorithm>
+
 #include "platform/vorn/Exception.h"
 
 namespace Mirel {
@@ -16,6 +18,11 @@ std::ostream& operator<<(std::ostream& os, AclTypeCombinationBitMask m) {
 
 std::ostream& operator<<(std::ostream& os, AclTypePriority p) {
     return os << p.value;
+}
+
+uint32_t ChipHwCapability::ruleListIdCount() const {
+    const uint32_t last = std::min<uint32_t>(chipRuleListIdMax(), 255);
+    return last + 1 - (chipRuleListIdReservedPermitAll() <= last ? 1 : 0);
 }
 
 Vorn::Ptr<HwCapabilityColl> hwCapabilityCollFactory(const Vorn::Name& name) {

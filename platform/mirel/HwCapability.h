@@ -78,6 +78,14 @@ class ChipHwCapability : public Vorn::Entity {
     // Largest hardware ACL index, and the one index the chip keeps for itself.
     VORN_ATTR(uint32_t, hwAclIndexMax, 0)
     VORN_ATTR(uint32_t, hwAclIndexReserved, 0)
+    // What one root may use of the chip's ACL tables (the chip swaps whole roots, so the limits
+    // apply to the attempt root alone): TCAM entries, and class ids over the nine field
+    // transforms. A root that needs more fails its computation at once.
+    VORN_ATTR(uint32_t, tcamEntryMax, 4096)
+    VORN_ATTR(uint32_t, xformEntryMax, 1024)
+    // The chip rule list ids a root may use: 0 to chipRuleListIdMax (ids are 8 bits wide, so
+    // at most 255), without the permit-all id.
+    uint32_t ruleListIdCount() const;
     // The combinations of ACL kinds one interface can hold at once, preferred ones first.
     VORN_ORDERED_MAP(AclTypePriority, AclTypeCombinationBitMask, aclTypeCombinationByPriority)
 

@@ -69,5 +69,24 @@ TEST(HwCapabilityTest, CombinationsWalkInPriorityOrder) {
     EXPECT_EQ(chip->aclTypeCombinationByPrioritys(), 3u);
 }
 
+TEST(HwCapabilityTest, RuleListIdsARootMayUse) {
+    struct Case {
+        uint32_t max;
+        uint8_t reserved;
+        uint32_t count;
+    };
+    const Case cases[] = {
+        {0, 255, 1}, {3, 255, 4},     {3, 3, 3},       {3, 0, 3},
+        {3, 4, 4},   {255, 255, 255}, {300, 255, 255}, {300, 7, 255},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "max " << c.max << " reserved " << int(c.reserved));
+        ChipHwCapability chip(ChipId(0));
+        chip.chipRuleListIdMaxIs(c.max);
+        chip.chipRuleListIdReservedPermitAllIs(c.reserved);
+        EXPECT_EQ(chip.ruleListIdCount(), c.count);
+    }
+}
+
 }  // namespace
 }  // namespace Mirel

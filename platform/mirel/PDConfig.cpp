@@ -59,6 +59,23 @@ Vorn::Ptr<XformConfig> ChipConfig::xformConfig(XformType t) const {
     return nullptr;
 }
 
+std::vector<Vorn::Subscription> ChipConfig::xformConfigNotify(
+    std::function<void(XformType)> f) const {
+    auto call = [f](XformType t) { return [f, t] { f(t); }; };
+    std::vector<Vorn::Subscription> subs;
+    subs.reserve(kXformTypeCount);
+    subs.push_back(chipSrcMacAddrConfigNotify(call(xformSrcMacAddr_)));
+    subs.push_back(chipDstMacAddrConfigNotify(call(xformDstMacAddr_)));
+    subs.push_back(chipMacEtherTypeConfigNotify(call(xformMacEtherType_)));
+    subs.push_back(chipSrcIpV4PrefixConfigNotify(call(xformSrcIpV4Prefix_)));
+    subs.push_back(chipDstIpV4PrefixConfigNotify(call(xformDstIpV4Prefix_)));
+    subs.push_back(chipSrcIpV6PrefixConfigNotify(call(xformSrcIpV6Prefix_)));
+    subs.push_back(chipDstIpV6PrefixConfigNotify(call(xformDstIpV6Prefix_)));
+    subs.push_back(chipSrcPortRangeConfigNotify(call(xformSrcPortRange_)));
+    subs.push_back(chipDstPortRangeConfigNotify(call(xformDstPortRange_)));
+    return subs;
+}
+
 void ChipConfig::initialize() {
     auto ensure = [](auto& field, XformType t) {
         if (!field.get())

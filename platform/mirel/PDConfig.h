@@ -12,7 +12,9 @@
 // request now in force.
 
 #include <cstdint>
+#include <functional>
 #include <ostream>
+#include <vector>
 
 #include "platform/mirel/ChipDataFlowConfig.h"
 #include "platform/mirel/ChipId.h"
@@ -78,6 +80,9 @@ class ChipConfig : public Vorn::Entity {
 
     // The transform of a type (null when absent or the type is out of range).
     Vorn::Ptr<XformConfig> xformConfig(XformType t) const;
+    // Subscribes f to all nine transform references: f(type) after each one is set, replaced
+    // or cleared.
+    std::vector<Vorn::Subscription> xformConfigNotify(std::function<void(XformType)> f) const;
     // Creates every missing transform, keeps the existing ones, then sets initialized.
     void initialize();
 

@@ -6,6 +6,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Mirel {
 namespace {
@@ -56,6 +57,21 @@ TEST(ChipDataFlowInChipConfig, InitializeCreatesEachTransformOnce) {
     chip->initialize();
     EXPECT_EQ(chip->chipSrcMacAddrConfig(), first);
     EXPECT_EQ(created, 1);
+}
+
+TEST(ChipDataFlowInChipConfig, TransformReferencesNotifyWithTheirType) {
+    auto chip = chipConfigFactory(ChipId(1));
+    std::vector<XformType> seen;
+    auto subs = chip->xformConfigNotify([&](XformType t) { seen.push_back(t); });
+    chip->initialize();
+    std::vector<XformType> all;
+    for (int t = 0; t < kXformTypeCount; ++t)
+        all.push_back(XformType(t));
+    EXPECT_EQ(seen, all);  // created in the order the driver services them
+    seen.clear();
+    chip->chipSrcPortRangeConfigDel();
+    chip->chipMacEtherTypeConfigIs(Vorn::make<XformConfig>(xformMacEtherType_));
+    EXPECT_EQ(seen, (std::vector<XformType>{xformSrcPortRange_, xformMacEtherType_}));
 }
 
 }  // namespace

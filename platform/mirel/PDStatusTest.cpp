@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <vector>
 
 namespace {
 
@@ -35,6 +36,29 @@ TEST(PDStatus, PlacingAPortOnAnotherChipChangesItsEntryInPlace) {
     EXPECT_EQ(pd->intfMappingIs("Ethernet3/1", Mirel::ChipId(4)), entry);
     EXPECT_EQ(changes, 1);
     EXPECT_EQ(pd->intfMapping("Ethernet3/1")->chipId(), Mirel::ChipId(4));
+}
+
+TEST(ChipPDStatus, TransformStatusesByType) {
+    auto chip = Mirel::chipPDStatusFactory(Mirel::ChipId(1));
+    std::vector<Mirel::XformType> changed;
+    auto subs = chip->xformStatusNotify([&](Mirel::XformType t) { changed.push_back(t); });
+    for (int t = 0; t < Mirel::kXformTypeCount; ++t) {
+        Mirel::XformStatus s;
+        s.requestId = uint32_t(t + 1);
+        chip->xformStatusIs(Mirel::XformType(t), s);
+        chip->xformStatusIs(Mirel::XformType(t), s);  // equal: no notification
+    }
+    ASSERT_EQ(changed.size(), size_t(Mirel::kXformTypeCount));
+    for (int t = 0; t < Mirel::kXformTypeCount; ++t) {
+        SCOPED_TRACE(t);
+        EXPECT_EQ(changed[t], Mirel::XformType(t));
+        EXPECT_EQ(chip->xformStatus(Mirel::XformType(t)).requestId, uint32_t(t + 1));
+    }
+    // The generic accessor and the named attributes are the same storage.
+    EXPECT_EQ(chip->srcMacXformStatus().requestId, 1u);
+    EXPECT_EQ(chip->macEtherTypeXformStatus().requestId, 3u);
+    EXPECT_EQ(chip->dstIpV6PrefixXformStatus().requestId, 7u);
+    EXPECT_EQ(chip->dstPortRangeXformStatus().requestId, 9u);
 }
 
 }  // namespace

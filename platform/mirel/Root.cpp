@@ -1,6 +1,8 @@
 #include "platform/mirel/Root.h"
 
 #include <algorithm>
+#include <sstream>
+#include <stdexcept>
 
 namespace Mirel {
 
@@ -63,12 +65,27 @@ std::ostream& operator<<(std::ostream& os, RootState s) {
     return os << "rootState(" << uint32_t(s) << ")";
 }
 
+void HwAcl::ruleListIs(const AclRuleListPtr& list) {
+    Vorn::requireNonNull(list, typeName(), "ruleList");
+    const TableType table = aclId_.tableType();
+    const bool contradicts =
+        (list->kind() == AclRuleList::Kind::mac && table != macAcl_ && table != invalid_) ||
+        (list->kind() == AclRuleList::Kind::ip && table == macAcl_);
+    if (contradicts) {
+        std::ostringstream os;
+        os << "Mirel::HwAcl::ruleList: " << *list << " does not fit " << aclId_;
+        throw std::invalid_argument(os.str());
+    }
+    ruleList_.set(list);
+}
+
 bool HwAcl::isEqual(const HwAcl& other) const {
-    return std::ranges::equal(ipRuleById(), other.ipRuleById()) &&
-           std::ranges::equal(macRuleById(), other.macRuleById());
+    return ruleList() == other.ruleList() || ruleList()->sameRules(*other.ruleList());
 }
 
 bool RootConfig::isEqual(const RootConfig& other) const {
+    if (this == &other)
+        return true;
     return sameChildren(aclKeyToAclIdTypeSet(), other.aclKeyToAclIdTypeSet()) &&
            sameChildren(acl(), other.acl());
 }

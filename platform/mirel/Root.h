@@ -12,7 +12,7 @@
 #include <ostream>
 
 #include "platform/mirel/AclId.h"
-#include "platform/mirel/AclRule.h"
+#include "platform/mirel/AclRuleList.h"
 #include "platform/mirel/ChipId.h"
 #include "platform/mirel/StageErrorCode.h"
 #include "platform/ovin/AclKey.h"
@@ -45,17 +45,23 @@ std::ostream& operator<<(std::ostream& os, RootAction a);
 std::ostream& operator<<(std::ostream& os, RootState s);
 
 // One chip rule list of a root: the rules of one ACL (or of one protocol class of a split ACL),
-// programmed in AceIndex order. An ACL holds IP rules or MAC rules, never both.
+// programmed in AceIndex order. The rules are a shared immutable list (usually the ACL store's
+// snapshot), never a copy; a list holds IP rules or MAC rules, never both.
 class HwAcl : public Vorn::Entity {
     VORN_ENTITY("Mirel::HwAcl")
   public:
     explicit HwAcl(const AclId& aclId) : aclId_(aclId) {}
     const AclId& aclId() const { return aclId_; }
 
-    VORN_ORDERED_MAP(AceIndex, IpRuleConfig, ipRuleById)
-    VORN_ORDERED_MAP(AceIndex, MacRuleConfig, macRuleById)
+    // Never null: the shared empty list until set. A null list is refused with
+    // Vorn::NullPointerException; a list whose kind contradicts the id's table type (MAC rules
+    // for an IP table, IP rules for the MAC table) with std::invalid_argument. Either way the
+    // list held stays as it was.
+    const AclRuleListPtr& ruleList() const { return ruleList_.get(); }
+    void ruleListIs(const AclRuleListPtr& list);
+    VORN_ATTR_STORAGE(AclRuleListPtr, ruleList, AclRuleList::emptyList())
 
-    // Same rules at the same indexes (the id is not compared).
+    // The same list, or lists with the same rules at the same indexes (the id is not compared).
     bool isEqual(const HwAcl& other) const;
 
   private:
@@ -81,9 +87,10 @@ class RootConfig : public Vorn::Entity {
 
     void initialize() { initializedIs(true); }
 
-    // Same ACL keys with the same ids, same rule lists with the same rules. The root id, the
-    // action, the kick and the active flag are not content and are not compared: a new attempt
-    // equal to the active root changes nothing in hardware.
+    // Same ACL keys with the same ids, same rule lists with the same rules (a shared list is
+    // equal without a look at its rules). The root id, the action, the kick and the active
+    // flag are not content and are not compared: a new attempt equal to the active root
+    // changes nothing in hardware.
     bool isEqual(const RootConfig& other) const;
 
   private:

@@ -7,7 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
+#include <vector>
+
+#include "platform/vorn/Exception.h"
 
 namespace Mirel {
 namespace {
@@ -35,19 +39,30 @@ IpRuleConfig ipRule(uint8_t proto, AceAction action) {
     return r;
 }
 
-// One split IP ACL and one MAC ACL, each rule at its own index.
+MacRuleConfig macRule(uint16_t etherType) {
+    MacRuleConfig r;
+    r.etherType = etherType;
+    r.matchEtherType = true;
+    return r;
+}
+
+AclRuleListPtr ipList(std::vector<AclRuleList::IpEntry> rules) {
+    return AclRuleList::ipList(std::move(rules));
+}
+
+// One split IP ACL and one MAC ACL, each rule at its own index. Every call builds new lists:
+// two samples are equal in content, never in identity.
 Vorn::Ptr<RootConfig> sample(uint32_t rootId) {
     auto root = rootConfigFactory(rootId);
     auto ids = root->aclKeyToAclIdTypeSetIs(kIpAcl);
     ids->aclIdTypeIs(protocolTcp_, kTcpId);
     ids->aclIdTypeIs(protocolNonTcp_, kRestId);
     root->aclKeyToAclIdTypeSetIs(kMacAcl)->aclIdTypeIs(protocolAll_, kMacId);
-    root->aclIs(kTcpId)->ipRuleByIdIs(ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit));
-    root->aclIs(kRestId)->ipRuleByIdIs(ace(20, 0), ipRule(Zamu::IpProto::kUdp, AceAction::deny));
-    MacRuleConfig mac;
-    mac.etherType = 0x0800;
-    mac.matchEtherType = true;
-    root->aclIs(kMacId)->macRuleByIdIs(ace(10, 0), mac);
+    root->aclIs(kTcpId)->ruleListIs(
+        ipList({{ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit)}}));
+    root->aclIs(kRestId)->ruleListIs(
+        ipList({{ace(20, 0), ipRule(Zamu::IpProto::kUdp, AceAction::deny)}}));
+    root->aclIs(kMacId)->ruleListIs(AclRuleList::macList({{ace(10, 0), macRule(0x0800)}}));
     return root;
 }
 
@@ -66,37 +81,38 @@ TEST(RootConfig, EqualityComparesContentOnly) {
              r.initialize();
          },
          true},
-        {"rewriting a rule with the same value",
+        {"a rebuilt list with the same rules",
          [](RootConfig& r) {
-             r.acl(kTcpId)->ipRuleByIdIs(ace(10, 0),
-                                         ipRule(Zamu::IpProto::kTcp, AceAction::permit));
+             r.acl(kTcpId)->ruleListIs(
+                 ipList({{ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit)}}));
          },
          true},
         {"one rule's action differs",
          [](RootConfig& r) {
-             r.acl(kRestId)->ipRuleByIdIs(ace(20, 0),
-                                          ipRule(Zamu::IpProto::kUdp, AceAction::permit));
+             r.acl(kRestId)->ruleListIs(
+                 ipList({{ace(20, 0), ipRule(Zamu::IpProto::kUdp, AceAction::permit)}}));
          },
          false},
         {"a rule moves to another index",
          [](RootConfig& r) {
-             r.acl(kRestId)->ipRuleByIdDel(ace(20, 0));
-             r.acl(kRestId)->ipRuleByIdIs(ace(20, 1), ipRule(Zamu::IpProto::kUdp, AceAction::deny));
+             r.acl(kRestId)->ruleListIs(
+                 ipList({{ace(20, 1), ipRule(Zamu::IpProto::kUdp, AceAction::deny)}}));
          },
          false},
         {"an extra rule",
          [](RootConfig& r) {
-             r.acl(kTcpId)->ipRuleByIdIs(ace(30, 0), ipRule(Zamu::IpProto::kTcp, AceAction::deny));
+             r.acl(kTcpId)->ruleListIs(
+                 ipList({{ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit)},
+                         {ace(30, 0), ipRule(Zamu::IpProto::kTcp, AceAction::deny)}}));
          },
          false},
         {"a MAC rule differs",
          [](RootConfig& r) {
-             MacRuleConfig mac;
-             mac.etherType = 0x86dd;
-             mac.matchEtherType = true;
-             r.acl(kMacId)->macRuleByIdIs(ace(10, 0), mac);
+             r.acl(kMacId)->ruleListIs(AclRuleList::macList({{ace(10, 0), macRule(0x86dd)}}));
          },
          false},
+        {"a list emptied",
+         [](RootConfig& r) { r.acl(kMacId)->ruleListIs(AclRuleList::emptyList()); }, false},
         {"a rule list is missing", [](RootConfig& r) { r.aclDel(kMacId); }, false},
         {"an empty extra rule list",
          [](RootConfig& r) { r.aclIs(AclId(macAcl_, 3, Acl::aclDirectionOut)); }, false},
@@ -118,6 +134,42 @@ TEST(RootConfig, EqualityComparesContentOnly) {
     }
     EXPECT_TRUE(rootConfigFactory(0)->isEqual(*rootConfigFactory(1)));
     EXPECT_FALSE(rootConfigFactory(0)->isEqual(*sample(1)));
+}
+
+TEST(RootConfig, RootsShareRuleListsInsteadOfCopying) {
+    auto active = sample(4);
+    auto attempt = rootConfigFactory(5);
+    for (const auto& [id, hwAcl] : active->acl())
+        attempt->aclIs(id)->ruleListIs(hwAcl->ruleList());
+    for (const auto& [key, ids] : active->aclKeyToAclIdTypeSet())
+        attempt->aclKeyToAclIdTypeSetIs(key)->copyFrom(*ids);
+    ASSERT_TRUE(attempt->acl(kTcpId));
+    EXPECT_EQ(attempt->acl(kTcpId)->ruleList(), active->acl(kTcpId)->ruleList());
+    EXPECT_TRUE(attempt->isEqual(*active));
+}
+
+TEST(HwAcl, RefusesANullListOrOneOfTheOtherKind) {
+    auto ipAcl = Vorn::make<HwAcl>(kRestId);
+    auto macAcl = Vorn::make<HwAcl>(kMacId);
+    EXPECT_EQ(ipAcl->ruleList(), AclRuleList::emptyList());
+    const AclRuleListPtr ip = ipList({{ace(1, 0), ipRule(Zamu::IpProto::kUdp, AceAction::deny)}});
+    const AclRuleListPtr mac = AclRuleList::macList({{ace(1, 0), macRule(0x0800)}});
+    ipAcl->ruleListIs(ip);
+    macAcl->ruleListIs(mac);
+    try {
+        ipAcl->ruleListIs(nullptr);
+        ADD_FAILURE() << "null accepted";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _ruleList parameter to mutator for Mirel::HwAcl::ruleList not allowed");
+    }
+    EXPECT_THROW(ipAcl->ruleListIs(mac), std::invalid_argument);
+    EXPECT_THROW(macAcl->ruleListIs(ip), std::invalid_argument);
+    EXPECT_EQ(ipAcl->ruleList(), ip);
+    EXPECT_EQ(macAcl->ruleList(), mac);
+    // The empty list fits every table.
+    macAcl->ruleListIs(AclRuleList::emptyList());
+    EXPECT_TRUE(macAcl->ruleList()->empty());
 }
 
 TEST(RootConfig, RootIdsBelongToTheirChip) {
