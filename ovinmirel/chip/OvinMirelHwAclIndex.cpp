@@ -40,6 +40,13 @@ uint32_t aclKeyHash(const Ovin::AclKey& k) {
     return Vorn::Hash::oneAtATimeFinish(h);
 }
 
+// Whether a field holds the default ACL key (IPv4, inbound, everything else empty): a cheaper
+// test than comparing with one.
+bool unused(const Ovin::AclKey& k) {
+    return k.name.empty() && k.type == Acl::aclTypeIpv4 && k.direction == Acl::aclDirectionIn &&
+           !k.flag && !k.vlanId && k.tag.empty();
+}
+
 [[noreturn]] void refuseText(const std::string& reason) {
     throw std::invalid_argument("invalid HwAclIndexKey text: " + reason);
 }
@@ -85,11 +92,59 @@ int HwAclIndexKey::fieldOf(Mirel::TableType tableType, Acl::AclDirection directi
 HwAclIndexKey::HwAclIndexKey(Ovin::AclKey v4PAclIn, Ovin::AclKey v6PAclIn, Ovin::AclKey v4RAclIn,
                              Ovin::AclKey v6RAclIn, Ovin::AclKey macAclIn, Ovin::AclKey v4PAclOut,
                              Ovin::AclKey v6PAclOut, Ovin::AclKey v4RAclOut, Ovin::AclKey v6RAclOut,
-                             Ovin::AclKey macAclOut)
-    : fields_{std::move(v4PAclIn),  std::move(v6PAclIn),  std::move(v4RAclIn),
-              std::move(v6RAclIn),  std::move(macAclIn),  std::move(v4PAclOut),
-              std::move(v6PAclOut), std::move(v4RAclOut), std::move(v6RAclOut),
-              std::move(macAclOut)} {}
+                             Ovin::AclKey macAclOut) {
+    const Ovin::AclKey* all[kFieldCount] = {&v4PAclIn,  &v6PAclIn,  &v4RAclIn,  &v6RAclIn,
+                                            &macAclIn,  &v4PAclOut, &v6PAclOut, &v4RAclOut,
+                                            &v6RAclOut, &macAclOut};
+    for (int i = 0; i < kFieldCount; ++i)
+        fieldIs(Field(i), *all[i]);
+}
+
+const HwAclIndexKey::Rep& HwAclIndexKey::emptyRep() {
+    static const Rep kEmpty;
+    return kEmpty;
+}
+
+HwAclIndexKey::Rep& HwAclIndexKey::mutableRep() {
+    if (!rep_) {
+        rep_ = Vorn::make<Rep>();
+    } else if (rep_->references() > 1) {
+        Vorn::Ptr<Rep> own = Vorn::make<Rep>();
+        own->used = rep_->used;
+        own->fieldHashes = rep_->fieldHashes;
+        own->fields = rep_->fields;
+        rep_ = own;
+    }
+    hashKnown_ = false;
+    return *rep_;
+}
+
+const Ovin::AclKey& HwAclIndexKey::field(Field f) const {
+    static const Ovin::AclKey kUnused;
+    const std::optional<Ovin::AclKey>& held = rep().fields[f];
+    return held ? *held : kUnused;
+}
+
+void HwAclIndexKey::fieldIs(Field f, const Ovin::AclKey& aclKey, uint32_t fieldHash) {
+    const uint16_t bit = uint16_t(1u << f);
+    if (unused(aclKey)) {
+        if (rep().used & bit) {
+            Rep& rep = mutableRep();
+            rep.used &= uint16_t(~bit);
+            rep.fieldHashes[f] = 0;
+            rep.fields[f].reset();
+        }
+        return;
+    }
+    Rep& rep = mutableRep();
+    rep.used |= bit;
+    rep.fieldHashes[f] = fieldHash;
+    rep.fields[f] = aclKey;
+}
+
+uint32_t HwAclIndexKey::fieldHash(const Ovin::AclKey& aclKey) {
+    return aclKeyHash(aclKey);
+}
 
 HwAclIndexKey::HwAclIndexKey(std::string_view text) {
     if (!text.starts_with(kStrepPrefix))
@@ -98,7 +153,7 @@ HwAclIndexKey::HwAclIndexKey(std::string_view text) {
         refuseText("does not end with \"" + std::string(kStrepSuffix) + "\"");
     std::string_view rest = text.substr(kStrepPrefix.size());
     rest.remove_suffix(kStrepSuffix.size());
-    std::array<Ovin::AclKey, kFieldCount> fields;
+    HwAclIndexKey key;
     for (int i = 0; i < kFieldCount; ++i) {
         const std::string intro = fieldIntro(i);
         if (!rest.starts_with(intro))
@@ -108,25 +163,23 @@ HwAclIndexKey::HwAclIndexKey(std::string_view text) {
         const size_t end = i + 1 < kFieldCount ? rest.find(fieldIntro(i + 1)) : rest.size();
         if (end == std::string_view::npos)
             refuseText("no \"" + fieldIntro(i + 1) + "\" after field " + kFieldNames[i]);
-        fields[i] = Ovin::AclKey::fromStr(rest.substr(0, end));
+        key.fieldIs(Field(i), Ovin::AclKey::fromStr(rest.substr(0, end)));
         rest.remove_prefix(end);
     }
-    fields_ = std::move(fields);
+    *this = std::move(key);
 }
 
 bool HwAclIndexKey::operator!() const {
-    static const Ovin::AclKey kDefault;
-    for (const Ovin::AclKey& f : fields_) {
-        if (!(f == kDefault))
-            return false;
-    }
-    return true;
+    return rep().used == 0;
 }
 
-uint32_t HwAclIndexKey::hash() const {
+uint32_t HwAclIndexKey::computeHash() const {
+    // Most fields of a key are unused: their hash is worked out once.
+    static const uint32_t kUnusedFieldHash = aclKeyHash(Ovin::AclKey{});
     Vorn::Hash::State state;
-    for (const Ovin::AclKey& f : fields_)
-        Vorn::Hash::mix(state, aclKeyHash(f));
+    const Rep& r = rep();
+    for (int i = 0; i < kFieldCount; ++i)
+        Vorn::Hash::mix(state, (r.used >> i) & 1 ? r.fieldHashes[i] : kUnusedFieldHash);
     return Vorn::Hash::result(state);
 }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -57,33 +58,75 @@ class HwAclIndexKey {
     // "invalid HwAclIndexKey text: <reason>"; the ACL keys' own errors pass through.
     explicit HwAclIndexKey(std::string_view text);
 
-    const Ovin::AclKey& field(Field f) const { return fields_[f]; }
-    void fieldIs(Field f, const Ovin::AclKey& aclKey) { fields_[f] = aclKey; }
+    // A field; an unused one holds the default ACL key.
+    const Ovin::AclKey& field(Field f) const;
+    // Sets a field; the default ACL key leaves it unused.
+    void fieldIs(Field f, const Ovin::AclKey& aclKey) { fieldIs(f, aclKey, fieldHash(aclKey)); }
+    // The same, for a caller that has the field's hash already. REQUIRES: fieldHash ==
+    // HwAclIndexKey::fieldHash(aclKey). Keys are built place by place from ACLs that many
+    // places share, so their field hashes are worth keeping.
+    void fieldIs(Field f, const Ovin::AclKey& aclKey, uint32_t fieldHash);
+    // What a field holding aclKey contributes to hash(): Jenkins' one-at-a-time hash over the
+    // 4 little-endian bytes of the hash of the ACL name (0 when empty), the 4 bytes of the ACL
+    // type, the direction and flag bytes, the 4 bytes of the VLAN id (0 when none) and the 4
+    // bytes of the hash of the tag (0 when empty).
+    static uint32_t fieldHash(const Ovin::AclKey& aclKey);
 
-    const Ovin::AclKey& v4PAclIn() const { return fields_[v4PAclIn_]; }
-    const Ovin::AclKey& v6PAclIn() const { return fields_[v6PAclIn_]; }
-    const Ovin::AclKey& v4RAclIn() const { return fields_[v4RAclIn_]; }
-    const Ovin::AclKey& v6RAclIn() const { return fields_[v6RAclIn_]; }
-    const Ovin::AclKey& macAclIn() const { return fields_[macAclIn_]; }
-    const Ovin::AclKey& v4PAclOut() const { return fields_[v4PAclOut_]; }
-    const Ovin::AclKey& v6PAclOut() const { return fields_[v6PAclOut_]; }
-    const Ovin::AclKey& v4RAclOut() const { return fields_[v4RAclOut_]; }
-    const Ovin::AclKey& v6RAclOut() const { return fields_[v6RAclOut_]; }
-    const Ovin::AclKey& macAclOut() const { return fields_[macAclOut_]; }
+    const Ovin::AclKey& v4PAclIn() const { return field(v4PAclIn_); }
+    const Ovin::AclKey& v6PAclIn() const { return field(v6PAclIn_); }
+    const Ovin::AclKey& v4RAclIn() const { return field(v4RAclIn_); }
+    const Ovin::AclKey& v6RAclIn() const { return field(v6RAclIn_); }
+    const Ovin::AclKey& macAclIn() const { return field(macAclIn_); }
+    const Ovin::AclKey& v4PAclOut() const { return field(v4PAclOut_); }
+    const Ovin::AclKey& v6PAclOut() const { return field(v6PAclOut_); }
+    const Ovin::AclKey& v4RAclOut() const { return field(v4RAclOut_); }
+    const Ovin::AclKey& v6RAclOut() const { return field(v6RAclOut_); }
+    const Ovin::AclKey& macAclOut() const { return field(macAclOut_); }
 
     // All ten fields equal, compared in field order.
-    bool operator==(const HwAclIndexKey& o) const { return fields_ == o.fields_; }
-    // Lexicographic over the fields in field order, by the ACL key's own order.
-    bool operator<(const HwAclIndexKey& o) const { return fields_ < o.fields_; }
+    bool operator==(const HwAclIndexKey& o) const {
+        if (rep_ == o.rep_)
+            return true;
+        if (hashKnown_ && o.hashKnown_ && hash_ != o.hash_)
+            return false;
+        const Rep& a = rep();
+        const Rep& b = o.rep();
+        return a.used == b.used && a.fieldHashes == b.fieldHashes && a.fields == b.fields;
+    }
+    // Lexicographic over the fields in field order, by the ACL key's own order (in which the
+    // default key comes first, as an unused field does here).
+    bool operator<(const HwAclIndexKey& o) const { return rep().fields < o.rep().fields; }
     // True when every field is default: nothing is bound, and such a key gets no index.
     bool operator!() const;
-    // Each field's Jenkins one-at-a-time hash (over the hash of the name, the type, the
-    // direction and flag bytes, the VLAN id, the hash of the tag) fed in field order to the
-    // framework's hash state.
-    uint32_t hash() const;
+    // The field hashes fed in field order to the framework's hash state, and its result.
+    // Computed once per value (a key is hashed by every map it is looked up in) and kept
+    // until a field changes.
+    uint32_t hash() const {
+        if (!hashKnown_) {
+            hash_ = computeHash();
+            hashKnown_ = true;
+        }
+        return hash_;
+    }
 
   private:
-    std::array<Ovin::AclKey, kFieldCount> fields_;
+    // The fields, shared between copies until one of them changes a field: a key is copied
+    // into every map that files it. Only used fields hold an ACL key.
+    struct Rep : Vorn::PtrInterface {
+        // Which fields are used, and their hashes (0 for an unused one): the tests that most
+        // keys fail early read these, not the ACL keys.
+        uint16_t used = 0;
+        std::array<uint32_t, kFieldCount> fieldHashes{};
+        std::array<std::optional<Ovin::AclKey>, kFieldCount> fields;
+    };
+    static const Rep& emptyRep();
+    const Rep& rep() const { return rep_ ? *rep_ : emptyRep(); }
+    Rep& mutableRep();
+    uint32_t computeHash() const;
+
+    Vorn::Ptr<Rep> rep_;  // null: every field unused
+    mutable uint32_t hash_ = 0;
+    mutable bool hashKnown_ = false;
 };
 
 // "Value('OvinMirel::HwAclIndexKey', ** {'v4PAclIn': <key>, ..., 'macAclOut': <key>})", each

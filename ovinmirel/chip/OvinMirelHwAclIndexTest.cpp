@@ -137,6 +137,48 @@ TEST(HwAclIndexKey, HashIsTheFieldHashesMixedInFieldOrder) {
     EXPECT_EQ(hashes.size(), size_t(HwAclIndexKey::kFieldCount + 1));
 }
 
+TEST(HwAclIndexKey, AnyAttributeOfAnAclKeyMakesAFieldUsed) {
+    std::vector<Ovin::AclKey> variants(5);
+    variants[0].type = Acl::aclTypeMac;
+    variants[1].direction = Acl::aclDirectionOut;
+    variants[2].flag = true;
+    variants[3].vlanId = Bridging::VlanId(1);
+    variants[4].tag = Vorn::Name("t");
+    for (const Ovin::AclKey& v : variants) {
+        SCOPED_TRACE(v.str());
+        const HwAclIndexKey key = keyWith(HwAclIndexKey::macAclOut_, v);
+        EXPECT_FALSE(!key);
+        EXPECT_FALSE(key == HwAclIndexKey());
+        EXPECT_NE(key.hash(), HwAclIndexKey().hash());
+        EXPECT_EQ(key.macAclOut(), v);
+    }
+    // The default ACL key empties a field again.
+    HwAclIndexKey key = keyWith(HwAclIndexKey::v6RAclIn_, aclKey("a"));
+    key.fieldIs(HwAclIndexKey::v6RAclIn_, Ovin::AclKey{});
+    EXPECT_TRUE(!key);
+    EXPECT_TRUE(key == HwAclIndexKey());
+    EXPECT_EQ(key.hash(), HwAclIndexKey().hash());
+}
+
+TEST(HwAclIndexKey, CopiesStayApartWhenOneChanges) {
+    HwAclIndexKey original = keyWith(HwAclIndexKey::v4PAclIn_, aclKey("a"));
+    const uint32_t hashBefore = original.hash();
+    HwAclIndexKey copy = original;
+    EXPECT_TRUE(copy == original);
+    copy.fieldIs(HwAclIndexKey::v4PAclIn_, aclKey("b"));
+    EXPECT_EQ(original.v4PAclIn().name, "a");
+    EXPECT_EQ(copy.v4PAclIn().name, "b");
+    EXPECT_EQ(original.hash(), hashBefore);
+    // A changed field is hashed again, not served from before.
+    EXPECT_NE(copy.hash(), hashBefore);
+    EXPECT_EQ(copy.hash(), keyWith(HwAclIndexKey::v4PAclIn_, aclKey("b")).hash());
+    // A field given with its hash is the same as one given without.
+    HwAclIndexKey withHash;
+    withHash.fieldIs(HwAclIndexKey::v4PAclIn_, aclKey("b"), HwAclIndexKey::fieldHash(aclKey("b")));
+    EXPECT_TRUE(withHash == copy);
+    EXPECT_EQ(withHash.hash(), copy.hash());
+}
+
 TEST(HwAclIndexKey, StringFormReadsBack) {
     HwAclIndexKey key;
     key.fieldIs(HwAclIndexKey::v4PAclIn_, aclKey("p4"));
