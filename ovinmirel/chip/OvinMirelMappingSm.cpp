@@ -3,7 +3,9 @@
 #include <span>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 
 #include "platform/flinq/Flinq.h"
@@ -72,6 +74,7 @@ std::string keyFields(const HwAclIndexKey& key) {
 // table written, the key-to-place set, the waiting set and the words of the traces.
 struct MappingSm::IntfFamily {
     using Place = Zamu::IntfId;
+    using PolicyEntry = IntfAclKeySet;
     using KeySet = HwAclIndexKeyToIntfSet;
     static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocPaclMacl_;
     static constexpr const char* kProcess = "processIntf ";
@@ -102,6 +105,7 @@ struct MappingSm::IntfFamily {
 
 struct MappingSm::RoutedPortFamily {
     using Place = Zamu::IntfId;
+    using PolicyEntry = IntfAclKeySet;
     using KeySet = HwAclIndexKeyToIntfSet;
     static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
     static constexpr const char* kProcess = "processRoutedPort ";
@@ -132,6 +136,7 @@ struct MappingSm::RoutedPortFamily {
 
 struct MappingSm::VlanFamily {
     using Place = Bridging::VlanId;
+    using PolicyEntry = VlanAclKeySet;
     using KeySet = HwAclIndexKeyToVlanSet;
     static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
     static constexpr const char* kProcess = "processVlan ";
@@ -162,6 +167,7 @@ struct MappingSm::VlanFamily {
 
 struct MappingSm::SubIntfFamily {
     using Place = Zamu::IntfId;
+    using PolicyEntry = IntfAclKeySet;
     using KeySet = HwAclIndexKeyToSubIntfSet;
     static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
     static constexpr const char* kProcess = "processSubIntf ";
@@ -197,7 +203,7 @@ class MappingSm::PlaceWatcher {
     template <class Entry>
     PlaceWatcher(MappingSm* sm, const typename F::Place& place, const Vorn::Ptr<Entry>& entry)
         : sub_(entry->aclKeyNotify([sm, place](const Ovin::AclKey&) {
-              sm->operation([&] { sm->process<F>(place); });
+              sm->operation([&] { sm->lookUpAndProcess<F>(place); });
           })) {}
 
   private:
@@ -215,8 +221,6 @@ MappingSm::MappingSm(Mirel::ChipId chipId, const Vorn::Ptr<GlueStatus>& glueStat
       chipHwCapability_(required(chipHwCapability, "chipHwCapability")),
       chipDataFlowConfig_(required(chipDataFlowConfig, "chipDataFlowConfig")) {}
 
-MappingSm::~MappingSm() = default;
-
 void MappingSm::reinstantiate(
     const Vorn::Ptr<GlueStatus>& glueStatus, const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
     const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
@@ -230,6 +234,83 @@ void MappingSm::reinstantiate(
 Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
+}
+
+// An ACL of the active root: its ids, and the hash it contributes to a key's hash.
+struct MappingSm::ActiveAcl {
+    const Mirel::AclIdTypeSet* ids;
+    uint32_t fieldHash;
+};
+
+// The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
+// own collection is ordered by key. Follows the root's collection while it is in use.
+class MappingSm::ActiveAcls {
+  public:
+    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root)
+        : root_(root) {
+        // The root configuration replaced or gone under its id: no longer the one to follow.
+        rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
+            if (rootId == root_->rootConfigId())
+                stale_ = true;
+        });
+        acls_.reserve(root->aclKeyToAclIdTypeSets());
+        for (const auto& [acl, ids] : root->aclKeyToAclIdTypeSet())
+            acls_.emplace(acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)});
+        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey& acl) {
+            if (const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root_->aclKeyToAclIdTypeSet(acl))
+                acls_[acl] = Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)};
+            else
+                acls_.erase(acl);
+        });
+    }
+    const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
+    bool stale() const { return stale_; }
+    using Acl = ActiveAcl;
+    const Acl* find(const Ovin::AclKey& acl) const {
+        auto it = acls_.find(acl);
+        return it == acls_.end() ? nullptr : &it->second;
+    }
+
+  private:
+    const Vorn::Ptr<Mirel::RootConfig> root_;
+    // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
+    // the equality test.
+    struct Hash {
+        size_t operator()(const Ovin::AclKey& k) const noexcept {
+            uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
+            for (char c : k.name)
+                h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
+            return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
+                        uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
+                           0x9e3779b97f4a7c15ULL;
+        }
+    };
+    // Hashed: only looked up.
+    std::unordered_map<Ovin::AclKey, Acl, Hash> acls_;
+    bool stale_ = false;
+    Vorn::Subscription sub_;
+    Vorn::Subscription rootSub_;
+};
+
+// A key with the id sets of its ACLs, field by field (null where a field is unused), so that
+// the 2nd-level entries need not look the ACLs up again.
+struct MappingSm::KeyIds {
+    HwAclIndexKey key;
+    std::array<const Mirel::AclIdTypeSet*, HwAclIndexKey::kFieldCount> ids{};
+};
+
+MappingSm::~MappingSm() = default;
+
+const MappingSm::ActiveAcls& MappingSm::activeAcls() const {
+    const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
+    if (activeAcls_ && rootId && *rootId == activeAcls_->root()->rootConfigId() &&
+        !activeAcls_->stale()) {
+        return *activeAcls_;
+    }
+    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
+    VORN_ASSERT(activeRootConfig);
+    activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig);
+    return *activeAcls_;
 }
 
 // ---- gates ----
@@ -254,7 +335,7 @@ bool MappingSm::shouldUpdateInternalMapping() const {
 }
 
 template <class F>
-bool MappingSm::gate(const typename F::Place& place) const {
+bool MappingSm::gate(const typename F::Place& place, const typename F::PolicyEntry* entry) const {
     if (!shouldUpdateInternalMapping())
         return false;
     if constexpr (std::is_same_v<F, VlanFamily> || std::is_same_v<F, SubIntfFamily>) {
@@ -263,10 +344,10 @@ bool MappingSm::gate(const typename F::Place& place) const {
             F::waiting(*this).contains(place)) {
             return true;
         }
-        const Vorn::Ptr<Mirel::RootConfig> root = activeRootConfig();
-        if (auto entry = F::policy(*aclPolicyStatus_).find(place)) {
+        const ActiveAcls& active = activeAcls();
+        if (entry) {
             for (const Ovin::AclKey& acl : entry->aclKey()) {
-                if (root->aclKeyToAclIdTypeSet().contains(acl))
+                if (active.find(acl))
                     return true;
             }
         }
@@ -277,11 +358,11 @@ bool MappingSm::gate(const typename F::Place& place) const {
 }
 
 bool MappingSm::shouldUpdateInternalVlanMapping(Bridging::VlanId vlanId) const {
-    return gate<VlanFamily>(vlanId);
+    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr());
 }
 
 bool MappingSm::shouldUpdateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) const {
-    return gate<SubIntfFamily>(subIntfId);
+    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr());
 }
 
 // ---- one place ----
@@ -295,90 +376,115 @@ void MappingSm::operation(Fn&& fn) {
 }
 
 template <class F>
-void MappingSm::process(const typename F::Place& place) {
+void MappingSm::lookUpAndProcess(const typename F::Place& place) {
+    const auto entry = F::policy(*aclPolicyStatus_).find(place);
+    process<F>(place, entry.ptr());
+}
+
+template <class F>
+void MappingSm::process(const typename F::Place& place, const typename F::PolicyEntry* entry) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "Chip-" << chipId_ << " " << F::kProcess << place);
     if constexpr (std::is_same_v<F, SubIntfFamily>) {
         VORN_ASSERT_MSG(Zamu::SubIntfId::isSubIntfId(place),
                         "Zamu::SubIntfId::isSubIntfId( subIntfId )");
     }
-    if (!gate<F>(place))
+    if (!gate<F>(place, entry))
         return;
-    updateInternalMapping<F>(place);
-    maybeUpdatePdMapping<F>(place);
+    // The key is worked out on the way, from the ACLs just looked up.
+    KeyIds keyIds;
+    const bool mapped = updateInternalMapping<F>(place, entry, &keyIds);
+    maybeUpdatePdMapping<F>(place, mapped ? &keyIds : nullptr);
 }
 
 template <class F>
-void MappingSm::updateInternalMapping(const typename F::Place& place) {
+bool MappingSm::updateInternalMapping(const typename F::Place& place,
+                                      const typename F::PolicyEntry* entry, KeyIds* keyIds) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "    remove " << place << " from internal " << F::kWord << " mapping");
     F::internal(*this).del(place);
-    const auto entry = F::policy(*aclPolicyStatus_).find(place);
     if (!entry)
-        return;
+        return false;
     FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
-    VORN_ASSERT(activeRootConfig);
+    const ActiveAcls& activeAcls = this->activeAcls();
     AclKeySet acls;
     for (const Ovin::AclKey& acl : entry->aclKey()) {
-        const Vorn::Ptr<Mirel::AclIdTypeSet> ids = activeRootConfig->aclKeyToAclIdTypeSet(acl);
-        if (!ids) {
+        const ActiveAcl* active = activeAcls.find(acl);
+        if (!active) {
             FLINQ(th, 8, "      excluding " << acl);
             continue;
         }
-        tableTypeOf(acl, *ids);
+        tableTypeOf(acl, *active->ids);
         FLINQ(th, 8, "      adding " << acl);
         acls.insert(acls.end(), acl);
+        if (keyIds)
+            addToKey<F>(*keyIds, acl, *active);
     }
     if (acls.empty()) {
         FLINQ(th, 8, "    no active acls found");
-        return;
+        return false;
     }
-    F::internal(*this).is(place, acls);
+    F::internal(*this).is(place, std::move(acls));
+    return true;
+}
+
+template <class F>
+void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active) {
+    const Mirel::TableType tableType = tableTypeOf(acl, *active.ids);
+    if (isRouterTable(tableType) != (F::kPool == hwAclIndexAllocRacl_))
+        return;  // another family's kind
+    const int field = HwAclIndexKey::fieldOf(tableType, acl.direction);
+    if (field == HwAclIndexKey::kFieldCount) {
+        FLINQ(th, kFast, "Unexpected acl " << acl);
+        VORN_ASSERT(false);
+    }
+    // A later ACL of the same kind and direction overwrites an earlier one.
+    keyIds.key.fieldIs(HwAclIndexKey::Field(field), acl, active.fieldHash);
+    keyIds.ids[field] = active.ids;
+}
+
+template <class F>
+MappingSm::KeyIds MappingSm::hwAclIndexKeyIds(const typename F::Place& place) const {
+    VORN_ASSERT(initialized());
+    const AclKeySet* acls = F::internal(*this).find(place);
+    VORN_ASSERT_MSG(acls, F::kInternalHas);
+    const ActiveAcls& active = activeAcls();
+    KeyIds out;
+    for (const Ovin::AclKey& acl : *acls) {
+        const ActiveAcl* found = active.find(acl);
+        if (!found) {
+            FLINQ(th, kFast, "Unexpected acl " << acl);
+            VORN_ASSERT(false);
+        }
+        addToKey<F>(out, acl, *found);
+    }
+    FLINQ(th, 8, keyFields(out.key));
+    return out;
 }
 
 template <class F>
 HwAclIndexKey MappingSm::hwAclIndexKey(const typename F::Place& place) const {
-    VORN_ASSERT(initialized());
-    const AclKeySet* acls = F::internal(*this).find(place);
-    VORN_ASSERT_MSG(acls, F::kInternalHas);
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
-    VORN_ASSERT(activeRootConfig);
-    HwAclIndexKey key;
-    for (const Ovin::AclKey& acl : *acls) {
-        const Vorn::Ptr<Mirel::AclIdTypeSet> ids = activeRootConfig->aclKeyToAclIdTypeSet(acl);
-        if (!ids) {
-            FLINQ(th, kFast, "Unexpected acl " << acl);
-            VORN_ASSERT(false);
-        }
-        const Mirel::TableType tableType = tableTypeOf(acl, *ids);
-        if (isRouterTable(tableType) != (F::kPool == hwAclIndexAllocRacl_))
-            continue;  // another family's kind
-        const int field = HwAclIndexKey::fieldOf(tableType, acl.direction);
-        if (field == HwAclIndexKey::kFieldCount) {
-            FLINQ(th, kFast, "Unexpected acl " << acl);
-            VORN_ASSERT(false);
-        }
-        // A later ACL of the same kind and direction overwrites an earlier one.
-        key.fieldIs(HwAclIndexKey::Field(field), acl);
-    }
-    FLINQ(th, 8, keyFields(key));
-    return key;
+    return hwAclIndexKeyIds<F>(place).key;
 }
 
 template <class F>
 std::optional<Mirel::HwAclIndex> MappingSm::hwAclIndex(const typename F::Place& place,
-                                                       const HwAclIndexKey& key) {
+                                                       const HwAclIndexKey& key, bool* reused) {
     VORN_ASSERT(initialized());
     if (!key)
         return std::nullopt;
+    // A place of this family with the key already: its set's copy of the key is the one every
+    // place of the key shares (and compares cheaply with the index map's).
+    auto set = F::keyToSet(*this).find(key);
     Mirel::HwAclIndex index;
-    if (const Mirel::HwAclIndex* held = keyToHwAclIndex(key)) {
+    if (const Mirel::HwAclIndex* held = keyToHwAclIndex(set ? set->key() : key)) {
         index = *held;
+        if (reused)
+            *reused = true;
         FLINQ(th, 8, "      reusing hw acl index " << index);
     } else {
         FLINQ(th, 8, "      allocate a new hw acl index for " << key);
-        if (F::keyToSet(*this).contains(key)) {
+        if (set) {
             FLINQ(th, kFast, "Unexpected key to " << F::kWord << " set mapping for " << key);
             VORN_ASSERT_MSG(false, F::kNoSetHas);
         }
@@ -395,8 +501,10 @@ std::optional<Mirel::HwAclIndex> MappingSm::hwAclIndex(const typename F::Place& 
         index = Mirel::HwAclIndex(*number);
         keyToHwAclIndexIs(key, index);
     }
-    F::memberIs(*F::keyToSet(*this).is(key), place);
-    F::placeToKey(*this).is(place, key);
+    if (!set)
+        set = F::keyToSet(*this).is(key);
+    F::memberIs(*set, place);
+    F::placeToKey(*this).is(place, set->key());
     FLINQ(
         th, 8,
         "      associating " << F::kWord << " " << place << " with " << key << ", index " << index);
@@ -404,7 +512,7 @@ std::optional<Mirel::HwAclIndex> MappingSm::hwAclIndex(const typename F::Place& 
 }
 
 template <class F>
-void MappingSm::maybeUpdatePdMapping(const typename F::Place& place) {
+void MappingSm::maybeUpdatePdMapping(const typename F::Place& place, const KeyIds* known) {
     VORN_ASSERT(initialized());
     F::waiting(*this).del(place);  // decided again below
     if (!F::internal(*this).contains(place)) {
@@ -412,7 +520,13 @@ void MappingSm::maybeUpdatePdMapping(const typename F::Place& place) {
         deletePdMapping<F>(place);
         return;
     }
-    const HwAclIndexKey key = hwAclIndexKey<F>(place);
+    std::optional<KeyIds> computed;
+    if (known)
+        FLINQ(th, 8, keyFields(known->key));
+    else
+        computed = hwAclIndexKeyIds<F>(place);
+    const KeyIds& keyIds = known ? *known : *computed;
+    const HwAclIndexKey& key = keyIds.key;
     FLINQ(th, 8, "    hw acl index key " << key);
     if (const HwAclIndexKey* old = F::placeToKey(*this).find(place)) {
         if (*old == key) {
@@ -429,38 +543,34 @@ void MappingSm::maybeUpdatePdMapping(const typename F::Place& place) {
         return;
     }
     FLINQ(th, 8, "    create new pd mapping for " << F::kWord << " " << place);
-    const std::optional<Mirel::HwAclIndex> index = hwAclIndex<F>(place, key);
+    bool reused = false;
+    const std::optional<Mirel::HwAclIndex> index = hwAclIndex<F>(place, key, &reused);
     if (!index)
         return;
     FLINQ(th, 8,
           "      add 1st-level mapping for " << F::kWord << " " << place << ", hw acl index "
                                              << *index);
     F::firstLevelIs(*chipDataFlowConfig_, place, *index);
-    addSecondLevelMappings<F>(*index, key);
+    addSecondLevelMappings(*index, keyIds, reused);
 }
 
-template <class F>
-void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const HwAclIndexKey& key) {
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
-    VORN_ASSERT(activeRootConfig);
-    static const Ovin::AclKey kUnused;
-    for (int i = 0; i < HwAclIndexKey::kFieldCount; ++i) {
-        const Ovin::AclKey& acl = key.field(HwAclIndexKey::Field(i));
-        if (acl == kUnused)
+void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds,
+                                       bool present) {
+    for (const Mirel::AclIdTypeSet* ids : keyIds.ids) {
+        if (!ids)
             continue;
-        const Vorn::Ptr<Mirel::AclIdTypeSet> ids = activeRootConfig->aclKeyToAclIdTypeSet(acl);
-        if (!ids) {
-            FLINQ(th, kFast, "Unexpected acl " << acl);
-            VORN_ASSERT(false);
-        }
-        tableTypeOf(acl, *ids);
         for (const auto& [protocolType, aclId] : ids->aclIdType()) {
-            const Mirel::ChipRuleListIdKey k(hwAclIndex, aclId.tableType(), protocolType,
-                                             aclId.direction());
-            chipDataFlowConfig_->chipRuleListKeyToIdIs(k, aclId);
+            if (!present) {
+                addChipRuleListKeyToIdMapping(hwAclIndex, aclId, protocolType);
+                continue;
+            }
+            // A reused index has these entries already (they go only with the index), so
+            // writing them again would change nothing: they are only traced.
             FLINQ(th, 8,
-                  "      add 2nd-level " << F::kWord << " mapping for chip-rulelist-id key " << k
-                                         << ", id " << aclId);
+                  "      add 2nd-level intf mapping for chip-rulelist-id key "
+                      << Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
+                                                  aclId.direction())
+                      << ", id " << aclId);
         }
     }
 }
@@ -613,11 +723,15 @@ void MappingSm::reviewWaitingPlaces() {
 
 template <class F>
 void MappingSm::processAll() {
-    for (const typename F::Place& place : F::policy(*aclPolicyStatus_).keys())
-        process<F>(place);
+    // A review never writes the policy status, so its collection can be walked as it is.
+    for (const auto& [place, entry] : F::policy(*aclPolicyStatus_))
+        process<F>(place, entry.ptr());
 }
 
 void MappingSm::rebuild() {
+    // The active root's ACLs are gathered first, before the old state goes.
+    if (activeRootConfig())
+        activeAcls();
     intfAclMappingDelAll();
     routedPortSharedAclMappingDelAll();
     vlanAclMappingDelAll();
@@ -652,7 +766,9 @@ std::unique_ptr<MappingSm::PolicyWatchers<Field, F>> MappingSm::watchPolicy() {
     // A place is reviewed when it appears and once more when it goes, so that its removal
     // runs; in between its watcher reviews it on every change of its ACL set.
     auto review = [this](const typename F::Place& place, PlaceWatcher<F>&,
-                         const Vorn::Ptr<Entry>&) { operation([&] { process<F>(place); }); };
+                         const Vorn::Ptr<Entry>&) {
+        operation([&] { lookUpAndProcess<F>(place); });
+    };
     return std::make_unique<Watchers>(
         F::policy(*aclPolicyStatus_),
         typename Watchers::Hooks{
@@ -692,6 +808,7 @@ void MappingSm::handleInitialized() {
 }
 
 void MappingSm::handleDelete() {
+    activeAcls_.reset();
     activeRootSmIdSub_.reset();
     policySubIntfAcl_.reset();
     policyVlanAcl_.reset();
@@ -715,29 +832,33 @@ void MappingSm::handleActiveRootSmId(Mirel::ChipId chipId) {
 // ---- the public entry points per family ----
 
 void MappingSm::processIntf(const Zamu::IntfId& intfId) {
-    operation([&] { process<IntfFamily>(intfId); });
+    operation([&] { lookUpAndProcess<IntfFamily>(intfId); });
 }
 void MappingSm::processRoutedPort(const Zamu::IntfId& intfId) {
-    operation([&] { process<RoutedPortFamily>(intfId); });
+    operation([&] { lookUpAndProcess<RoutedPortFamily>(intfId); });
 }
 void MappingSm::processVlan(Bridging::VlanId vlanId) {
-    operation([&] { process<VlanFamily>(vlanId); });
+    operation([&] { lookUpAndProcess<VlanFamily>(vlanId); });
 }
 void MappingSm::processSubIntf(const Zamu::IntfId& subIntfId) {
-    operation([&] { process<SubIntfFamily>(subIntfId); });
+    operation([&] { lookUpAndProcess<SubIntfFamily>(subIntfId); });
 }
 
 void MappingSm::updateInternalIntfMapping(const Zamu::IntfId& intfId) {
-    updateInternalMapping<IntfFamily>(intfId);
+    updateInternalMapping<IntfFamily>(intfId,
+                                      IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
 }
 void MappingSm::updateInternalRoutedPortMapping(const Zamu::IntfId& intfId) {
-    updateInternalMapping<RoutedPortFamily>(intfId);
+    updateInternalMapping<RoutedPortFamily>(
+        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
 }
 void MappingSm::updateInternalVlanMapping(Bridging::VlanId vlanId) {
-    updateInternalMapping<VlanFamily>(vlanId);
+    updateInternalMapping<VlanFamily>(vlanId,
+                                      VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr());
 }
 void MappingSm::updateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) {
-    updateInternalMapping<SubIntfFamily>(subIntfId);
+    updateInternalMapping<SubIntfFamily>(
+        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr());
 }
 
 HwAclIndexKey MappingSm::getIntfHwAclIndexKey(const Zamu::IntfId& intfId) const {

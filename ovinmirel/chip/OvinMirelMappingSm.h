@@ -90,17 +90,19 @@ class MappingSm : public Vorn::StateMachine {
     // configuration is missing).
     Vorn::Ptr<Mirel::RootConfig> activeRootConfig() const;
 
+    // Hashed, like the maps below up to the allocators: they are only looked up, and emptied
+    // wholesale on a rebuild; no walk of them shows (places are walked in the policy status's
+    // order, and the waiting sets are ordered).
     // Internal mapping: per place, the policy ACLs that the active root holds.
-    VORN_ORDERED_MAP(Zamu::IntfId, AclKeySet, intfAclMapping)
-    VORN_ORDERED_MAP(Zamu::IntfId, AclKeySet, routedPortSharedAclMapping)
-    VORN_ORDERED_MAP(Bridging::VlanId, AclKeySet, vlanAclMapping)
-    VORN_ORDERED_MAP(Zamu::IntfId, AclKeySet, subIntfAclMapping)
+    VORN_MAP(Zamu::IntfId, AclKeySet, intfAclMapping)
+    VORN_MAP(Zamu::IntfId, AclKeySet, routedPortSharedAclMapping)
+    VORN_MAP(Bridging::VlanId, AclKeySet, vlanAclMapping)
+    VORN_MAP(Zamu::IntfId, AclKeySet, subIntfAclMapping)
     // The key each place is programmed with.
-    VORN_ORDERED_MAP(Zamu::IntfId, HwAclIndexKey, intfToHwAclIndexKey)
-    VORN_ORDERED_MAP(Zamu::IntfId, HwAclIndexKey, routedPortToHwAclIndexKey)
-    VORN_ORDERED_MAP(Bridging::VlanId, HwAclIndexKey, vlanToHwAclIndexKey)
-    VORN_ORDERED_MAP(Zamu::IntfId, HwAclIndexKey, subIntfToHwAclIndexKey)
-    // Hashed: only looked up, and emptied wholesale on a rebuild; no walk of these shows.
+    VORN_MAP(Zamu::IntfId, HwAclIndexKey, intfToHwAclIndexKey)
+    VORN_MAP(Zamu::IntfId, HwAclIndexKey, routedPortToHwAclIndexKey)
+    VORN_MAP(Bridging::VlanId, HwAclIndexKey, vlanToHwAclIndexKey)
+    VORN_MAP(Zamu::IntfId, HwAclIndexKey, subIntfToHwAclIndexKey)
     VORN_MAP(HwAclIndexKey, Mirel::HwAclIndex, keyToHwAclIndex)
     VORN_ENTITY_MAP(HwAclIndexKey, HwAclIndexKeyToIntfSet, keyToIntfSet)
     VORN_ENTITY_MAP(HwAclIndexKey, HwAclIndexKeyToIntfSet, keyToRoutedPortSet)
@@ -170,6 +172,8 @@ class MappingSm : public Vorn::StateMachine {
     struct RoutedPortFamily;
     struct VlanFamily;
     struct SubIntfFamily;
+    struct KeyIds;
+    struct ActiveAcl;
     template <class F>
     class PlaceWatcher;
     using IntfPolicyField = Vorn::EntityMapField<Zamu::IntfId, IntfAclKeySet, Vorn::Ordered>;
@@ -177,23 +181,39 @@ class MappingSm : public Vorn::StateMachine {
     template <class Field, class F>
     using PolicyWatchers = Vorn::EntryWatchers<Field, PlaceWatcher<F>>;
 
+    // `entry`: the place's entry in the policy status, null when it has none.
     template <class F>
-    void process(const typename F::Place& place);
+    void lookUpAndProcess(const typename F::Place& place);
     template <class F>
-    bool gate(const typename F::Place& place) const;
+    void process(const typename F::Place& place, const typename F::PolicyEntry* entry);
     template <class F>
-    void updateInternalMapping(const typename F::Place& place);
+    bool gate(const typename F::Place& place, const typename F::PolicyEntry* entry) const;
+    // Fills keyIds (when given) with the key of the new internal entry; false when the place
+    // has none.
+    template <class F>
+    bool updateInternalMapping(const typename F::Place& place, const typename F::PolicyEntry* entry,
+                               KeyIds* keyIds = nullptr);
+    template <class F>
+    static void addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active);
+    class ActiveAcls;
+    // The active root's ACLs. REQUIRES: an active root with a configuration.
+    const ActiveAcls& activeAcls() const;
+    template <class F>
+    KeyIds hwAclIndexKeyIds(const typename F::Place& place) const;
     template <class F>
     HwAclIndexKey hwAclIndexKey(const typename F::Place& place) const;
+    // `reused` (when given) is set when the key had its index already.
     template <class F>
     std::optional<Mirel::HwAclIndex> hwAclIndex(const typename F::Place& place,
-                                                const HwAclIndexKey& key);
+                                                const HwAclIndexKey& key, bool* reused = nullptr);
+    // `known`: the key of the place's internal entry, when the caller has it already.
     template <class F>
-    void maybeUpdatePdMapping(const typename F::Place& place);
+    void maybeUpdatePdMapping(const typename F::Place& place, const KeyIds* known = nullptr);
     template <class F>
     void deletePdMapping(const typename F::Place& place);
-    template <class F>
-    void addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const HwAclIndexKey& key);
+    // The entries of the key's ACLs (one per kind and direction) under the index; `present`:
+    // the index was reused and has them already.
+    void addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds, bool present);
     template <class F>
     void reviewWaiting();
     template <class F>
@@ -223,6 +243,7 @@ class MappingSm : public Vorn::StateMachine {
     std::unique_ptr<PolicyWatchers<VlanPolicyField, VlanFamily>> policyVlanAcl_;
     std::unique_ptr<PolicyWatchers<IntfPolicyField, SubIntfFamily>> policySubIntfAcl_;
     Vorn::Subscription activeRootSmIdSub_;
+    mutable std::unique_ptr<ActiveAcls> activeAcls_;
 };
 
 // One MappingSm per chip; deleting an entry stops its machine first.

@@ -367,6 +367,7 @@ TEST(MappingSm, AclsOutsideTheActiveRootAreExcluded) {
     const AclKeySet* internal = w->sm->intfAclMapping(kEth1);
     ASSERT_NE(internal, nullptr);
     EXPECT_EQ(*internal, AclKeySet{kP4});
+    ASSERT_TRUE(w->intfIndex(kEth1));
     EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth1)), (Strings{"1/in/all=1"}));
     // A VLAN with no ACL in the root is not looked at further.
     capture.clear();
@@ -380,6 +381,31 @@ TEST(MappingSm, AclsOutsideTheActiveRootAreExcluded) {
     EXPECT_EQ(w->intfIndex(kEth1), 1);
     EXPECT_EQ(w->vlanIndex(20), 1);
     EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "3/in/all=2", "4/in/all=4"}));
+}
+
+TEST(MappingSm, ReviewsFollowTheActiveRootsAclsAsTheyStand) {
+    auto w = checkedWorld();
+    w->rootIs(0, {kP4});
+    w->activate(0);
+    w->start();
+    w->intf(kEth1, {kP4});
+    // The active root gains an ACL (no place has it yet): the next review sees it.
+    auto root = w->glue->rootConfigColl()->rootConfig(w->rootId(0));
+    ASSERT_TRUE(root);
+    root->aclKeyToAclIdTypeSetIs(kP6)->aclIdTypeIs(
+        Mirel::protocolAll_, Mirel::AclId(Mirel::ipv6PortAcl_, 9, Acl::aclDirectionIn));
+    w->intf(kEth2, {kP6});
+    ASSERT_TRUE(w->intfIndex(kEth2));
+    EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth2)), (Strings{"3/in/all=9"}));
+    // The active root's configuration replaced under the same id (its places gone first): the
+    // new one counts.
+    w->intf(kEth1, {});
+    w->intf(kEth2, {});
+    w->glue->rootConfigColl()->rootConfigDel(w->rootId(0));
+    w->rootIs(0, {kP4, kP6}, {}, 20);
+    w->intf(kEth3, {kP6});
+    ASSERT_TRUE(w->intfIndex(kEth3));
+    EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth3)), (Strings{"3/in/all=21"}));
 }
 
 TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
