@@ -9,8 +9,10 @@
 //          routedPortSharedAclMapping, vlanAclMapping, subIntfAclMapping), one watcher per
 //          place: the place is processed when it appears, on every change of its ACL set, and
 //          once more when it goes.
-// Reads:   the active root's RootConfig.aclKeyToAclIdTypeSet (ids and table type per ACL);
-//          ChipHwCapability.hwAclIndexMax and hwAclIndexReserved.
+// Reads:   the active root's RootConfig.aclKeyToAclIdTypeSet (ids and table type per ACL),
+//          through a hashed copy that follows that collection (and is dropped when the root
+//          configuration under the active id is replaced); ChipHwCapability.hwAclIndexMax and
+//          hwAclIndexReserved.
 // Writes:  ChipDataFlowConfig: 1st level place -> index; 2nd level (index, table type,
 //          direction, protocol) -> AclId; the globalAclControl pulse after a rebuild.
 // Timers:  none; everything runs in the watchers' callbacks.
@@ -36,15 +38,17 @@
 //  c. 2nd-level entries are written from the key's ACLs (one per kind and direction), so
 //     every place of a key writes the same entries and only its family's table types;
 //     releasing an index deletes only its own pool's table types (1, 3, 5 or 2, 4): the two
-//     pools deliberately share one number range.
+//     pools deliberately share one number range. A place that reuses an index finds its
+//     entries there already (they go only with the index): they are traced, not written
+//     again, which changes nothing and keeps a rebuild of a large chip cheap.
 //  d. Pool exhausted: the place gets no index, no key-to-place set membership, no place-to-key
 //     entry and no mapping; it joins its family's waiting set. After each top-level operation
 //     that released a number, the waiting places of that pool are reviewed in order (routed
 //     ports, VLANs, sub-interfaces; each by id), so a place waits only while its pool is full.
 //  e. The VLAN and sub-interface gates add to the active-root test: the place has an ACL that
 //     the active root holds, or the machine still holds something for it (to be removed).
-//     Otherwise the review stops ("    no racls on vlan in active config, ignore"), which is
-//     exactly when it would change nothing.
+//     Otherwise the review stops ("    no racls on vlan in active config, ignore"; "subintf"
+//     for a sub-interface), which is exactly when it would change nothing.
 
 #include <array>
 #include <memory>
