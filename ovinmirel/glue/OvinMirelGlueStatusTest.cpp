@@ -122,6 +122,7 @@ TEST(GlueStatus, ChildUnderAnotherNameIsRefusedAndKept) {
     EXPECT_THROW(status->aclPolicyStatusCollIs("AclIdResponseColl"),
                  Vorn::ReinstantiationException);
     EXPECT_EQ(status->aclIdResponseColl(), ids);
+    ASSERT_TRUE(status->aclPolicyStatusColl());
     EXPECT_EQ(status->aclPolicyStatusColl()->name(), Vorn::Name("aclPolicyStatusColl"));
     status->aclIdResponseCollDel();
     EXPECT_FALSE(status->aclIdResponseColl());

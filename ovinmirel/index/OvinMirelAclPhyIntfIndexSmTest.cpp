@@ -157,6 +157,7 @@ TEST(AclPhyIntfIndexSm, BindingsMadeWhileTheAclIsCreatedReachTheIndex) {
 TEST_F(AclPhyIntfIndexSmTest, AnAclLeavingTheStoreIsOnlyNoLongerWatched) {
     w.bind(a, "Ethernet1");
     Vorn::Ptr<OvinMirelAcl> detached = w.acls->acl(a);
+    ASSERT_TRUE(detached);
     const auto before = IndexTest::indexFacts(*w.index);
     w.acls->aclDel(a);
     EXPECT_EQ(IndexTest::indexFacts(*w.index), before);
