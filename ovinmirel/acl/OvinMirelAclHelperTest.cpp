@@ -13,23 +13,16 @@
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Clock.h"
 #include "platform/vorn/Exception.h"
+#include "tests/TestSupport.h"
 
 namespace OvinMirel {
 namespace {
 
+using TestSupport::aclKey;
 using Zamu::IntfId;
 using Zamu::IpAddrWithMask;
 
 constexpr const char* kHandle = "OvinMirelAclHelper";
-
-Ovin::AclKey keyOf(const char* name, Acl::AclType type,
-                   Acl::AclDirection dir = Acl::aclDirectionIn) {
-    Ovin::AclKey k;
-    k.name = name;
-    k.type = type;
-    k.direction = dir;
-    return k;
-}
 
 Ovin::AclData dataOf(const Ovin::AclKey& key, std::set<IntfId> intf = {},
                      bool countersEnabled = false) {
@@ -112,14 +105,15 @@ class AclHelperTest : public ::testing::Test {
         EXPECT_TRUE(acl) << "no store entry for " << data.key;
         return acl ? acl : Vorn::make<OvinMirelAcl>(data.key);
     }
+    // For table cases: a helper over a store of its own, its capabilities edited first.
+    Vorn::Ptr<AclHelper> helperOver(const Vorn::Ptr<OvinMirelAclColl>& coll,
+                                    const std::function<void(AclHelper&)>& setup) {
+        auto h = aclHelperFactory(coll, glueConfig_, glueStatus_, hwCapabilityColl_, index_);
+        if (setup)
+            setup(*h);
+        return h;
+    }
 
-  public:
-    const Vorn::Ptr<GlueConfig>& glueConfig() const { return glueConfig_; }
-    const Vorn::Ptr<GlueStatus>& glueStatus() const { return glueStatus_; }
-    const Vorn::Ptr<Mirel::HwCapabilityColl>& hwCapabilityColl() const { return hwCapabilityColl_; }
-    const Vorn::Ptr<Index>& index() const { return index_; }
-
-  protected:
     Vorn::ScopedVirtualClock clock_{100.0};
     Vorn::Ptr<OvinMirelAclColl> aclColl_ = ovinMirelAclCollFactory("aclColl");
     Vorn::Ptr<GlueConfig> glueConfig_ = glueConfigFactory("glueConfig");
@@ -131,8 +125,8 @@ class AclHelperTest : public ::testing::Test {
         aclHelperFactory(aclColl_, glueConfig_, glueStatus_, hwCapabilityColl_, index_);
     Flinq::Capture cap_;
 
-    const Ovin::AclData v4_ = dataOf(keyOf("v4", Acl::aclTypeIpv4));
-    const Ovin::AclData v6_ = dataOf(keyOf("v6", Acl::aclTypeIpv6));
+    const Ovin::AclData v4_ = dataOf(aclKey("v4", Acl::aclTypeIpv4));
+    const Ovin::AclData v6_ = dataOf(aclKey("v6", Acl::aclTypeIpv6));
 };
 
 TEST_F(AclHelperTest, ConstructionInitializesAndRefusesNullReferences) {
@@ -214,106 +208,65 @@ Mirel::IpRuleConfig hw(bool v6, F edit) {
 const auto kNoEdit = [](auto&) {};
 const auto kTcp = [](Acl::IpFilter& f) { f.protocolIs(Zamu::IpProto::kTcp); };
 
-// Helpers for the table tests: a fresh store and helper per case, capabilities edited first.
-struct Fresh {
-    Fresh(AclHelperTest& t, const std::function<void(AclHelper&)>& setup)
-        : coll(ovinMirelAclCollFactory("aclColl")),
-          helper(aclHelperFactory(coll, t.glueConfig(), t.glueStatus(), t.hwCapabilityColl(),
-                                  t.index())) {
-        if (setup)
-            setup(*helper);
-    }
-    Vorn::Ptr<OvinMirelAclColl> coll;
-    Vorn::Ptr<AclHelper> helper;
-};
-
+// Each refusal traces "createIpAclSubruleHelper", what failed, and " with AclType " and the
+// subrule's numbers.
 TEST_F(AclHelperTest, RefusedSubrulesStoreNothing) {
     struct Case {
         const char* name;
         Acl::IpRuleConfig rule;
-        uint8_t tcpFlags;
-        std::function<void(AclHelper&)> setup;
-        const char* trace;
+        const char* failure;
+        uint8_t tcpFlags = 0;
+        std::function<void(AclHelper&)> setup = {};
     };
     const IpAddrWithMask holey4 = withMask("10.0.1.0", "255.0.255.0");
     auto tc = [](uint8_t v, uint8_t m) { return ip6([=](auto& f) { f.trafficClassIs(v, m); }); };
-    auto flagsFinSynRstAck = [](AclHelper& h) {
-        h.supportedTcpFlagsIs(Acl::kTcpFin | Acl::kTcpSyn | Acl::kTcpRst | Acl::kTcpAck);
-    };
+    const char* ecn = " failed. ECN bits set in rule";
+    const char* partialTc = " failed. Partial TC Mask set in rule";
+    const char* prefix = " failed. Invalid prefix in rule";
     const Case cases[] = {
-        {"ecnBitUnderDscpMask",
-         tc(0x01, 0xfc),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. ECN bits set in rule with AclType 1 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
-        {"ecnBitBeforeMaskShape",
-         tc(0xba, 0xff),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. ECN bits set in rule with AclType 1 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
-        {"partialTcMask",
-         tc(0xb8, 0xf0),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. Partial TC Mask set in rule with AclType 1 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
-        {"fullByteTcMask",
-         tc(0xb8, 0xff),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. Partial TC Mask set in rule with AclType 1 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
-        {"unsupportedTcpFlag", ip4(kTcp), Acl::kTcpSyn | Acl::kTcpUrg, flagsFinSynRstAck,
-         "createIpAclSubruleHelper Unsupported tcpFlag in rule with AclType 0 aclRuleId 7 ruleNum "
-         "10 subruleNum 2"},
-        {"v4NonContiguousSource",
-         ip4([&](auto& f) { f.sourceIs(holey4); }),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. Invalid prefix in rule with AclType 0 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
-        {"v4NonContiguousDestination",
-         ip4([&](auto& f) { f.destinationIs(holey4); }),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. Invalid prefix in rule with AclType 0 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
+        {"ecnBitUnderDscpMask", tc(0x01, 0xfc), ecn},
+        {"ecnBitBeforeMaskShape", tc(0xba, 0xff), ecn},
+        {"partialTcMask", tc(0xb8, 0xf0), partialTc},
+        {"fullByteTcMask", tc(0xb8, 0xff), partialTc},
+        {"unsupportedTcpFlag", ip4(kTcp), " Unsupported tcpFlag in rule",
+         Acl::kTcpSyn | Acl::kTcpUrg,
+         [](AclHelper& h) {
+             h.supportedTcpFlagsIs(Acl::kTcpFin | Acl::kTcpSyn | Acl::kTcpRst | Acl::kTcpAck);
+         }},
+        {"v4NonContiguousSource", ip4([&](auto& f) { f.sourceIs(holey4); }), prefix},
+        {"v4NonContiguousDestination", ip4([&](auto& f) { f.destinationIs(holey4); }), prefix},
         {"v6NonContiguousEvenWhenSupported",
-         ip6([](auto& f) { f.destinationIs(withMask("2001:db8::1", "ffff:ffff::ffff")); }), 0,
-         [](AclHelper& h) { h.nonContiguousIpMaskSupportedIs(true); },
-         "createIpAclSubruleHelper failed. Invalid prefix in rule with AclType 1 aclRuleId 7 "
-         "ruleNum 10 subruleNum 2"},
-        {"establishedUnsupported",
-         ip4([](auto& f) { f.establishedIs(true); }),
-         0,
-         {},
-         "createIpAclSubruleHelper failed. Established not supported in rule with AclType 0 "
-         "aclRuleId 7 ruleNum 10 subruleNum 2"},
+         ip6([](auto& f) { f.destinationIs(withMask("2001:db8::1", "ffff:ffff::ffff")); }), prefix,
+         0, [](AclHelper& h) { h.nonContiguousIpMaskSupportedIs(true); }},
+        {"establishedUnsupported", ip4([](auto& f) { f.establishedIs(true); }),
+         " failed. Established not supported in rule"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Fresh t(*this, c.setup);
+        const Vorn::Ptr<OvinMirelAclColl> coll = ovinMirelAclCollFactory("aclColl");
+        const Vorn::Ptr<AclHelper> helper = helperOver(coll, c.setup);
         const Acl::AclType type = c.rule.isIp6() ? Acl::aclTypeIpv6 : Acl::aclTypeIpv4;
-        const Ovin::AclData data = dataOf(keyOf("acl", type));
+        const Ovin::AclData data = dataOf(aclKey("acl", type));
         Ovin::AclDataStatus status;
-        t.helper->precreateAcl(data, status);
+        helper->precreateAcl(data, status);
         // A rule already held must survive the refusal untouched.
         const Acl::IpRuleConfig good = c.rule.isIp6() ? ip6(kNoEdit) : ip4(kNoEdit);
-        ASSERT_EQ(t.helper->createIpAclSubruleHelper(type, good, Acl::UniqueId{1}, data, 5, 0, 0, 0,
-                                                     0, 0, 0, 0, 0, 0, 0, false, false),
+        ASSERT_EQ(helper->createIpAclSubruleHelper(type, good, Acl::UniqueId{1}, data, 5, 0, 0, 0,
+                                                   0, 0, 0, 0, 0, 0, 0, false, false),
                   Ovin::aclCreateOk);
-        const Vorn::Ptr<OvinMirelAcl> acl = t.coll->acl(data.key);
+        const Vorn::Ptr<OvinMirelAcl> acl = coll->acl(data.key);
         ASSERT_TRUE(acl);
         const StoreView before = viewOf(*acl);
         RuleWrites writes(*acl);
         cap_.clear();
 
-        EXPECT_EQ(t.helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2, 0, 0, 0,
-                                               0, 0, 0, 0, 0, 0, 0, 0, 0, c.tcpFlags, false, 0, 0),
+        EXPECT_EQ(helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2, 0, 0, 0,
+                                             0, 0, 0, 0, 0, 0, 0, 0, 0, c.tcpFlags, false, 0, 0),
                   Ovin::aclCreateNotSupportedByHw);
-        EXPECT_TRUE(cap_.has(c.trace)) << ::testing::PrintToString(cap_.texts(kHandle));
+        const std::string trace = std::string("createIpAclSubruleHelper") + c.failure +
+                                  " with AclType " + std::to_string(int(type)) +
+                                  " aclRuleId 7 ruleNum 10 subruleNum 2";
+        EXPECT_TRUE(cap_.has(trace)) << ::testing::PrintToString(cap_.texts(kHandle));
         EXPECT_EQ(viewOf(*acl), before);
         EXPECT_EQ(writes.n, 0);
     }
@@ -342,11 +295,11 @@ TEST_F(AclHelperTest, TranslatesAcceptedSubrules) {
         const char* name;
         Acl::IpRuleConfig rule;
         Mirel::IpRuleConfig expected;
+        std::function<void(AclHelper&)> setup = {};
+        bool countersEnabled = false;
         Ports ports = {};
         uint8_t tcpFlags = 0;
         bool l4 = false;
-        bool countersEnabled = false;
-        std::function<void(AclHelper&)> setup = {};
     };
     auto deny = [](Acl::IpRuleConfig r) {
         r.actionIs(Acl::aclActionDeny);
@@ -368,10 +321,6 @@ TEST_F(AclHelperTest, TranslatesAcceptedSubrules) {
         {"v4NonContiguousMaskWhenSupported",
          ip4([](auto& f) { f.sourceIs(withMask("10.0.1.0", "255.0.255.0")); }),
          hw(false, [](auto& r) { r.filter.source = withMask("10.0.1.0", "255.0.255.0"); }),
-         {},
-         0,
-         false,
-         false,
          [](AclHelper& h) { h.nonContiguousIpMaskSupportedIs(true); }},
         {"tcpWithPortsFlagsDscpAndActions", deny(ip4([](auto& f) {
              f.sourceIs(IpAddrWithMask::prefix("10.1.0.0", 16));
@@ -391,9 +340,10 @@ TEST_F(AclHelperTest, TranslatesAcceptedSubrules) {
                 r.destinationPort = Mirel::L4PortRange(1000, 2000);
                 r.log = true;
             }),
-         Ports{80, 0xffff, 0, 0, 0, 0, 1000, 2000}, Acl::kTcpSyn | Acl::kTcpAck, true, false,
-         [](AclHelper& h) { h.supportedTcpFlagsIs(Acl::kTcpSyn | Acl::kTcpAck | Acl::kTcpRst); }},
-        {"portsIgnoredWithoutL4", ip4([](auto& f) {
+         [](AclHelper& h) { h.supportedTcpFlagsIs(Acl::kTcpSyn | Acl::kTcpAck | Acl::kTcpRst); },
+         false, Ports{80, 0xffff, 0, 0, 0, 0, 1000, 2000}, Acl::kTcpSyn | Acl::kTcpAck, true},
+        {"portsIgnoredWithoutL4",
+         ip4([](auto& f) {
              f.protocolIs(Zamu::IpProto::kIcmp);
              f.icmpTypeIs(3);
              f.icmpCodeIs(4);
@@ -407,37 +357,33 @@ TEST_F(AclHelperTest, TranslatesAcceptedSubrules) {
                 r.filter.icmpCode = 4;
                 r.filter.matchIcmpCode = true;
             }),
-         Ports{80, 0xffff, 0, 0, 0, 0, 1000, 2000}},
-        {"establishedWhenSupported",
-         ip4([](auto& f) { f.establishedIs(true); }),
-         hw(false, [](auto& r) { r.filter.established = true; }),
          {},
-         0,
          false,
-         false,
+         Ports{80, 0xffff, 0, 0, 0, 0, 1000, 2000}},
+        {"establishedWhenSupported", ip4([](auto& f) { f.establishedIs(true); }),
+         hw(false, [](auto& r) { r.filter.established = true; }),
          [](AclHelper& h) { h.establishedSupportedIs(true); }},
         {"aclCountersCountEveryEntry",
          ip4(kNoEdit),
          hw(false, [](auto& r) { r.count = true; }),
          {},
-         0,
-         false,
          true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Fresh t(*this, c.setup);
+        const Vorn::Ptr<OvinMirelAclColl> coll = ovinMirelAclCollFactory("aclColl");
+        const Vorn::Ptr<AclHelper> helper = helperOver(coll, c.setup);
         const Acl::AclType type = c.rule.isIp6() ? Acl::aclTypeIpv6 : Acl::aclTypeIpv4;
-        const Ovin::AclData data = dataOf(keyOf("acl", type), {}, c.countersEnabled);
+        const Ovin::AclData data = dataOf(aclKey("acl", type), {}, c.countersEnabled);
         Ovin::AclDataStatus status;
-        t.helper->precreateAcl(data, status);
+        helper->precreateAcl(data, status);
         const Ports& p = c.ports;
-        ASSERT_EQ(t.helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2,
-                                               p.srcPort, p.srcMask, p.srcLow, p.srcHigh, p.dstPort,
-                                               p.dstMask, p.dstLow, p.dstHigh, 64, 1500, 100, 0xfff,
-                                               c.tcpFlags, c.l4, 64, 0xff),
+        ASSERT_EQ(helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2, p.srcPort,
+                                             p.srcMask, p.srcLow, p.srcHigh, p.dstPort, p.dstMask,
+                                             p.dstLow, p.dstHigh, 64, 1500, 100, 0xfff, c.tcpFlags,
+                                             c.l4, 64, 0xff),
                   Ovin::aclCreateOk);
-        const Vorn::Ptr<OvinMirelAcl> acl = t.coll->acl(data.key);
+        const Vorn::Ptr<OvinMirelAcl> acl = coll->acl(data.key);
         ASSERT_TRUE(acl);
         const Mirel::IpRuleConfig* stored = acl->ipRuleById(Mirel::AceIndex{10, 2, {7}});
         ASSERT_NE(stored, nullptr);
@@ -482,24 +428,8 @@ TEST_F(AclHelperTest, CreatingASubruleAgainCountsItsProtocolOnce) {
     EXPECT_EQ(acl->ipRuleByIds(), 1u);
 }
 
-TEST_F(AclHelperTest, EntriesAreKeptInRuleThenSubruleOrder) {
-    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
-    const Acl::IpRuleConfig any;
-    createIp(v4_, any, 3, 20, 0);
-    createIp(v4_, any, 9, 10, 1);
-    createIp(v4_, any, 9, 10, 0);
-    createIp(v4_, any, 1, 30, 0);
-    std::vector<std::pair<uint32_t, uint32_t>> order;
-    for (const auto& [index, rule] : acl->ipRuleById()) {
-        order.emplace_back(index.ruleNum, index.subruleNum);
-    }
-    const std::vector<std::pair<uint32_t, uint32_t>> expected = {
-        {10, 0}, {10, 1}, {20, 0}, {30, 0}};
-    EXPECT_EQ(order, expected);
-}
-
 TEST_F(AclHelperTest, FragmentRuleMatchesNonInitialFragmentsOnly) {
-    const Ovin::AclData data = dataOf(keyOf("v4", Acl::aclTypeIpv4), {}, true);
+    const Ovin::AclData data = dataOf(aclKey("v4", Acl::aclTypeIpv4), {}, true);
     const Vorn::Ptr<OvinMirelAcl> acl = precreate(data);
     Acl::IpFilter f;
     f.protocolIs(Zamu::IpProto::kUdp);
@@ -540,7 +470,7 @@ TEST_F(AclHelperTest, MacRuleIsStoredUnderSubruleZeroWithItsCounter) {
                           {"neither", false, false, false}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        const Ovin::AclData data = dataOf(keyOf(c.name, Acl::aclTypeMac), {}, c.aclCounts);
+        const Ovin::AclData data = dataOf(aclKey(c.name, Acl::aclTypeMac), {}, c.aclCounts);
         const Vorn::Ptr<OvinMirelAcl> acl = precreate(data);
         Acl::MacRuleConfig rule(Acl::aclActionDeny);
         rule.sourceIs(Zamu::EthAddr("00:11:22:33:44:55"), Zamu::EthAddr("ff:ff:ff:00:00:00"));
@@ -568,7 +498,7 @@ TEST_F(AclHelperTest, MacRuleIsStoredUnderSubruleZeroWithItsCounter) {
 
 TEST_F(AclHelperTest, LifecycleInTheEnginesOrder) {
     const Ovin::AclData data =
-        dataOf(keyOf("life", Acl::aclTypeIpv4), {"Ethernet1", "Vlan100", "Ethernet3/1.100"});
+        dataOf(aclKey("life", Acl::aclTypeIpv4), {"Ethernet1", "Vlan100", "Ethernet3/1.100"});
     const Vorn::Ptr<OvinMirelAcl> acl = precreate(data);
     EXPECT_TRUE(acl->ethIntf("Ethernet1"));
     EXPECT_TRUE(acl->vlanIntf("Vlan100"));
@@ -641,7 +571,7 @@ TEST_F(AclHelperTest, BlockIntf) {
 
 // Each own operation first writes its name and arguments.
 TEST_F(AclHelperTest, EachOperationFirstTracesItsNameAndArguments) {
-    const Ovin::AclData mac = dataOf(keyOf("m", Acl::aclTypeMac));
+    const Ovin::AclData mac = dataOf(aclKey("m", Acl::aclTypeMac));
     Ovin::AclDataStatus status;
     const struct {
         const char* line;
@@ -763,15 +693,14 @@ TEST_F(AclHelperTest, CountersFollowTheChipsAndTheirAclIds) {
                      Mirel::AclId(Mirel::ipv4PortAcl_, 3, Acl::aclDirectionIn));
     EXPECT_TRUE(helper_->aclCountersAllocated(v4_));
     // An id on a chip the ACL is not placed on does not count.
-    const Ovin::AclData other = dataOf(keyOf("other", Acl::aclTypeIpv4));
+    const Ovin::AclData other = dataOf(aclKey("other", Acl::aclTypeIpv4));
     response->responseIs(other.key)->aclIdTypeIs(
         Mirel::protocolAll_, Mirel::AclId(Mirel::ipv4PortAcl_, 4, Acl::aclDirectionIn));
     EXPECT_FALSE(helper_->aclCountersAllocated(other));
 }
 
 TEST_F(AclHelperTest, TraceAclDataWritesKeyAndRules) {
-    Ovin::AclData data = dataOf(keyOf("racl", Acl::aclTypeIpv6, Acl::aclDirectionOut));
-    data.key.vlanId = Bridging::VlanId(100);
+    Ovin::AclData data = dataOf(aclKey("racl", Acl::aclTypeIpv6, 100, Acl::aclDirectionOut));
     data.rules.push_back({10, 0, Acl::UniqueId{7}, nullptr});
     data.rules.push_back({20, 1, Acl::UniqueId{8}, nullptr});
     traceAclData(data);
@@ -834,7 +763,7 @@ TEST_F(AclHelperDeathTest, VerifyHwInitAssertsEachCapabilityInOrder) {
 
 TEST_F(AclHelperDeathTest, InterfacesOfNoAclKindAreInternalErrors) {
     const std::string text = regexEscaped("Assertion `false && \"Internal Error\"' failed");
-    const Ovin::AclData lag = dataOf(keyOf("lag", Acl::aclTypeIpv4), {"Port-Channel10"});
+    const Ovin::AclData lag = dataOf(aclKey("lag", Acl::aclTypeIpv4), {"Port-Channel10"});
     Ovin::AclDataStatus status;
     EXPECT_DEATH(helper_->precreateAcl(lag, status), text);
     EXPECT_DEATH(helper_->updateIntfForAcl("Port-Channel10", v4_, true), text);
@@ -845,7 +774,7 @@ TEST_F(AclHelperDeathTest, InterfacesOfNoAclKindAreInternalErrors) {
 TEST_F(AclHelperDeathTest, RulesOfAnUnknownAclAreInternalErrors) {
     const std::string text = regexEscaped("Assertion `acl' failed");
     EXPECT_DEATH(helper_->createMacAclRule(Acl::MacRuleConfig(), Acl::UniqueId{1},
-                                           dataOf(keyOf("m", Acl::aclTypeMac)), 10),
+                                           dataOf(aclKey("m", Acl::aclTypeMac)), 10),
                  text);
     EXPECT_DEATH(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 10), text);
     EXPECT_DEATH(createIp(v4_, Acl::IpRuleConfig(), 1, 10, 0), text);
