@@ -22,8 +22,9 @@ bool isVlanIntf(const IntfId& i) {
     return Zamu::VlanIntfId::isVlanIntfId(i);
 }
 
-// Walks the Index once per rule and keeps the first violation. Every lookup is by key, so a
-// check costs one pass over the Index and allocates only the interface-to-chip map.
+// Each rule walks the collections it concerns once and looks everything else up by key, so a
+// consistent Index costs a few linear passes and one interface-to-chip map. The first rule
+// that finds a violation ends the walk.
 //
 // A value entity is built by its collection from the key it is filed under and keeps that key
 // const, so a value carrying another key cannot arise and is not checked.
