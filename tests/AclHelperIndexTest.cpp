@@ -84,25 +84,26 @@ TEST_F(AclHelperIndexTest, BindingAnswersSeeTheIndexChangeWithinTheStoreWrite) {
         EXPECT_EQ(cap.has("    chipAclMapping changed as a result"), s.chipsChanged);
         EXPECT_EQ(checkIndexConsistency(*index_), std::nullopt);
     }
-    ASSERT_NE(aclColl_->acl(aclData_.key), nullptr);
-    EXPECT_EQ(aclColl_->acl(aclData_.key)->ethIntfs() + aclColl_->acl(aclData_.key)->vlanIntfs() +
-                  aclColl_->acl(aclData_.key)->subIntfs(),
-              0u);
+    const Vorn::Ptr<OvinMirelAcl> acl = aclColl_->acl(aclData_.key);
+    ASSERT_TRUE(acl);
+    EXPECT_EQ(acl->ethIntfs() + acl->vlanIntfs() + acl->subIntfs(), 0u);
 }
 
 TEST_F(AclHelperIndexTest, WholeLifeLeavesTheIndexEmpty) {
     aclData_.intf = {IntfId("Ethernet1"), IntfId("Vlan10"), IntfId("Port-Channel5.20")};
     helper_->precreateAcl(aclData_, status_);
     EXPECT_EQ(chipsOf(aclData_.key), 2u);
-    ASSERT_NE(index_->chipAclMapping(Mirel::ChipId(1)), nullptr);
-    EXPECT_EQ(index_->chipAclMapping(Mirel::ChipId(1))->aclIntfMapping(aclData_.key)->intfIds(),
-              2u);
+    EXPECT_EQ(IndexTest::facts(*index_, "chipAclMapping"),
+              (IndexTest::Facts{"chipAclMapping[0].aclIntfMapping[edge/ip/in].intfId[Ethernet1]",
+                                "chipAclMapping[1].aclIntfMapping[edge/ip/in].intfId[Ethernet3]",
+                                "chipAclMapping[1].aclIntfMapping[edge/ip/in].intfId[Ethernet4]"}));
     EXPECT_EQ(checkIndexConsistency(*index_), std::nullopt);
 
     // The engine empties the bindings before it removes and destroys the ACL.
     for (const IntfId& i : aclData_.intf)
         helper_->removeIntfFromAcl(i, aclData_, false);
     helper_->removeAcl(aclData_);
+    ASSERT_TRUE(aclColl_->acl(aclData_.key));
     EXPECT_FALSE(aclColl_->acl(aclData_.key)->inUse());
     helper_->destroyAcl(aclData_);
     EXPECT_EQ(aclColl_->acls(), 0u);

@@ -1,5 +1,5 @@
-// The ACL store: defaults, the no-notify rules of its mutators, hardware order of rules and the
-// classification of interfaces into the three sets.
+// The ACL store: defaults, hardware order of rules and the classification of interfaces into the
+// three sets.
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
 #include "tests/TestSupport.h"
@@ -28,35 +28,6 @@ TEST(OvinMirelAcl, NewEntryHasItsDefaults) {
                   acl->vlanIntfs() + acl->ruleNums() + acl->ruleCountByProtocols(),
               0u);
     EXPECT_EQ(coll->aclIs(TestSupport::aclKey("a")), acl);  // get-or-create returns the same entry
-}
-
-TEST(OvinMirelAcl, MutatorsNotifyOnlyOnRealChange) {
-    auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
-    std::vector<std::string> seen;
-    auto s1 = acl->ipRuleByIdNotify(
-        [&](const Mirel::AceIndex& i) { seen.push_back("rule" + std::to_string(i.ruleNum)); });
-    auto s2 = acl->ruleNumNotify(
-        [&](const Acl::UniqueId& u) { seen.push_back("num" + std::to_string(u.value)); });
-    auto s3 = acl->ruleCountByProtocolNotify(
-        [&](const Zamu::IpProto& p) { seen.push_back("proto" + std::to_string(p.value())); });
-    auto s4 = acl->createdNotify([&] { seen.push_back("created"); });
-    auto s5 = acl->inUseNotify([&] { seen.push_back("inUse"); });
-
-    const Mirel::AceIndex i1{10, 0, {1}};
-    acl->ipRuleByIdIs(i1, permitFrom("10.0.0.0"));
-    acl->ipRuleByIdIs(i1, permitFrom("10.0.0.0"));  // equal: nothing
-    acl->ipRuleByIdIs(i1, permitFrom("10.0.1.0"));  // replaced
-    acl->ruleNumIs({1}, 10);
-    acl->ruleNumIs({1}, 10);
-    EXPECT_EQ(acl->ruleCountByProtocolInc(Zamu::IpProto::kTcp, 1), 1u);  // created
-    EXPECT_EQ(acl->ruleCountByProtocolInc(Zamu::IpProto::kTcp, 0), 1u);  // no change
-    EXPECT_EQ(acl->ruleCountByProtocolInc(Zamu::IpProto::kTcp, 1), 2u);
-    acl->createdIs(false);
-    acl->createdIs(true);
-    acl->inUseIs(true);
-    acl->inUseIs(false);
-    EXPECT_EQ(seen, (std::vector<std::string>{"rule10", "rule10", "num1", "proto6", "proto6",
-                                              "created", "inUse"}));
 }
 
 TEST(OvinMirelAcl, RulesReadBackInHardwareOrder) {

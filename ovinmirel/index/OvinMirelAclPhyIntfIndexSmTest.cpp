@@ -129,9 +129,35 @@ TEST_F(AclPhyIntfIndexSmTest, ABindingWaitsForItsFirstPort) {
     }
 }
 
+// Another reader of the store binds a new ACL from inside the notification that creates it,
+// one subscribed before the index machines and one after them: both bindings reach the Index.
+TEST(AclPhyIntfIndexSm, BindingsMadeWhileTheAclIsCreatedReachTheIndex) {
+    IndexTest::World w;
+    w.onChip("Ethernet1", 1);
+    w.onChip("Ethernet2", 2);
+    auto bindOnCreation = [&w](const char* intf) {
+        return w.acls->aclNotify([&w, intf](const Ovin::AclKey& key) {
+            if (Vorn::Ptr<OvinMirelAcl> acl = w.acls->acl(key))
+                acl->intfIs(intf, true);
+        });
+    };
+    Vorn::Subscription before = bindOnCreation("Ethernet1");
+    auto sm = indexSmFactory(w.acls, w.pd, w.vlans, w.lags, w.subs, w.index);
+    sm->handleInitialized();
+    Vorn::Subscription after = bindOnCreation("Ethernet2");
+
+    w.acls->aclIs(aclKey("a"));
+    EXPECT_EQ(w.facts("chipAclMapping"),
+              (Facts{"chipAclMapping[1].aclIntfMapping[a/ip/in].intfId[Ethernet1]",
+                     "chipAclMapping[2].aclIntfMapping[a/ip/in].intfId[Ethernet2]"}));
+    auto problem = checkIndexConsistency(*w.index);
+    EXPECT_FALSE(problem) << *problem;
+}
+
 TEST_F(AclPhyIntfIndexSmTest, AnAclLeavingTheStoreIsOnlyNoLongerWatched) {
     w.bind(a, "Ethernet1");
     Vorn::Ptr<OvinMirelAcl> detached = w.acls->acl(a);
+    ASSERT_TRUE(detached);
     const auto before = IndexTest::indexFacts(*w.index);
     w.acls->aclDel(a);
     EXPECT_EQ(IndexTest::indexFacts(*w.index), before);

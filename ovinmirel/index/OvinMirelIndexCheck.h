@@ -1,7 +1,9 @@
 #pragma once
-// Verifies the invariants of the mapping index (listed in OvinMirelIndex.h) and reports the
-// first violation in words. Tests and randomized runs call it after every step; it walks the
-// whole Index, so it is not for the event loop.
+// Verifies the invariants of the mapping index (listed in OvinMirelIndex.h), and that the
+// parents of each ACL on a port and the per-type grouping follow the bindings the Index holds,
+// and reports the first violation in words. Tests and randomized runs call it after every
+// step; an agent may call it on a live switch as a diagnostic. It costs one pass over the
+// Index with lookups by key, so it is not for every event of the loop.
 
 #include <optional>
 #include <string>

@@ -109,6 +109,13 @@ TEST_F(SubIntfIndexSmTest, RemovingALagSubInterfaceRemovesItFromEveryMember) {
                   w.index->intfAclMappings(),
               0u);
     expectConsistent();
+
+    cap.clear();
+    w.subIntf("Port-Channel1.10");
+    EXPECT_TRUE(cap.has("   Adding Lag SubIntf Port-Channel1.10"));
+    EXPECT_EQ(w.facts("intfAclMapping"), (Facts{"intfAclMapping[Ethernet1].aclKey[a/ip/in]",
+                                                "intfAclMapping[Ethernet2].aclKey[a/ip/in]"}));
+    expectConsistent();
 }
 
 TEST_F(SubIntfIndexSmTest, AnEthernetSubInterfaceIsCarriedByExactlyItsParent) {
@@ -117,6 +124,7 @@ TEST_F(SubIntfIndexSmTest, AnEthernetSubInterfaceIsCarriedByExactlyItsParent) {
     EXPECT_TRUE(cap.has("handleEthSubIntf Interface Ethernet3.7"));
     EXPECT_TRUE(cap.has("   Adding Eth SubIntf Ethernet3.7"));
     EXPECT_EQ(w.facts("subPhyIntfMapping").size(), 5u);
+    ASSERT_NE(w.index->subPhyIntfMapping("Ethernet3.7"), nullptr);
     EXPECT_EQ(w.index->subPhyIntfMapping("Ethernet3.7")->phyIntfIds(), 1u);
     EXPECT_TRUE(w.index->subPhyIntfMapping("Ethernet3.7")->phyIntfId("Ethernet3"));
     EXPECT_EQ(w.facts("chipSubIntfMapping").size(), 5u);

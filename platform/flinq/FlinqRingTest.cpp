@@ -153,6 +153,7 @@ TEST(FlinqRing, TornLastRecordIsIgnored) {
             w.append(i, 2, "Mod", "line " + std::to_string(i));
     }
     const std::vector<Flinq::RingRecord> before = Flinq::readRing(path);
+    ASSERT_FALSE(before.empty());
     const Flinq::RingHeader h = headerOf(path);
     Flinq::RecordHeader torn{};
     torn.magic = Flinq::kRecordMagic;
@@ -231,7 +232,9 @@ TEST(FlinqRing, DamagedFilesAreReportedClearly) {
             for (int i = 0; i < 300; ++i)
                 w.append(i, 0, "Mod", "line " + std::to_string(i));
         }
-        ASSERT_EQ(Flinq::readRing(path).back().seq, 299u);
+        const std::vector<Flinq::RingRecord> intact = Flinq::readRing(path);
+        ASSERT_FALSE(intact.empty());
+        ASSERT_EQ(intact.back().seq, 299u);
         c.damage(path);
         try {
             Flinq::readRing(path);

@@ -23,7 +23,8 @@ TEST(SubIntfConfigDir, KeysAreSubInterfaces) {
     auto s = status->intfStatusIs("Ethernet3/1.7");
     EXPECT_FALSE(s->operUp());
     s->operUpIs(true);
-    EXPECT_TRUE(status->intfStatus("Ethernet3/1.7")->operUp());
+    ASSERT_EQ(status->intfStatus("Ethernet3/1.7"), s);
+    EXPECT_TRUE(s->operUp());
 }
 
 }  // namespace

@@ -57,6 +57,7 @@ TEST(VornEntity, UnchangedValueNotifiesNobody) {
     p->countIs(8);
     p->wordIs(1, "b");  // replace
     EXPECT_EQ(calls, 4);
+    ASSERT_NE(p->word(1), nullptr);
     EXPECT_EQ(*p->word(1), "b");
     EXPECT_EQ(p->word(2), nullptr);
 }
@@ -181,6 +182,7 @@ TEST(VornEntity, WatcherDeletesTheEntryItIsToldAbout) {
     });
     auto s2 = c->valueNotify([&] { seen.push_back(2); });
     c = nullptr;
+    ASSERT_NE(p->child(1), nullptr);
     p->child(1)->valueIs(5);
     EXPECT_EQ(seen, (std::vector<int>{1, 2}));
     EXPECT_EQ(p->childs(), 0u);
