@@ -45,10 +45,10 @@ Vorn::Ptr<VlanAclKeySet> AclPolicyStatus::vlanAclMappingIs(const Zamu::IntfId& p
     return entry;
 }
 
-GlueStatus::GlueStatus(const Vorn::Name& name)
-    : name_(name),
-      rootConfigColl_(Vorn::make<Mirel::RootConfigColl>("RootConfigColl")),
-      rootStatusColl_(Vorn::make<Mirel::RootStatusColl>("RootStatusColl")) {}
+GlueStatus::GlueStatus(const Vorn::Name& name) : name_(name) {
+    rootConfigColl_.set(Vorn::make<Mirel::RootConfigColl>("RootConfigColl"));
+    rootStatusColl_.set(Vorn::make<Mirel::RootStatusColl>("RootStatusColl"));
+}
 
 void AclIdResponseColl::reinstantiate(const Vorn::Name& name) const {
     if (name != name_)

@@ -11,8 +11,8 @@
 //    and of the ACL policy (AclPolicyStatusColl); initialize() creates them;
 //  - piChipDataFlowConfig holds per chip the mappings the PD mapping computed, before the
 //    mapping loader carries them into the chip configuration.
-// GlueStatus owns its root configuration and root status collections; they exist from
-// construction on and are never replaced.
+// GlueStatus has root configuration and root status collections from construction on (its
+// own); the agent's status root hands it the driver's at start-up, before any machine is built.
 
 #include <cstdint>
 #include <ostream>
@@ -165,8 +165,15 @@ class GlueStatus : public Vorn::Entity {
     // never writes it.
     VORN_ATTR(Vorn::Seconds, prepareCommitKickResponse, 0.0)
 
-    const Vorn::Ptr<Mirel::RootConfigColl>& rootConfigColl() const { return rootConfigColl_; }
-    const Vorn::Ptr<Mirel::RootStatusColl>& rootStatusColl() const { return rootStatusColl_; }
+    // The root collections: GlueStatus's own until the driver's are handed in. Never null: a
+    // null one is refused ("null _rootConfigColl parameter to mutator for
+    // OvinMirel::GlueStatus::rootConfigColl not allowed") and the held one kept. Machines look
+    // them up when they use them, but one that subscribed to a collection keeps that one, so
+    // the handover belongs before any machine is built.
+    const Vorn::Ptr<Mirel::RootConfigColl>& rootConfigColl() const { return rootConfigColl_.get(); }
+    const Vorn::Ptr<Mirel::RootStatusColl>& rootStatusColl() const { return rootStatusColl_.get(); }
+    void rootConfigCollIs(const Vorn::Ptr<Mirel::RootConfigColl>& c) { rootConfigColl_.set(c); }
+    void rootStatusCollIs(const Vorn::Ptr<Mirel::RootStatusColl>& c) { rootStatusColl_.set(c); }
 
     // Roots of the current cycle whose computation, load or abort is outstanding, and those
     // that failed computation.
@@ -195,8 +202,8 @@ class GlueStatus : public Vorn::Entity {
 
   private:
     const Vorn::Name name_;
-    const Vorn::Ptr<Mirel::RootConfigColl> rootConfigColl_;
-    const Vorn::Ptr<Mirel::RootStatusColl> rootStatusColl_;
+    Vorn::PtrAttr<Mirel::RootConfigColl> rootConfigColl_{*this, "rootConfigColl"};
+    Vorn::PtrAttr<Mirel::RootStatusColl> rootStatusColl_{*this, "rootStatusColl"};
 };
 
 // Root ids: each chip owns the two roots chipId * 2 and chipId * 2 + 1.

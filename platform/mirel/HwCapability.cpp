@@ -25,6 +25,11 @@ uint32_t ChipHwCapability::ruleListIdCount() const {
     return last + 1 - (chipRuleListIdReservedPermitAll() <= last ? 1 : 0);
 }
 
+void HwCapability::reinstantiate(const Vorn::Name& name) const {
+    if (name != name_)
+        Vorn::throwReinstantiation("Mirel::HwCapability", "name", name.str(), name_.str());
+}
+
 Vorn::Ptr<HwCapabilityColl> hwCapabilityCollFactory(const Vorn::Name& name) {
     return Vorn::make<HwCapabilityColl>(name);
 }

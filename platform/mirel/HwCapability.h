@@ -93,6 +93,8 @@ class ChipHwCapability : public Vorn::Entity {
     const ChipId chipId_;
 };
 
+class HwCapability;
+
 class HwCapabilityColl : public Vorn::Entity {
     VORN_ENTITY("Mirel::HwCapabilityColl")
   public:
@@ -100,6 +102,8 @@ class HwCapabilityColl : public Vorn::Entity {
     const Vorn::Name& name() const { return name_; }
 
     VORN_ENTITY_MAP(ChipId, ChipHwCapability, chipHwCapability)
+    // The global capability record, created by name ("HwCapability" at the agent's start-up).
+    VORN_CHILD_ATTR(HwCapability, hwCapability)
 
   private:
     const Vorn::Name name_;
@@ -110,6 +114,8 @@ class HwCapability : public Vorn::Entity {
   public:
     explicit HwCapability(const Vorn::Name& name) : name_(name) {}
     const Vorn::Name& name() const { return name_; }
+    // Asked for again under another name: refused (ReinstantiationException).
+    void reinstantiate(const Vorn::Name& name) const;
 
     // A routed port's router ACLs may share one hardware ACL index with VLANs and
     // sub-interfaces that carry the same ACLs.
