@@ -28,6 +28,7 @@ TEST(PDStatus, OnlyEthernetPortsSitOnChips) {
 TEST(PDStatus, PlacingAPortOnAnotherChipChangesItsEntryInPlace) {
     auto pd = Mirel::pdStatusFactory("PDStatus");
     auto entry = pd->intfMappingIs("Ethernet3/1", Mirel::ChipId(1));
+    ASSERT_NE(entry, nullptr);
     EXPECT_EQ(entry->intfId(), Zamu::IntfId("Ethernet3/1"));
     int changes = 0;
     auto sub = entry->chipIdNotify([&] { ++changes; });
@@ -35,6 +36,7 @@ TEST(PDStatus, PlacingAPortOnAnotherChipChangesItsEntryInPlace) {
     EXPECT_EQ(changes, 0);
     EXPECT_EQ(pd->intfMappingIs("Ethernet3/1", Mirel::ChipId(4)), entry);
     EXPECT_EQ(changes, 1);
+    ASSERT_NE(pd->intfMapping("Ethernet3/1"), nullptr);
     EXPECT_EQ(pd->intfMapping("Ethernet3/1")->chipId(), Mirel::ChipId(4));
 }
 
