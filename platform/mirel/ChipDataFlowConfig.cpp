@@ -16,7 +16,9 @@ HwAclIndex::HwAclIndex(int64_t value) {
 
 std::ostream& operator<<(std::ostream& os, const ChipRuleListIdKey& k) {
     return os << "ChipRuleListIdKey{hwAclIndex=" << k.hwAclIndex()
-              << ", tableType=" << k.tableType() << ", protocolType=" << k.protocolType() << "}";
+              << ", tableType=" << k.tableType()
+              << ", direction=" << Acl::aclDirectionName(k.direction())
+              << ", protocolType=" << k.protocolType() << "}";
 }
 
 bool ChipDataFlowConfig::mappingsEqual(const ChipDataFlowConfig& other) const {
@@ -43,5 +45,6 @@ Vorn::Ptr<ChipDataFlowConfig> chipDataFlowConfigFactory(ChipId chipId) {
 
 size_t std::hash<Mirel::ChipRuleListIdKey>::operator()(
     const Mirel::ChipRuleListIdKey& k) const noexcept {
-    return Vorn::hashOf(k.hwAclIndex().value(), uint8_t(k.tableType()), uint8_t(k.protocolType()));
+    return Vorn::hashOf(k.hwAclIndex().value(), uint8_t(k.tableType()), uint8_t(k.direction()),
+                        uint8_t(k.protocolType()));
 }

@@ -16,6 +16,7 @@
 #include "platform/mirel/AclId.h"
 #include "platform/mirel/ChipId.h"
 #include "platform/mirel/TableType.h"
+#include "platform/ovin/AclType.h"
 #include "platform/vorn/Entity.h"
 #include "platform/zamu/IntfId.h"
 
@@ -41,30 +42,37 @@ inline std::ostream& operator<<(std::ostream& os, HwAclIndex i) {
     return os << i.value();
 }
 
-// The 2nd-level key: which chip rule list a hardware ACL index runs for one table type and
-// protocol class.
+// The 2nd-level key: which chip rule list a hardware ACL index runs for one table type,
+// direction and protocol class. The direction is part of the key because one place may carry
+// an inbound and an outbound ACL of the same table type under one index.
 class ChipRuleListIdKey {
   public:
     ChipRuleListIdKey() = default;
-    ChipRuleListIdKey(HwAclIndex hwAclIndex, TableType tableType, ProtocolType protocolType)
-        : hwAclIndex_(hwAclIndex), tableType_(tableType), protocolType_(protocolType) {}
+    ChipRuleListIdKey(HwAclIndex hwAclIndex, TableType tableType, ProtocolType protocolType,
+                      Acl::AclDirection direction = Acl::aclDirectionIn)
+        : hwAclIndex_(hwAclIndex),
+          tableType_(tableType),
+          direction_(direction),
+          protocolType_(protocolType) {}
 
     HwAclIndex hwAclIndex() const { return hwAclIndex_; }
     TableType tableType() const { return tableType_; }
+    Acl::AclDirection direction() const { return direction_; }
     ProtocolType protocolType() const { return protocolType_; }
 
-    // Ordered by index, then table type, then protocol class, so all entries of one index
-    // are adjacent.
+    // Ordered by index, then table type, then direction, then protocol class, so all entries
+    // of one index are adjacent.
     auto operator<=>(const ChipRuleListIdKey&) const = default;
     bool operator==(const ChipRuleListIdKey&) const = default;
 
   private:
     HwAclIndex hwAclIndex_;
     TableType tableType_ = invalid_;
+    Acl::AclDirection direction_ = Acl::aclDirectionIn;
     ProtocolType protocolType_ = protocolAll_;
 };
 
-// "ChipRuleListIdKey{hwAclIndex=2, tableType=1, protocolType=tcp}"
+// "ChipRuleListIdKey{hwAclIndex=2, tableType=1, direction=in, protocolType=tcp}"
 std::ostream& operator<<(std::ostream& os, const ChipRuleListIdKey& k);
 
 // Named values of globalAclControl. Non-zero tells the glue that the chip's mappings are being

@@ -38,8 +38,15 @@ TEST(ChipDataFlowRuleListKey, OrderHashAndPrinting) {
     const Case cases[] = {
         {"index first", ChipRuleListIdKey(HwAclIndex(1), macAcl_, protocolAll_),
          ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolTcp_)},
-        {"then table type", ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolAll_),
+        {"index before everything else",
+         ChipRuleListIdKey(HwAclIndex(1), macAcl_, protocolAll_, Acl::aclDirectionOut),
+         ChipRuleListIdKey(HwAclIndex(2), invalid_, protocolTcp_, Acl::aclDirectionIn)},
+        {"then table type",
+         ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolAll_, Acl::aclDirectionOut),
          ChipRuleListIdKey(HwAclIndex(2), ipv6PortAcl_, protocolTcp_)},
+        {"then direction",
+         ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolAll_, Acl::aclDirectionIn),
+         ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolTcp_, Acl::aclDirectionOut)},
         {"then protocol", ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolTcp_),
          ChipRuleListIdKey(HwAclIndex(2), ipv4PortAcl_, protocolNonTcp_)},
         {"index compares as a number", ChipRuleListIdKey(HwAclIndex(255), invalid_, protocolTcp_),
@@ -52,7 +59,7 @@ TEST(ChipDataFlowRuleListKey, OrderHashAndPrinting) {
         EXPECT_FALSE(c.higher < c.lower);
         EXPECT_NE(hash(c.lower), hash(c.higher));
         const ChipRuleListIdKey copy(c.lower.hwAclIndex(), c.lower.tableType(),
-                                     c.lower.protocolType());
+                                     c.lower.protocolType(), c.lower.direction());
         EXPECT_EQ(copy, c.lower);
         EXPECT_EQ(hash(copy), hash(c.lower));
     }
@@ -61,16 +68,42 @@ TEST(ChipDataFlowRuleListKey, OrderHashAndPrinting) {
     for (int i = 0; i < 3; ++i) {
         for (int t = 0; t < 3; ++t) {
             for (int p = 0; p < 3; ++p) {
-                hashes.insert(
-                    hash(ChipRuleListIdKey(HwAclIndex(i), TableType(t), ProtocolType(p))));
+                for (int d = 0; d < 2; ++d) {
+                    hashes.insert(hash(ChipRuleListIdKey(HwAclIndex(i), TableType(t),
+                                                         ProtocolType(p), Acl::AclDirection(d))));
+                }
             }
         }
     }
-    EXPECT_EQ(hashes.size(), 27u);
+    EXPECT_EQ(hashes.size(), 54u);
+    // The direction defaults to inbound.
+    EXPECT_EQ(ChipRuleListIdKey(HwAclIndex(1), macAcl_, protocolAll_).direction(),
+              Acl::aclDirectionIn);
 
     std::ostringstream os;
-    os << ChipRuleListIdKey(HwAclIndex(7), ipv4RouterAcl_, protocolNonTcp_);
-    EXPECT_EQ(os.str(), "ChipRuleListIdKey{hwAclIndex=7, tableType=2, protocolType=nonTcp}");
+    os << ChipRuleListIdKey(HwAclIndex(7), ipv4RouterAcl_, protocolNonTcp_, Acl::aclDirectionOut);
+    EXPECT_EQ(os.str(),
+              "ChipRuleListIdKey{hwAclIndex=7, tableType=2, direction=out, protocolType=nonTcp}");
+}
+
+TEST(ChipDataFlowRuleListKey, InAndOutOfOneTypeAreDistinctEntries) {
+    auto c = chipDataFlowConfigFactory(ChipId(1));
+    const ChipRuleListIdKey in(HwAclIndex(3), ipv4PortAcl_, protocolAll_, Acl::aclDirectionIn);
+    const ChipRuleListIdKey out(HwAclIndex(3), ipv4PortAcl_, protocolAll_, Acl::aclDirectionOut);
+    c->chipRuleListKeyToIdIs(in, AclId(ipv4PortAcl_, 1, Acl::aclDirectionIn));
+    c->chipRuleListKeyToIdIs(out, AclId(ipv4PortAcl_, 2, Acl::aclDirectionOut));
+    c->chipRuleListKeyToIdIs(ChipRuleListIdKey(HwAclIndex(4), ipv4PortAcl_, protocolTcp_),
+                             AclId(ipv4PortAcl_, 3, Acl::aclDirectionIn));
+    ASSERT_EQ(c->chipRuleListKeyToIds(), 3u);
+    ASSERT_NE(c->chipRuleListKeyToId(in), nullptr);
+    ASSERT_NE(c->chipRuleListKeyToId(out), nullptr);
+    EXPECT_EQ(c->chipRuleListKeyToId(in)->chipRuleListId(), 1);
+    EXPECT_EQ(c->chipRuleListKeyToId(out)->chipRuleListId(), 2);
+    // Both entries of index 3 come before index 4's in the table's walk.
+    std::vector<uint16_t> walk;
+    for (const auto& [k, id] : c->chipRuleListKeyToId())
+        walk.push_back(k.hwAclIndex().value());
+    EXPECT_EQ(walk, (std::vector<uint16_t>{3, 3, 4}));
 }
 
 // A configuration with one entry in each table.

@@ -7,6 +7,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "platform/bridging/VlanId.h"
 #include "platform/ovin/AclType.h"
@@ -30,6 +31,13 @@ struct AclKey {
 
     // "<name>/<ip|ipv6|mac>/<in|out>", then "/vlan<N>", "/flag", "/<tag>" when present.
     std::string str() const;
+    // Reads str()'s form back. The name ends at the first "/<type>/<direction>" that is
+    // followed by the end or a "/"; the tag is the rest after the optional VLAN and flag parts.
+    // So a key reads back as itself unless its name contains such a part or its tag reads as
+    // one ("vlan7", "flag"). Text of another form throws std::invalid_argument
+    // "invalid AclKey '<text>': <reason>"; a VLAN number outside 1..4094 throws the VLAN's
+    // range error.
+    static AclKey fromStr(std::string_view text);
 };
 
 std::ostream& operator<<(std::ostream& os, const AclKey& k);

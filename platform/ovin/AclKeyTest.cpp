@@ -4,8 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <unordered_set>
+#include <vector>
+
+#include "platform/vorn/Exception.h"
 
 namespace Ovin {
 namespace {
@@ -45,6 +51,74 @@ TEST(AclKey, PrintedForm) {
     k.vlanId = Bridging::VlanId(100);
     k.flag = true;
     EXPECT_EQ(k.str(), "edge/ipv6/out/vlan100/flag");
+}
+
+TEST(AclKey, PrintedFormReadsBack) {
+    auto key = [](std::string name, Acl::AclType type, Acl::AclDirection direction, bool flag,
+                  std::optional<int> vlan, const char* tag) {
+        AclKey k;
+        k.name = std::move(name);
+        k.type = type;
+        k.direction = direction;
+        k.flag = flag;
+        if (vlan)
+            k.vlanId = Bridging::VlanId(*vlan);
+        k.tag = Vorn::Name(tag);
+        return k;
+    };
+    const struct {
+        const char* name;
+        AclKey key;
+    } cases[] = {
+        {"default key", AclKey{}},
+        {"plain", key("edge", Acl::aclTypeIpv4, Acl::aclDirectionIn, false, {}, "")},
+        {"every part", key("edge", Acl::aclTypeIpv6, Acl::aclDirectionOut, true, 4094, "agent")},
+        {"mac with tag", key("m", Acl::aclTypeMac, Acl::aclDirectionIn, false, {}, "cli")},
+        {"vlan without flag", key("r", Acl::aclTypeIpv4, Acl::aclDirectionOut, false, 1, "")},
+        {"flag only", key("f", Acl::aclTypeIpv4, Acl::aclDirectionIn, true, {}, "")},
+        {"slashes in name and tag",
+         key("a/b", Acl::aclTypeMac, Acl::aclDirectionOut, false, {}, "x/y")},
+        {"tag that only starts like a VLAN",
+         key("t", Acl::aclTypeIpv4, Acl::aclDirectionIn, false, {}, "vlanx")},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(AclKey::fromStr(c.key.str()), c.key) << c.key.str();
+    }
+}
+
+TEST(AclKey, MalformedTextIsRefused) {
+    const struct {
+        const char* text;
+        const char* error;
+    } cases[] = {
+        {"", "invalid AclKey '': no /<ip|ipv6|mac>/<in|out> part"},
+        {"edge", "invalid AclKey 'edge': no /<ip|ipv6|mac>/<in|out> part"},
+        {"edge/ip", "invalid AclKey 'edge/ip': no /<ip|ipv6|mac>/<in|out> part"},
+        {"edge/ipv5/in", "invalid AclKey 'edge/ipv5/in': no /<ip|ipv6|mac>/<in|out> part"},
+        {"edge/ip/inward", "invalid AclKey 'edge/ip/inward': no /<ip|ipv6|mac>/<in|out> part"},
+        {"edge/ip/in/", "invalid AclKey 'edge/ip/in/': empty tag"},
+        {"edge/ip/in/vlan99999999999999999999",
+         "invalid AclKey 'edge/ip/in/vlan99999999999999999999': VLAN number too large"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        try {
+            AclKey k = AclKey::fromStr(c.text);
+            ADD_FAILURE() << "accepted as " << k;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_STREQ(e.what(), c.error);
+        }
+    }
+    for (const char* text : {"edge/ip/in/vlan0", "edge/ip/in/vlan4095"}) {
+        SCOPED_TRACE(text);
+        try {
+            AclKey k = AclKey::fromStr(text);
+            ADD_FAILURE() << "accepted as " << k;
+        } catch (const Vorn::RangeException& e) {
+            EXPECT_STREQ(e.what(), "VlanId::value < 1 or > 4094 not allowed");
+        }
+    }
 }
 
 }  // namespace

@@ -288,6 +288,19 @@ class MapField : public CollectionBase<K, typename Index::template Map<K, V>> {
         this->changed(k);
         return true;
     }
+    // The same, taking over a value built for the purpose (a set, say) instead of copying it.
+    bool is(const K& k, V&& v) {
+        auto it = this->items_.find(k);
+        if (it != this->items_.end()) {
+            if (it->second == v)
+                return false;
+            it->second = std::move(v);
+        } else {
+            this->items_.emplace(k, std::move(v));
+        }
+        this->changed(k);
+        return true;
+    }
     // Adds delta to the value (created at V{} when absent); notifies only on a change.
     V inc(const K& k, const V& delta) {
         auto [it, inserted] = this->items_.try_emplace(k, V{});

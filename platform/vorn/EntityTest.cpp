@@ -106,6 +106,29 @@ class Counted : public Vorn::Entity {
     uint32_t nInc(int k, uint32_t d) { return n_.inc(k, d); }
 };
 
+class Taken : public Vorn::Entity {
+    VORN_ENTITY("Test::Taken")
+  public:
+    VORN_MAP(int, std::vector<int>, list)
+    void listTake(int k, std::vector<int>&& v) { list_.is(k, std::move(v)); }
+};
+
+TEST(VornEntity, AValueTakenOverNotifiesLikeACopy) {
+    auto t = Vorn::make<Taken>();
+    int calls = 0;
+    auto s = t->listNotify([&](int) { ++calls; });
+    std::vector<int> built = {1, 2};
+    t->listTake(1, std::move(built));
+    EXPECT_EQ(calls, 1);
+    ASSERT_NE(t->list(1), nullptr);
+    EXPECT_EQ(*t->list(1), (std::vector<int>{1, 2}));
+    t->listTake(1, {1, 2});  // equal: no change
+    EXPECT_EQ(calls, 1);
+    t->listTake(1, {3});
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(*t->list(1), (std::vector<int>{3}));
+}
+
 TEST(VornEntity, CounterIncNotifiesOnlyOnChange) {
     auto c = Vorn::make<Counted>();
     int calls = 0;

@@ -1,0 +1,929 @@
+#include "ovinmirel/chip/OvinMirelMappingSm.h"
+
+#include <span>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/flinq/Flinq.h"
+#include "platform/vorn/Assert.h"
+
+namespace OvinMirel {
+
+namespace {
+
+Flinq::Handle th("OvinMirelMappingSm");
+
+// Assertion messages (and trace levels) that the families share.
+constexpr int kFast = 0;  // the line an assertion is about to stop on
+constexpr const char* kAllocIsMember[kHwAclIndexAllocatorTypeCount] = {
+    "allocIter.isMemberOf( hwAclIndexAllocPaclMacl_ )",
+    "allocIter.isMemberOf( hwAclIndexAllocRacl_ )",
+};
+
+constexpr Mirel::TableType kPortTables[] = {Mirel::ipv4PortAcl_, Mirel::ipv6PortAcl_,
+                                            Mirel::macAcl_};
+constexpr Mirel::TableType kRouterTables[] = {Mirel::ipv4RouterAcl_, Mirel::ipv6RouterAcl_};
+constexpr Mirel::ProtocolType kProtocols[] = {Mirel::protocolTcp_, Mirel::protocolNonTcp_,
+                                              Mirel::protocolAll_};
+constexpr Acl::AclDirection kDirections[] = {Acl::aclDirectionIn, Acl::aclDirectionOut};
+
+// The table types whose ACLs a pool's keys hold, and whose 2nd-level entries it owns.
+std::span<const Mirel::TableType> poolTables(HwAclIndexAllocatorType pool) {
+    if (pool == hwAclIndexAllocRacl_)
+        return kRouterTables;
+    return kPortTables;
+}
+
+bool isRouterTable(Mirel::TableType t) {
+    return t == Mirel::ipv4RouterAcl_ || t == Mirel::ipv6RouterAcl_;
+}
+
+// The table type of an ACL the active root holds; an id set with no usable table type is a
+// broken root and stops the process.
+Mirel::TableType tableTypeOf(const Ovin::AclKey& acl, const Mirel::AclIdTypeSet& ids) {
+    const Mirel::TableType tableType = ids.tableType();
+    if (tableType == Mirel::invalid_)
+        VORN_ASSERT(!"Invalid tableType");
+    if (tableType > Mirel::macAcl_) {
+        FLINQ(th, kFast, "Unexpected acl " << acl);
+        VORN_ASSERT(false);
+    }
+    return tableType;
+}
+
+// "( HwAclIndexKey =  v4PAclIn=..., v6PAclIn=..., ..., macAclOut=... )"
+std::string keyFields(const HwAclIndexKey& key) {
+    std::ostringstream os;
+    os << "( HwAclIndexKey = ";
+    for (int i = 0; i < HwAclIndexKey::kFieldCount; ++i) {
+        const auto f = HwAclIndexKey::Field(i);
+        os << (i == 0 ? " " : ", ") << HwAclIndexKey::fieldName(f) << "=" << key.field(f);
+    }
+    os << " )";
+    return os.str();
+}
+
+}  // namespace
+
+// The four families differ only in what these traits name: the policy collection read, the
+// internal mapping, the table types put in the key (through the pool), the pool, the 1st-level
+// table written, the key-to-place set, the waiting set and the words of the traces.
+struct MappingSm::IntfFamily {
+    using Place = Zamu::IntfId;
+    using PolicyEntry = IntfAclKeySet;
+    using KeySet = HwAclIndexKeyToIntfSet;
+    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocPaclMacl_;
+    static constexpr const char* kProcess = "processIntf ";
+    static constexpr const char* kWord = "intf";
+    static constexpr const char* kDeleteWord = "intf";
+    static constexpr const char* kPlural = "intfs";
+    static constexpr const char* kSetName = "keyToIntfSet";
+    static constexpr const char* kInternalHas = "intfAclMappingHas( intfId )";
+    static constexpr const char* kNoSetHas = "!keyToIntfSetHas( key )";
+    static constexpr const char* kSetHas = "keyToIntfSetHas( hwAclIndexKey )";
+    static constexpr const char* kMemberHas = "intfSet->intfIdHas( intfId )";
+    static const auto& policy(const AclPolicyStatus& s) { return s.intfAclMapping(); }
+    static auto& internal(auto& sm) { return sm.intfAclMapping_; }
+    static auto& placeToKey(auto& sm) { return sm.intfToHwAclIndexKey_; }
+    static auto& keyToSet(auto& sm) { return sm.keyToIntfSet_; }
+    static auto& waiting(auto& sm) { return sm.intfWaitingForHwAclIndex_; }
+    static bool member(const KeySet& s, const Place& p) { return s.intfId(p); }
+    static void memberIs(KeySet& s, const Place& p) { s.intfIdIs(p); }
+    static void memberDel(KeySet& s, const Place& p) { s.intfIdDel(p); }
+    static size_t members(const KeySet& s) { return s.intfIds(); }
+    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
+        c.intfToHwAclIndexIs(p, i);
+    }
+    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
+        c.intfToHwAclIndexDel(p);
+    }
+};
+
+struct MappingSm::RoutedPortFamily {
+    using Place = Zamu::IntfId;
+    using PolicyEntry = IntfAclKeySet;
+    using KeySet = HwAclIndexKeyToIntfSet;
+    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
+    static constexpr const char* kProcess = "processRoutedPort ";
+    static constexpr const char* kWord = "routed port";
+    static constexpr const char* kDeleteWord = "shared routed port";
+    static constexpr const char* kPlural = "shared routed ports";
+    static constexpr const char* kSetName = "keyToRoutedPortSet";
+    static constexpr const char* kInternalHas = "routedPortSharedAclMappingHas( intfId )";
+    static constexpr const char* kNoSetHas = "!keyToRoutedPortSetHas( key )";
+    static constexpr const char* kSetHas = "keyToRoutedPortSetHas( hwAclIndexKey )";
+    static constexpr const char* kMemberHas = "routedPortSet->intfIdHas( intfId )";
+    static const auto& policy(const AclPolicyStatus& s) { return s.routedPortSharedAclMapping(); }
+    static auto& internal(auto& sm) { return sm.routedPortSharedAclMapping_; }
+    static auto& placeToKey(auto& sm) { return sm.routedPortToHwAclIndexKey_; }
+    static auto& keyToSet(auto& sm) { return sm.keyToRoutedPortSet_; }
+    static auto& waiting(auto& sm) { return sm.routedPortWaitingForHwAclIndex_; }
+    static bool member(const KeySet& s, const Place& p) { return s.intfId(p); }
+    static void memberIs(KeySet& s, const Place& p) { s.intfIdIs(p); }
+    static void memberDel(KeySet& s, const Place& p) { s.intfIdDel(p); }
+    static size_t members(const KeySet& s) { return s.intfIds(); }
+    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
+        c.routedPortToHwAclIndexIs(p, i);
+    }
+    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
+        c.routedPortToHwAclIndexDel(p);
+    }
+};
+
+struct MappingSm::VlanFamily {
+    using Place = Bridging::VlanId;
+    using PolicyEntry = VlanAclKeySet;
+    using KeySet = HwAclIndexKeyToVlanSet;
+    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
+    static constexpr const char* kProcess = "processVlan ";
+    static constexpr const char* kWord = "vlan";
+    static constexpr const char* kDeleteWord = "vlan";
+    static constexpr const char* kPlural = "vlans";
+    static constexpr const char* kSetName = "keyToVlanSet";
+    static constexpr const char* kInternalHas = "vlanAclMappingHas( vlanId )";
+    static constexpr const char* kNoSetHas = "!keyToVlanSetHas( key )";
+    static constexpr const char* kSetHas = "keyToVlanSetHas( hwAclIndexKey )";
+    static constexpr const char* kMemberHas = "vlanSet->vlanIdHas( vlanId )";
+    static const auto& policy(const AclPolicyStatus& s) { return s.vlanAclMapping(); }
+    static auto& internal(auto& sm) { return sm.vlanAclMapping_; }
+    static auto& placeToKey(auto& sm) { return sm.vlanToHwAclIndexKey_; }
+    static auto& keyToSet(auto& sm) { return sm.keyToVlanSet_; }
+    static auto& waiting(auto& sm) { return sm.vlanWaitingForHwAclIndex_; }
+    static bool member(const KeySet& s, const Place& p) { return s.vlanId(p); }
+    static void memberIs(KeySet& s, const Place& p) { s.vlanIdIs(p); }
+    static void memberDel(KeySet& s, const Place& p) { s.vlanIdDel(p); }
+    static size_t members(const KeySet& s) { return s.vlanIds(); }
+    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
+        c.vlanToHwAclIndexIs(p, i);
+    }
+    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
+        c.vlanToHwAclIndexDel(p);
+    }
+};
+
+struct MappingSm::SubIntfFamily {
+    using Place = Zamu::IntfId;
+    using PolicyEntry = IntfAclKeySet;
+    using KeySet = HwAclIndexKeyToSubIntfSet;
+    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
+    static constexpr const char* kProcess = "processSubIntf ";
+    static constexpr const char* kWord = "subintf";
+    static constexpr const char* kDeleteWord = "subintf";
+    static constexpr const char* kPlural = "subintfs";
+    static constexpr const char* kSetName = "keyToSubIntfSet";
+    static constexpr const char* kInternalHas = "subIntfAclMappingHas( subIntfId )";
+    static constexpr const char* kNoSetHas = "!keyToSubIntfSetHas( key )";
+    static constexpr const char* kSetHas = "keyToSubIntfSetHas( hwAclIndexKey )";
+    static constexpr const char* kMemberHas = "subIntfSet->subIntfIdHas( subIntfId )";
+    static const auto& policy(const AclPolicyStatus& s) { return s.subIntfAclMapping(); }
+    static auto& internal(auto& sm) { return sm.subIntfAclMapping_; }
+    static auto& placeToKey(auto& sm) { return sm.subIntfToHwAclIndexKey_; }
+    static auto& keyToSet(auto& sm) { return sm.keyToSubIntfSet_; }
+    static auto& waiting(auto& sm) { return sm.subIntfWaitingForHwAclIndex_; }
+    static bool member(const KeySet& s, const Place& p) { return s.subIntfId(p); }
+    static void memberIs(KeySet& s, const Place& p) { s.subIntfIdIs(p); }
+    static void memberDel(KeySet& s, const Place& p) { s.subIntfIdDel(p); }
+    static size_t members(const KeySet& s) { return s.subIntfIds(); }
+    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
+        c.subIntfToHwAclIndexIs(p, i);
+    }
+    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
+        c.subIntfToHwAclIndexDel(p);
+    }
+};
+
+// One per place of a policy collection: a change of the place's ACL set reviews the place.
+template <class F>
+class MappingSm::PlaceWatcher {
+  public:
+    template <class Entry>
+    PlaceWatcher(MappingSm* sm, const typename F::Place& place, const Vorn::Ptr<Entry>& entry)
+        : sub_(entry->aclKeyNotify([sm, place](const Ovin::AclKey&) {
+              sm->operation([&] { sm->lookUpAndProcess<F>(place); });
+          })) {}
+
+  private:
+    Vorn::Subscription sub_;
+};
+
+MappingSm::MappingSm(Mirel::ChipId chipId, const Vorn::Ptr<GlueStatus>& glueStatus,
+                     const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
+                     const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+                     const Vorn::Ptr<Mirel::ChipDataFlowConfig>& chipDataFlowConfig)
+    : Vorn::StateMachine(th),
+      chipId_(chipId),
+      glueStatus_(required(glueStatus, "glueStatus")),
+      aclPolicyStatus_(required(aclPolicyStatus, "aclPolicyStatus")),
+      chipHwCapability_(required(chipHwCapability, "chipHwCapability")),
+      chipDataFlowConfig_(required(chipDataFlowConfig, "chipDataFlowConfig")) {}
+
+void MappingSm::reinstantiate(
+    const Vorn::Ptr<GlueStatus>& glueStatus, const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
+    const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+    const Vorn::Ptr<Mirel::ChipDataFlowConfig>& chipDataFlowConfig) const {
+    requireSameReference("glueStatus", glueStatus_, glueStatus);
+    requireSameReference("aclPolicyStatus", aclPolicyStatus_, aclPolicyStatus);
+    requireSameReference("chipHwCapability", chipHwCapability_, chipHwCapability);
+    requireSameReference("chipDataFlowConfig", chipDataFlowConfig_, chipDataFlowConfig);
+}
+
+Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
+    const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
+    return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
+}
+
+// An ACL of the active root: its ids, and the hash it contributes to a key's hash.
+struct MappingSm::ActiveAcl {
+    const Mirel::AclIdTypeSet* ids;
+    uint32_t fieldHash;
+};
+
+// The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
+// own collection is ordered by key. Follows the root's collection while it is in use.
+class MappingSm::ActiveAcls {
+  public:
+    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root)
+        : root_(root) {
+        // The root configuration replaced or gone under its id: no longer the one to follow.
+        rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
+            if (rootId == root_->rootConfigId())
+                stale_ = true;
+        });
+        acls_.reserve(root->aclKeyToAclIdTypeSets());
+        for (const auto& [acl, ids] : root->aclKeyToAclIdTypeSet())
+            acls_.emplace(acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)});
+        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey& acl) {
+            if (const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root_->aclKeyToAclIdTypeSet(acl))
+                acls_[acl] = Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)};
+            else
+                acls_.erase(acl);
+        });
+    }
+    const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
+    bool stale() const { return stale_; }
+    using Acl = ActiveAcl;
+    const Acl* find(const Ovin::AclKey& acl) const {
+        auto it = acls_.find(acl);
+        return it == acls_.end() ? nullptr : &it->second;
+    }
+
+  private:
+    const Vorn::Ptr<Mirel::RootConfig> root_;
+    // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
+    // the equality test.
+    struct Hash {
+        size_t operator()(const Ovin::AclKey& k) const noexcept {
+            uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
+            for (char c : k.name)
+                h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
+            return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
+                        uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
+                           0x9e3779b97f4a7c15ULL;
+        }
+    };
+    // Hashed: only looked up.
+    std::unordered_map<Ovin::AclKey, Acl, Hash> acls_;
+    bool stale_ = false;
+    Vorn::Subscription sub_;
+    Vorn::Subscription rootSub_;
+};
+
+// A key with the id sets of its ACLs, field by field (null where a field is unused), so that
+// the 2nd-level entries need not look the ACLs up again.
+struct MappingSm::KeyIds {
+    HwAclIndexKey key;
+    std::array<const Mirel::AclIdTypeSet*, HwAclIndexKey::kFieldCount> ids{};
+};
+
+MappingSm::~MappingSm() = default;
+
+const MappingSm::ActiveAcls& MappingSm::activeAcls() const {
+    const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
+    if (activeAcls_ && rootId && *rootId == activeAcls_->root()->rootConfigId() &&
+        !activeAcls_->stale()) {
+        return *activeAcls_;
+    }
+    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
+    VORN_ASSERT(activeRootConfig);
+    activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig);
+    return *activeAcls_;
+}
+
+// ---- gates ----
+
+bool MappingSm::shouldUpdateInternalMapping() const {
+    const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
+    if (!rootId) {
+        FLINQ(th, 8, "    no active root");
+        return false;
+    }
+    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
+        glueStatus_->rootConfigColl()->rootConfig(*rootId);
+    if (!activeRootConfig) {
+        FLINQ(th, kFast, "rootId " << *rootId << " missing root config");
+        VORN_ASSERT(activeRootConfig);
+    }
+    if (activeRootConfig->aclKeyToAclIdTypeSet().empty()) {
+        FLINQ(th, 8, "    no active acls");
+        return false;
+    }
+    return true;
+}
+
+template <class F>
+bool MappingSm::gate(const typename F::Place& place, const typename F::PolicyEntry* entry) const {
+    if (!shouldUpdateInternalMapping())
+        return false;
+    if constexpr (std::is_same_v<F, VlanFamily> || std::is_same_v<F, SubIntfFamily>) {
+        // Something to remove, or an ACL of the place that the active root holds.
+        if (F::internal(*this).contains(place) || F::placeToKey(*this).contains(place) ||
+            F::waiting(*this).contains(place)) {
+            return true;
+        }
+        const ActiveAcls& active = activeAcls();
+        if (entry) {
+            for (const Ovin::AclKey& acl : entry->aclKey()) {
+                if (active.find(acl))
+                    return true;
+            }
+        }
+        FLINQ(th, 8, "    no racls on " << F::kWord << " in active config, ignore");
+        return false;
+    }
+    return true;
+}
+
+bool MappingSm::shouldUpdateInternalVlanMapping(Bridging::VlanId vlanId) const {
+    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr());
+}
+
+bool MappingSm::shouldUpdateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) const {
+    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr());
+}
+
+// ---- one place ----
+
+template <class Fn>
+void MappingSm::operation(Fn&& fn) {
+    ++operationDepth_;
+    fn();
+    if (--operationDepth_ == 0)
+        reviewWaitingPlaces();
+}
+
+template <class F>
+void MappingSm::lookUpAndProcess(const typename F::Place& place) {
+    const auto entry = F::policy(*aclPolicyStatus_).find(place);
+    process<F>(place, entry.ptr());
+}
+
+template <class F>
+void MappingSm::process(const typename F::Place& place, const typename F::PolicyEntry* entry) {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "Chip-" << chipId_ << " " << F::kProcess << place);
+    if constexpr (std::is_same_v<F, SubIntfFamily>) {
+        VORN_ASSERT_MSG(Zamu::SubIntfId::isSubIntfId(place),
+                        "Zamu::SubIntfId::isSubIntfId( subIntfId )");
+    }
+    if (!gate<F>(place, entry))
+        return;
+    // The key is worked out on the way, from the ACLs just looked up.
+    KeyIds keyIds;
+    const bool mapped = updateInternalMapping<F>(place, entry, &keyIds);
+    maybeUpdatePdMapping<F>(place, mapped ? &keyIds : nullptr);
+}
+
+template <class F>
+bool MappingSm::updateInternalMapping(const typename F::Place& place,
+                                      const typename F::PolicyEntry* entry, KeyIds* keyIds) {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "    remove " << place << " from internal " << F::kWord << " mapping");
+    F::internal(*this).del(place);
+    if (!entry)
+        return false;
+    FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
+    const ActiveAcls& activeAcls = this->activeAcls();
+    AclKeySet acls;
+    for (const Ovin::AclKey& acl : entry->aclKey()) {
+        const ActiveAcl* active = activeAcls.find(acl);
+        if (!active) {
+            FLINQ(th, 8, "      excluding " << acl);
+            continue;
+        }
+        tableTypeOf(acl, *active->ids);
+        FLINQ(th, 8, "      adding " << acl);
+        acls.insert(acls.end(), acl);
+        if (keyIds)
+            addToKey<F>(*keyIds, acl, *active);
+    }
+    if (acls.empty()) {
+        FLINQ(th, 8, "    no active acls found");
+        return false;
+    }
+    F::internal(*this).is(place, std::move(acls));
+    return true;
+}
+
+template <class F>
+void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active) {
+    const Mirel::TableType tableType = tableTypeOf(acl, *active.ids);
+    if (isRouterTable(tableType) != (F::kPool == hwAclIndexAllocRacl_))
+        return;  // another family's kind
+    const int field = HwAclIndexKey::fieldOf(tableType, acl.direction);
+    if (field == HwAclIndexKey::kFieldCount) {
+        FLINQ(th, kFast, "Unexpected acl " << acl);
+        VORN_ASSERT(false);
+    }
+    // A later ACL of the same kind and direction overwrites an earlier one.
+    keyIds.key.fieldIs(HwAclIndexKey::Field(field), acl, active.fieldHash);
+    keyIds.ids[field] = active.ids;
+}
+
+template <class F>
+MappingSm::KeyIds MappingSm::hwAclIndexKeyIds(const typename F::Place& place) const {
+    VORN_ASSERT(initialized());
+    const AclKeySet* acls = F::internal(*this).find(place);
+    VORN_ASSERT_MSG(acls, F::kInternalHas);
+    const ActiveAcls& active = activeAcls();
+    KeyIds out;
+    for (const Ovin::AclKey& acl : *acls) {
+        const ActiveAcl* found = active.find(acl);
+        if (!found) {
+            FLINQ(th, kFast, "Unexpected acl " << acl);
+            VORN_ASSERT(false);
+        }
+        addToKey<F>(out, acl, *found);
+    }
+    FLINQ(th, 8, keyFields(out.key));
+    return out;
+}
+
+template <class F>
+HwAclIndexKey MappingSm::hwAclIndexKey(const typename F::Place& place) const {
+    return hwAclIndexKeyIds<F>(place).key;
+}
+
+template <class F>
+std::optional<Mirel::HwAclIndex> MappingSm::hwAclIndex(const typename F::Place& place,
+                                                       const HwAclIndexKey& key, bool* reused) {
+    VORN_ASSERT(initialized());
+    if (!key)
+        return std::nullopt;
+    // A place of this family with the key already: its set's copy of the key is the one every
+    // place of the key shares (and compares cheaply with the index map's).
+    auto set = F::keyToSet(*this).find(key);
+    Mirel::HwAclIndex index;
+    if (const Mirel::HwAclIndex* held = keyToHwAclIndex(set ? set->key() : key)) {
+        index = *held;
+        if (reused)
+            *reused = true;
+        FLINQ(th, 8, "      reusing hw acl index " << index);
+    } else {
+        FLINQ(th, 8, "      allocate a new hw acl index for " << key);
+        if (set) {
+            FLINQ(th, kFast, "Unexpected key to " << F::kWord << " set mapping for " << key);
+            VORN_ASSERT_MSG(false, F::kNoSetHas);
+        }
+        const Vorn::Ptr<HwAclIndexAllocator> alloc = hwAclIndexAllocator(F::kPool);
+        VORN_ASSERT_MSG(alloc && alloc->numAllocator(), kAllocIsMember[F::kPool]);
+        const std::optional<uint32_t> number = alloc->numAllocator()->getNumber();
+        if (!number) {
+            // Mapped on a later review, once a number of the pool is free again.
+            FLINQ(th, 8, "      range exhausted, cannot allocate hw acl index");
+            F::waiting(*this).is(place);
+            return std::nullopt;
+        }
+        FLINQ(th, 8, "        hw acl index " << *number);
+        index = Mirel::HwAclIndex(*number);
+        keyToHwAclIndexIs(key, index);
+    }
+    if (!set)
+        set = F::keyToSet(*this).is(key);
+    F::memberIs(*set, place);
+    F::placeToKey(*this).is(place, set->key());
+    FLINQ(
+        th, 8,
+        "      associating " << F::kWord << " " << place << " with " << key << ", index " << index);
+    return index;
+}
+
+template <class F>
+void MappingSm::maybeUpdatePdMapping(const typename F::Place& place, const KeyIds* known) {
+    VORN_ASSERT(initialized());
+    F::waiting(*this).del(place);  // decided again below
+    if (!F::internal(*this).contains(place)) {
+        FLINQ(th, 8, "    " << F::kWord << " " << place << " removed, delete pd mapping");
+        deletePdMapping<F>(place);
+        return;
+    }
+    std::optional<KeyIds> computed;
+    if (known)
+        FLINQ(th, 8, keyFields(known->key));
+    else
+        computed = hwAclIndexKeyIds<F>(place);
+    const KeyIds& keyIds = known ? *known : *computed;
+    const HwAclIndexKey& key = keyIds.key;
+    FLINQ(th, 8, "    hw acl index key " << key);
+    if (const HwAclIndexKey* old = F::placeToKey(*this).find(place)) {
+        if (*old == key) {
+            FLINQ(th, 8, "      no change in hw acl index key, ignore update");
+            return;
+        }
+        FLINQ(th, 8, "      updating key " << *old << " -> " << key);
+        deletePdMapping<F>(place);
+    } else {
+        FLINQ(th, 8, "      no existing pd mappings associated with this key");
+    }
+    if (!key) {
+        FLINQ(th, 8, "      empty hw acl index key, no pd mapping");
+        return;
+    }
+    FLINQ(th, 8, "    create new pd mapping for " << F::kWord << " " << place);
+    bool reused = false;
+    const std::optional<Mirel::HwAclIndex> index = hwAclIndex<F>(place, key, &reused);
+    if (!index)
+        return;
+    FLINQ(th, 8,
+          "      add 1st-level mapping for " << F::kWord << " " << place << ", hw acl index "
+                                             << *index);
+    F::firstLevelIs(*chipDataFlowConfig_, place, *index);
+    addSecondLevelMappings(*index, keyIds, reused);
+}
+
+void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds,
+                                       bool present) {
+    for (const Mirel::AclIdTypeSet* ids : keyIds.ids) {
+        if (!ids)
+            continue;
+        for (const auto& [protocolType, aclId] : ids->aclIdType()) {
+            if (!present) {
+                addChipRuleListKeyToIdMapping(hwAclIndex, aclId, protocolType);
+                continue;
+            }
+            // A reused index has these entries already (they go only with the index), so
+            // writing them again would change nothing: they are only traced.
+            FLINQ(th, 8,
+                  "      add 2nd-level intf mapping for chip-rulelist-id key "
+                      << Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
+                                                  aclId.direction())
+                      << ", id " << aclId);
+        }
+    }
+}
+
+template <class F>
+void MappingSm::deletePdMapping(const typename F::Place& place) {
+    VORN_ASSERT(initialized());
+    FLINQ(th, 8, "      delete pd mappings for " << F::kDeleteWord << " " << place);
+    F::waiting(*this).del(place);
+    const HwAclIndexKey* held = F::placeToKey(*this).find(place);
+    if (!held) {
+        FLINQ(th, 8, "      no pd mappings were created for " << place << ", ignore");
+        return;
+    }
+    const HwAclIndexKey hwAclIndexKey = *held;
+    const Mirel::HwAclIndex* index = keyToHwAclIndex(hwAclIndexKey);
+    if (!index) {
+        FLINQ(th, kFast, "Missing keyTohwAclIndex mapping for " << hwAclIndexKey);
+        VORN_ASSERT_MSG(false, "keyToHwAclIndexHas( hwAclIndexKey )");
+    }
+    const Mirel::HwAclIndex hwAclIndex = *index;
+    const auto set = F::keyToSet(*this).find(hwAclIndexKey);
+    if (!set) {
+        FLINQ(th, kFast, "Missing " << F::kSetName << " mapping for " << hwAclIndexKey);
+        VORN_ASSERT_MSG(false, F::kSetHas);
+    }
+    F::placeToKey(*this).del(place);
+    F::firstLevelDel(*chipDataFlowConfig_, place);
+    FLINQ(th, 8,
+          "      delete 1st-level mapping for " << F::kDeleteWord << " " << place
+                                                << ", hw acl index " << hwAclIndex);
+    if (!F::member(*set, place)) {
+        FLINQ(th, kFast,
+              hwAclIndexKey << " already associated with " << place << " but missing " << F::kWord
+                            << " to key mapping");
+        VORN_ASSERT_MSG(false, F::kMemberHas);
+    }
+    F::memberDel(*set, place);
+    if (F::members(*set) == 0) {
+        FLINQ(th, 8,
+              "      no other " << F::kPlural << " associated with " << hwAclIndexKey
+                                << ", release hw acl index " << hwAclIndex);
+        F::keyToSet(*this).del(hwAclIndexKey);
+        maybeDeleteHwAclIndexMappings(hwAclIndexKey, F::kPool);
+    }
+}
+
+// ---- indexes ----
+
+void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey,
+                                              HwAclIndexAllocatorType type) {
+    VORN_ASSERT(initialized());
+    const Mirel::HwAclIndex* index = keyToHwAclIndex(hwAclIndexKey);
+    VORN_ASSERT_MSG(index, "keyToHwAclIndexHas( hwAclIndexKey )");
+    if (type == hwAclIndexAllocRacl_) {
+        // Routed ports, VLANs and sub-interfaces with the same router ACLs share the index.
+        if (keyToRoutedPortSet().contains(hwAclIndexKey) ||
+            keyToVlanSet().contains(hwAclIndexKey) || keyToSubIntfSet().contains(hwAclIndexKey)) {
+            return;
+        }
+    } else if (type != hwAclIndexAllocPaclMacl_) {
+        return;
+    }
+    const Mirel::HwAclIndex hwAclIndex = *index;
+    keyToHwAclIndexDel(hwAclIndexKey);
+    const Vorn::Ptr<HwAclIndexAllocator> alloc = hwAclIndexAllocator(type);
+    VORN_ASSERT_MSG(alloc && alloc->numAllocator(), "allocIter.isMemberOf( type )");
+    VORN_ASSERT(alloc->numAllocator()->isAllocated(hwAclIndex.value()));
+    alloc->numAllocator()->releaseNumber(hwAclIndex.value());
+    released_[type] = true;
+    FLINQ(th, 8,
+          "      deleting all 2nd-level mapping with hw acl index " << hwAclIndex << " from pool "
+                                                                    << type);
+    // Only this pool's table types: the other pool may use the same number.
+    for (Mirel::ProtocolType protocolType : kProtocols) {
+        for (Mirel::TableType tableType : poolTables(type)) {
+            for (Acl::AclDirection direction : kDirections) {
+                const Mirel::ChipRuleListIdKey k(hwAclIndex, tableType, protocolType, direction);
+                const Mirel::AclId* id = chipDataFlowConfig_->chipRuleListKeyToId(k);
+                if (!id)
+                    continue;
+                FLINQ(th, 8,
+                      "        delete 2nd-level mapping for hw acl index "
+                          << hwAclIndex << " of type " << tableType << " chip-rulelist-id key " << k
+                          << ", id " << *id);
+                chipDataFlowConfig_->chipRuleListKeyToIdDel(k);
+            }
+        }
+    }
+}
+
+void MappingSm::addChipRuleListKeyToIdMapping(Mirel::HwAclIndex hwAclIndex,
+                                              const Mirel::AclId& aclId,
+                                              Mirel::ProtocolType protocolType) {
+    VORN_ASSERT(initialized());
+    const Mirel::ChipRuleListIdKey k(hwAclIndex, aclId.tableType(), protocolType,
+                                     aclId.direction());
+    chipDataFlowConfig_->chipRuleListKeyToIdIs(k, aclId);
+    FLINQ(th, 8,
+          "      add 2nd-level intf mapping for chip-rulelist-id key " << k << ", id " << aclId);
+}
+
+void MappingSm::instantiateHwAclIndexAllocators() {
+    VORN_ASSERT(initialized());
+    for (int t = 0; t < kHwAclIndexAllocatorTypeCount; ++t) {
+        const auto type = HwAclIndexAllocatorType(t);
+        const Vorn::Ptr<HwAclIndexAllocator> alloc = hwAclIndexAllocatorIs(type);
+        const uint32_t hwAclIndexMax = chipHwCapability_->hwAclIndexMax();
+        VORN_ASSERT(65535 >= hwAclIndexMax);
+        alloc->configIs(Brix::Range(0, hwAclIndexMax));
+        alloc->statusIs();
+        const uint32_t reserved = chipHwCapability_->hwAclIndexReserved();
+        alloc->numAllocatorIs()->reserveNumber(reserved);
+        FLINQ(th, 8,
+              "    instantiated allocator " << type << ": max: " << hwAclIndexMax
+                                            << " reservedNumber: " << reserved);
+    }
+}
+
+// ---- waiting places ----
+
+template <class F>
+void MappingSm::reviewWaiting() {
+    Brix::NumAllocator* numbers = hwAclIndexAllocator(F::kPool)->numAllocator();
+    for (const typename F::Place& place : F::waiting(*this).keys()) {
+        if (!F::waiting(*this).contains(place))
+            continue;
+        // A place gets an index if its key has one by now, or a number is free.
+        if (F::internal(*this).contains(place) && numbers->freeCount() == 0 &&
+            !keyToHwAclIndex(hwAclIndexKey<F>(place))) {
+            continue;
+        }
+        maybeUpdatePdMapping<F>(place);
+    }
+}
+
+void MappingSm::reviewWaitingPlaces() {
+    ++operationDepth_;
+    if (std::exchange(released_[hwAclIndexAllocPaclMacl_], false))
+        reviewWaiting<IntfFamily>();
+    if (std::exchange(released_[hwAclIndexAllocRacl_], false)) {
+        reviewWaiting<RoutedPortFamily>();
+        reviewWaiting<VlanFamily>();
+        reviewWaiting<SubIntfFamily>();
+    }
+    --operationDepth_;
+}
+
+// ---- life cycle ----
+
+template <class F>
+void MappingSm::processAll() {
+    // A review never writes the policy status, so its collection can be walked as it is.
+    for (const auto& [place, entry] : F::policy(*aclPolicyStatus_))
+        process<F>(place, entry.ptr());
+}
+
+void MappingSm::rebuild() {
+    // The active root's ACLs are gathered first, before the old state goes.
+    if (activeRootConfig())
+        activeAcls();
+    intfAclMappingDelAll();
+    routedPortSharedAclMappingDelAll();
+    vlanAclMappingDelAll();
+    subIntfAclMappingDelAll();
+    keyToHwAclIndexDelAll();
+    intfToHwAclIndexKeyDelAll();
+    routedPortToHwAclIndexKeyDelAll();
+    vlanToHwAclIndexKeyDelAll();
+    subIntfToHwAclIndexKeyDelAll();
+    keyToIntfSetDelAll();
+    keyToRoutedPortSetDelAll();
+    keyToVlanSetDelAll();
+    keyToSubIntfSetDelAll();
+    intfWaitingForHwAclIndexDelAll();
+    routedPortWaitingForHwAclIndexDelAll();
+    vlanWaitingForHwAclIndexDelAll();
+    subIntfWaitingForHwAclIndexDelAll();
+    released_ = {};
+    hwAclIndexAllocatorDelAll();
+    instantiateHwAclIndexAllocators();
+    chipDataFlowConfig_->mappingsDelAll();
+    processAll<IntfFamily>();
+    processAll<RoutedPortFamily>();
+    processAll<VlanFamily>();
+    processAll<SubIntfFamily>();
+}
+
+template <class Field, class F>
+std::unique_ptr<MappingSm::PolicyWatchers<Field, F>> MappingSm::watchPolicy() {
+    using Watchers = PolicyWatchers<Field, F>;
+    using Entry = typename Field::mapped_type;
+    // A place is reviewed when it appears and once more when it goes, so that its removal
+    // runs; in between its watcher reviews it on every change of its ACL set.
+    auto review = [this](const typename F::Place& place, PlaceWatcher<F>&,
+                         const Vorn::Ptr<Entry>&) {
+        operation([&] { lookUpAndProcess<F>(place); });
+    };
+    return std::make_unique<Watchers>(
+        F::policy(*aclPolicyStatus_),
+        typename Watchers::Hooks{
+            .make =
+                [this](const typename F::Place& place, const Vorn::Ptr<Entry>& entry) {
+                    return std::make_unique<PlaceWatcher<F>>(this, place, entry);
+                },
+            .added = review,
+            .gone = review});
+}
+
+void MappingSm::handleInitialized() {
+    VORN_ASSERT(glueStatus());
+    VORN_ASSERT(aclPolicyStatus());
+    VORN_ASSERT(chipHwCapability());
+    VORN_ASSERT(chipDataFlowConfig());
+    if (chipId() != aclPolicyStatus()->chipId())
+        FLINQ(th, kFast, chipId() << " != " << aclPolicyStatus()->chipId());
+    VORN_ASSERT(chipId() == aclPolicyStatus()->chipId());
+    if (chipId() != chipDataFlowConfig()->chipId())
+        FLINQ(th, kFast, chipId() << " != " << chipDataFlowConfig()->chipId());
+    VORN_ASSERT(chipId() == chipDataFlowConfig()->chipId());
+    if (chipId() != chipHwCapability()->chipId())
+        FLINQ(th, kFast, chipId() << " != " << chipHwCapability()->chipId());
+    VORN_ASSERT(chipId() == chipHwCapability()->chipId());
+    FLINQ(th, 8, "handleInitialized Chip-" << chipId_);
+    StateMachine::handleInitialized();
+    // The places present now are processed by the rebuild, in family order; the watchers
+    // only follow them from here on.
+    policyIntfAcl_ = watchPolicy<IntfPolicyField, IntfFamily>();
+    policyRoutedPortAcl_ = watchPolicy<IntfPolicyField, RoutedPortFamily>();
+    policyVlanAcl_ = watchPolicy<VlanPolicyField, VlanFamily>();
+    policySubIntfAcl_ = watchPolicy<IntfPolicyField, SubIntfFamily>();
+    activeRootSmIdSub_ = glueStatus_->activeRootSmIdNotify(
+        [this](const Mirel::ChipId& chipId) { handleActiveRootSmId(chipId); });
+    operation([this] { rebuild(); });
+}
+
+void MappingSm::handleDelete() {
+    activeAcls_.reset();
+    activeRootSmIdSub_.reset();
+    policySubIntfAcl_.reset();
+    policyVlanAcl_.reset();
+    policyRoutedPortAcl_.reset();
+    policyIntfAcl_.reset();
+    StateMachine::handleDelete();
+}
+
+void MappingSm::handleActiveRootSmId(Mirel::ChipId chipId) {
+    if (!initialized() || chipId != chipId_)
+        return;
+    FLINQ(th, 8, "handleActiveRootSmId Chip-" << chipId);
+    FLINQ(th, 2, "  new active root, re-compute");
+    operation([this] { rebuild(); });
+    // Deliberate pulse: the mapping loader watches globalAclControl, and a 1 tells it that a
+    // full re-computation has been written; it goes back to 0 at once.
+    chipDataFlowConfig_->globalAclControlIs(Mirel::globalAclControlRewrite_);
+    chipDataFlowConfig_->globalAclControlIs(Mirel::globalAclControlStable_);
+}
+
+// ---- the public entry points per family ----
+
+void MappingSm::processIntf(const Zamu::IntfId& intfId) {
+    operation([&] { lookUpAndProcess<IntfFamily>(intfId); });
+}
+void MappingSm::processRoutedPort(const Zamu::IntfId& intfId) {
+    operation([&] { lookUpAndProcess<RoutedPortFamily>(intfId); });
+}
+void MappingSm::processVlan(Bridging::VlanId vlanId) {
+    operation([&] { lookUpAndProcess<VlanFamily>(vlanId); });
+}
+void MappingSm::processSubIntf(const Zamu::IntfId& subIntfId) {
+    operation([&] { lookUpAndProcess<SubIntfFamily>(subIntfId); });
+}
+
+void MappingSm::updateInternalIntfMapping(const Zamu::IntfId& intfId) {
+    updateInternalMapping<IntfFamily>(intfId,
+                                      IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
+}
+void MappingSm::updateInternalRoutedPortMapping(const Zamu::IntfId& intfId) {
+    updateInternalMapping<RoutedPortFamily>(
+        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
+}
+void MappingSm::updateInternalVlanMapping(Bridging::VlanId vlanId) {
+    updateInternalMapping<VlanFamily>(vlanId,
+                                      VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr());
+}
+void MappingSm::updateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) {
+    updateInternalMapping<SubIntfFamily>(
+        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr());
+}
+
+HwAclIndexKey MappingSm::getIntfHwAclIndexKey(const Zamu::IntfId& intfId) const {
+    return hwAclIndexKey<IntfFamily>(intfId);
+}
+HwAclIndexKey MappingSm::getRoutedPortHwAclIndexKey(const Zamu::IntfId& intfId) const {
+    return hwAclIndexKey<RoutedPortFamily>(intfId);
+}
+HwAclIndexKey MappingSm::getVlanHwAclIndexKey(Bridging::VlanId vlanId) const {
+    return hwAclIndexKey<VlanFamily>(vlanId);
+}
+HwAclIndexKey MappingSm::getSubIntfHwAclIndexKey(const Zamu::IntfId& subIntfId) const {
+    return hwAclIndexKey<SubIntfFamily>(subIntfId);
+}
+
+std::optional<Mirel::HwAclIndex> MappingSm::getIntfHwAclIndex(const Zamu::IntfId& intfId) {
+    return hwAclIndex<IntfFamily>(intfId, hwAclIndexKey<IntfFamily>(intfId));
+}
+std::optional<Mirel::HwAclIndex> MappingSm::getRoutedPortHwAclIndex(const Zamu::IntfId& intfId) {
+    return hwAclIndex<RoutedPortFamily>(intfId, hwAclIndexKey<RoutedPortFamily>(intfId));
+}
+std::optional<Mirel::HwAclIndex> MappingSm::getVlanHwAclIndex(Bridging::VlanId vlanId) {
+    return hwAclIndex<VlanFamily>(vlanId, hwAclIndexKey<VlanFamily>(vlanId));
+}
+std::optional<Mirel::HwAclIndex> MappingSm::getSubIntfHwAclIndex(const Zamu::IntfId& subIntfId) {
+    return hwAclIndex<SubIntfFamily>(subIntfId, hwAclIndexKey<SubIntfFamily>(subIntfId));
+}
+
+void MappingSm::maybeUpdateIntfPdMapping(const Zamu::IntfId& intfId) {
+    maybeUpdatePdMapping<IntfFamily>(intfId);
+}
+void MappingSm::maybeUpdateRoutedPortPdMapping(const Zamu::IntfId& intfId) {
+    maybeUpdatePdMapping<RoutedPortFamily>(intfId);
+}
+void MappingSm::maybeUpdateVlanPdMapping(Bridging::VlanId vlanId) {
+    maybeUpdatePdMapping<VlanFamily>(vlanId);
+}
+void MappingSm::maybeUpdateSubIntfPdMapping(const Zamu::IntfId& subIntfId) {
+    maybeUpdatePdMapping<SubIntfFamily>(subIntfId);
+}
+
+void MappingSm::deleteIntfPdMapping(const Zamu::IntfId& intfId) {
+    deletePdMapping<IntfFamily>(intfId);
+}
+void MappingSm::deleteRoutedPortPdMapping(const Zamu::IntfId& intfId) {
+    deletePdMapping<RoutedPortFamily>(intfId);
+}
+void MappingSm::deleteVlanPdMapping(Bridging::VlanId vlanId) {
+    deletePdMapping<VlanFamily>(vlanId);
+}
+void MappingSm::deleteSubIntfPdMapping(const Zamu::IntfId& subIntfId) {
+    deletePdMapping<SubIntfFamily>(subIntfId);
+}
+
+Vorn::Ptr<MappingSm> mappingSmFactory(
+    Mirel::ChipId chipId, const Vorn::Ptr<GlueStatus>& glueStatus,
+    const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
+    const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
+    const Vorn::Ptr<Mirel::ChipDataFlowConfig>& chipDataFlowConfig) {
+    return Vorn::make<MappingSm>(chipId, glueStatus, aclPolicyStatus, chipHwCapability,
+                                 chipDataFlowConfig);
+}
+
+Vorn::Ptr<MappingSmColl> mappingSmCollFactory() {
+    return Vorn::make<MappingSmColl>();
+}
+
+}  // namespace OvinMirel

@@ -1,0 +1,614 @@
+// The PD mapping machine against a real glue status, policy status and data-flow
+// configuration: sharing and releasing indexes in both pools, key changes, exhaustion, the
+// gates, the rebuild on a new active root, and the fatal inconsistencies. The mapping checker
+// runs after every step.
+
+#include "ovinmirel/chip/OvinMirelMappingSm.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ovinmirel/chip/OvinMirelMappingCheck.h"
+#include "ovinmirel/chip/OvinMirelMappingSmTestWorld.h"
+#include "platform/flinq/Flinq.h"
+#include "tests/TestSupport.h"
+
+namespace OvinMirel {
+namespace {
+
+using namespace MappingTest;
+using Strings = std::vector<std::string>;
+
+const IntfId kEth1("Ethernet1"), kEth2("Ethernet2"), kEth3("Ethernet3"), kEth4("Ethernet4");
+const IntfId kSub1("Ethernet5.1"), kSub2("Ethernet5.2");
+
+const Ovin::AclKey kP4 = pacl("p4"), kP4Out = pacl("p4out", Acl::aclDirectionOut);
+const Ovin::AclKey kP6 = pacl("p6", Acl::aclDirectionIn, Acl::aclTypeIpv6);
+const Ovin::AclKey kMac = macl("mac"), kMacOut = macl("macout", Acl::aclDirectionOut);
+const Ovin::AclKey kR4 = racl("r4"), kR4Out = racl("r4out", 1, Acl::aclDirectionOut);
+const Ovin::AclKey kR6 = racl("r6", 1, Acl::aclDirectionIn, Acl::aclTypeIpv6);
+const Ovin::AclKey kR4b = racl("r4b", 2);
+const std::vector<Ovin::AclKey> kAllAcls = {kP4, kP4Out, kP6, kMac, kMacOut,
+                                            kR4, kR4Out, kR6, kR4b};
+
+// A world whose machine is checked after every step.
+std::unique_ptr<World> checkedWorld(uint32_t hwAclIndexMax = 100, uint32_t reserved = 0) {
+    auto w = std::make_unique<World>(hwAclIndexMax, reserved);
+    World* raw = w.get();
+    raw->afterStep = [raw] { EXPECT_EQ(checkMappingConsistency(*raw->sm), std::nullopt); };
+    return w;
+}
+
+// Started with root 0 holding every ACL above active.
+std::unique_ptr<World> runningWorld(uint32_t hwAclIndexMax = 100, uint32_t reserved = 0) {
+    auto w = checkedWorld(hwAclIndexMax, reserved);
+    w->rootIs(0, kAllAcls);
+    w->activate(0);
+    w->start();
+    return w;
+}
+
+// One place of any family: how to give it ACLs and how to read its index back.
+struct Place {
+    std::string name;
+    std::function<void(World&, const AclKeySet&)> set;
+    std::function<std::optional<int>(const World&)> index;
+};
+Place intfPlace(const IntfId& i) {
+    return {"intf " + i.name(), [i](World& w, const AclKeySet& a) { w.intf(i, a); },
+            [i](const World& w) { return w.intfIndex(i); }};
+}
+Place routedPortPlace(const IntfId& i) {
+    return {"routed port " + i.name(), [i](World& w, const AclKeySet& a) { w.routedPort(i, a); },
+            [i](const World& w) { return w.routedPortIndex(i); }};
+}
+Place vlanPlace(int v) {
+    return {"vlan " + std::to_string(v), [v](World& w, const AclKeySet& a) { w.vlan(v, a); },
+            [v](const World& w) { return w.vlanIndex(v); }};
+}
+Place subIntfPlace(const IntfId& i) {
+    return {"subintf " + i.name(), [i](World& w, const AclKeySet& a) { w.subIntf(i, a); },
+            [i](const World& w) { return w.subIntfIndex(i); }};
+}
+
+TEST(MappingSm, PlacesWithOneKeyShareAnIndexFreedByTheLastOfThePool) {
+    struct Case {
+        const char* name;
+        std::vector<Place> places;  // all given the same ACLs, then emptied in this order
+        AclKeySet acls;
+        HwAclIndexAllocatorType pool;
+    };
+    const Case cases[] = {
+        {"two interfaces",
+         {intfPlace(kEth1), intfPlace(kEth2)},
+         {kP4, kP6, kMac, kP4Out, kMacOut},
+         hwAclIndexAllocPaclMacl_},
+        {"routed port, VLAN and sub-interface",
+         {routedPortPlace(kEth3), vlanPlace(10), subIntfPlace(kSub1)},
+         {kR4, kR6, kR4Out},
+         hwAclIndexAllocRacl_},
+        {"the same, emptied the other way round",
+         {subIntfPlace(kSub1), vlanPlace(10), routedPortPlace(kEth3)},
+         {kR4, kR6, kR4Out},
+         hwAclIndexAllocRacl_},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto w = runningWorld();
+        for (const Place& p : c.places)
+            p.set(*w, c.acls);
+        const std::optional<int> index = c.places.front().index(*w);
+        ASSERT_EQ(index, 1);
+        for (const Place& p : c.places)
+            EXPECT_EQ(p.index(*w), index) << p.name;
+        const Strings secondLevel = w->secondLevel(*index);
+        EXPECT_EQ(secondLevel.size(), c.acls.size());
+        EXPECT_EQ(w->numbersInUse(c.pool), (std::vector<uint32_t>{0, 1}));
+        for (size_t i = 0; i < c.places.size(); ++i) {
+            SCOPED_TRACE(c.places[i].name + " emptied");
+            c.places[i].set(*w, {});
+            EXPECT_EQ(c.places[i].index(*w), std::nullopt);
+            const bool last = i + 1 == c.places.size();
+            if (!last) {
+                EXPECT_EQ(c.places.back().index(*w), index);
+                EXPECT_EQ(w->secondLevel(*index), secondLevel);
+            }
+            const std::vector<uint32_t> inUse =
+                last ? std::vector<uint32_t>{0} : std::vector<uint32_t>{0, 1};
+            EXPECT_EQ(w->numbersInUse(c.pool), inUse);
+        }
+        EXPECT_EQ(w->secondLevel(*index), Strings{});
+        EXPECT_EQ(w->sm->keyToHwAclIndexs(), 0u);
+    }
+}
+
+TEST(MappingSm, AKeyChangeFreesTheOldIndexBeforeTheNewIsWritten) {
+    auto w = runningWorld();
+    w->intf(kEth1, {kP4});
+    w->intf(kEth2, {kP6});
+    ASSERT_EQ(w->intfIndex(kEth1), 1);
+    ASSERT_EQ(w->intfIndex(kEth2), 2);
+    Strings events;
+    auto s1 = w->dataFlow->intfToHwAclIndexNotify([&](const IntfId& i) {
+        const Mirel::HwAclIndex* index = w->dataFlow->intfToHwAclIndex(i);
+        events.push_back(i.name() + (index ? "=" + std::to_string(index->value()) : " gone"));
+    });
+    auto s2 = w->dataFlow->chipRuleListKeyToIdNotify([&](const Mirel::ChipRuleListIdKey& k) {
+        const bool present = w->dataFlow->chipRuleListKeyToId(k) != nullptr;
+        events.push_back(std::string(present ? "add " : "del ") +
+                         std::to_string(k.hwAclIndex().value()) + "/" +
+                         std::to_string(int(k.tableType())));
+    });
+    Flinq::Capture capture;
+    w->intf(kEth1, {kP4, kMac});
+    // Ethernet1 was the last user of index 1: it goes with its entries, and is handed out again.
+    EXPECT_EQ(events, (Strings{"Ethernet1 gone", "del 1/1", "Ethernet1=1", "add 1/1", "add 1/5"}));
+    EXPECT_TRUE(capture.hasSubstring("      updating key "));
+    EXPECT_TRUE(
+        capture.has("      deleting all 2nd-level mapping with hw acl index 1 from pool "
+                    "hwAclIndexAllocPaclMacl"));
+    EXPECT_EQ(w->intfIndex(kEth2), 2);
+
+    // With another user left, the old index stays as it is and the place moves to a new one.
+    w->intf(kEth3, {kP4, kMac});
+    events.clear();
+    w->intf(kEth1, {kP4});
+    EXPECT_EQ(events, (Strings{"Ethernet1 gone", "Ethernet1=3", "add 3/1"}));
+    EXPECT_EQ(w->intfIndex(kEth3), 1);
+    EXPECT_EQ(w->secondLevel(1).size(), 2u);
+}
+
+TEST(MappingSm, TheReservedIndexIsNeverHandedOut) {
+    struct Case {
+        uint32_t max;
+        uint32_t reserved;
+        std::vector<std::optional<int>> indexes;  // of Ethernet1.. with distinct keys
+    };
+    const Case cases[] =
+        {
+            {1, 0, {1, std::nullopt}},       {1, 1, {0, std::nullopt}},
+            {2, 1, {0, 2, std::nullopt}},    {0, 0, {std::nullopt}},
+            {2, 5, {0, 1, 2, std::nullopt}},  // a reserved index beyond the range takes nothing
+        };
+    const std::vector<AclKeySet> keys = {{kP4}, {kP6}, {kMac}, {kP4Out}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "max " << c.max << " reserved " << c.reserved);
+        auto w = runningWorld(c.max, c.reserved);
+        for (size_t i = 0; i < c.indexes.size(); ++i) {
+            const IntfId intf = IntfId::ethernet(uint32_t(i + 1));
+            w->intf(intf, keys[i]);
+            EXPECT_EQ(w->intfIndex(intf), c.indexes[i]) << intf;
+        }
+    }
+}
+
+TEST(MappingSm, AnExhaustedPoolMapsItsWaitingPlacesOnceANumberIsFree) {
+    auto w = runningWorld(1, 0);
+    w->intf(kEth1, {kP4});
+    ASSERT_EQ(w->intfIndex(kEth1), 1);
+    {
+        Flinq::Capture capture;
+        w->intf(kEth2, {kP6});
+        EXPECT_TRUE(capture.has("      range exhausted, cannot allocate hw acl index"));
+    }
+    // A second place with the same unmapped key: it waits too, and is in no key's set.
+    w->intf(kEth3, {kP6});
+    EXPECT_EQ(w->intfIndex(kEth2), std::nullopt);
+    EXPECT_EQ(w->intfIndex(kEth3), std::nullopt);
+    EXPECT_EQ(w->sm->intfWaitingForHwAclIndex().keys(), (std::vector<IntfId>{kEth2, kEth3}));
+    EXPECT_EQ(w->sm->keyToIntfSets(), 1u);
+    // A key that has an index is shared even now.
+    w->intf(kEth4, {kP4});
+    EXPECT_EQ(w->intfIndex(kEth4), 1);
+    // The number stays in use while Ethernet4 holds it.
+    w->intf(kEth1, {});
+    EXPECT_EQ(w->intfIndex(kEth2), std::nullopt);
+    // Freed: both waiting places get it, in order.
+    w->intf(kEth4, {});
+    EXPECT_EQ(w->intfIndex(kEth2), 1);
+    EXPECT_EQ(w->intfIndex(kEth3), 1);
+    EXPECT_EQ(w->sm->intfWaitingForHwAclIndexs(), 0u);
+    // A waiting place that loses its ACLs simply stops waiting.
+    w->intf(kEth1, {kMac});
+    EXPECT_TRUE(w->sm->intfWaitingForHwAclIndex(kEth1));
+    w->intf(kEth1, {});
+    EXPECT_FALSE(w->sm->intfWaitingForHwAclIndex(kEth1));
+}
+
+TEST(MappingSm, TheRouterPoolIsFreedForWaitingPlacesOfAnyRouterFamily) {
+    auto w = runningWorld(1, 0);
+    w->vlan(10, {kR4});
+    w->routedPort(kEth1, {kR6});
+    w->subIntf(kSub1, {kR4b});
+    EXPECT_EQ(w->vlanIndex(10), 1);
+    EXPECT_EQ(w->routedPortIndex(kEth1), std::nullopt);
+    EXPECT_EQ(w->subIntfIndex(kSub1), std::nullopt);
+    // The port pool is another pool: its number 1 is free.
+    w->intf(kEth2, {kP4});
+    EXPECT_EQ(w->intfIndex(kEth2), 1);
+    // Routed ports are reviewed before sub-interfaces.
+    w->vlan(10, {});
+    EXPECT_EQ(w->routedPortIndex(kEth1), 1);
+    EXPECT_EQ(w->subIntfIndex(kSub1), std::nullopt);
+}
+
+TEST(MappingSm, InboundAndOutboundAclsOfOneKindAreBothMapped) {
+    struct Case {
+        Place place;
+        AclKeySet acls;
+        Strings secondLevel;
+    };
+    const Case cases[] = {
+        {intfPlace(kEth1), {kP4, kP4Out}, {"1/in/all=1", "1/out/all=2"}},
+        {intfPlace(kEth1), {kMac, kMacOut}, {"5/in/all=4", "5/out/all=5"}},
+        {routedPortPlace(kEth1), {kR4, kR4Out}, {"2/in/all=6", "2/out/all=7"}},
+        {vlanPlace(10), {kR4, kR4Out}, {"2/in/all=6", "2/out/all=7"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.place.name);
+        auto w = runningWorld();
+        c.place.set(*w, c.acls);
+        ASSERT_EQ(c.place.index(*w), 1);
+        EXPECT_EQ(w->secondLevel(1), c.secondLevel);
+    }
+}
+
+TEST(MappingSm, SplitAclsMapEachProtocolClass) {
+    auto w = checkedWorld();
+    w->rootIs(0, {kP4, kMac}, {kP4});
+    w->activate(0);
+    w->start();
+    w->intf(kEth1, {kP4, kMac});
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/tcp=1", "1/in/nonTcp=2", "5/in/all=3"}));
+}
+
+TEST(MappingSm, AKeyWithNothingOfItsFamilyTakesNoNumber) {
+    struct Case {
+        Place place;
+        AclKeySet acls;  // active, but of another family's kinds
+    };
+    const Case cases[] = {
+        {intfPlace(kEth1), {kR4}},
+        {routedPortPlace(kEth1), {kP4, kMac}},
+        {vlanPlace(10), {kP6}},
+        {subIntfPlace(kSub1), {kMacOut}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.place.name);
+        auto w = runningWorld();
+        Flinq::Capture capture;
+        c.place.set(*w, c.acls);
+        EXPECT_TRUE(capture.has("      empty hw acl index key, no pd mapping"));
+        EXPECT_EQ(c.place.index(*w), std::nullopt);
+        EXPECT_EQ(w->numbersInUse(hwAclIndexAllocPaclMacl_), (std::vector<uint32_t>{0}));
+        EXPECT_EQ(w->numbersInUse(hwAclIndexAllocRacl_), (std::vector<uint32_t>{0}));
+        EXPECT_EQ(w->dataFlow->chipRuleListKeyToIds(), 0u);
+        EXPECT_EQ(w->sm->keyToHwAclIndexs(), 0u);
+    }
+    // A mapped interface whose port ACLs go, leaving a router ACL, gives its index back.
+    auto w = runningWorld();
+    w->intf(kEth1, {kP4});
+    ASSERT_EQ(w->intfIndex(kEth1), 1);
+    w->intf(kEth1, {kR4});
+    EXPECT_EQ(w->intfIndex(kEth1), std::nullopt);
+    EXPECT_EQ(w->numbersInUse(hwAclIndexAllocPaclMacl_), (std::vector<uint32_t>{0}));
+    EXPECT_EQ(w->secondLevel(1), Strings{});
+}
+
+TEST(MappingSm, ReleasingAnIndexKeepsTheOtherPoolsEntriesAtTheSameNumber) {
+    for (bool portFirst : {true, false}) {
+        SCOPED_TRACE(portFirst ? "port pool released" : "router pool released");
+        auto w = runningWorld();
+        w->intf(kEth1, {kP4});
+        w->vlan(10, {kR4});
+        // The pools share one number range: both hand out 1.
+        ASSERT_EQ(w->intfIndex(kEth1), 1);
+        ASSERT_EQ(w->vlanIndex(10), 1);
+        EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "2/in/all=6"}));
+        if (portFirst) {
+            w->intf(kEth1, {});
+            EXPECT_EQ(w->vlanIndex(10), 1);
+            EXPECT_EQ(w->secondLevel(1), (Strings{"2/in/all=6"}));
+        } else {
+            w->vlan(10, {});
+            EXPECT_EQ(w->intfIndex(kEth1), 1);
+            EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1"}));
+        }
+    }
+}
+
+TEST(MappingSm, NothingIsMappedWithoutAnActiveRootHoldingAcls) {
+    struct Case {
+        const char* name;
+        std::function<void(World&)> root;
+        const char* trace;
+    };
+    const Case cases[] = {
+        {"no active root", [](World&) {}, "    no active root"},
+        {"active root without ACLs",
+         [](World& w) {
+             w.rootIs(0, {});
+             w.activate(0);
+         },
+         "    no active acls"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto w = checkedWorld();
+        c.root(*w);
+        w->start();
+        Flinq::Capture capture;
+        w->intf(kEth1, {kP4});
+        w->vlan(10, {kR4});
+        EXPECT_TRUE(capture.has(c.trace));
+        EXPECT_EQ(w->sm->intfAclMappings(), 0u);
+        EXPECT_EQ(w->intfIndex(kEth1), std::nullopt);
+        EXPECT_EQ(w->vlanIndex(10), std::nullopt);
+        // The first root with ACLs maps everything.
+        w->rootIs(1, kAllAcls);
+        w->activate(1);
+        EXPECT_EQ(w->intfIndex(kEth1), 1);
+        EXPECT_EQ(w->vlanIndex(10), 1);
+    }
+}
+
+TEST(MappingSm, AclsOutsideTheActiveRootAreExcluded) {
+    auto w = checkedWorld();
+    w->rootIs(0, {kP4, kR4});
+    w->activate(0);
+    w->start();
+    Flinq::Capture capture;
+    w->intf(kEth1, {kP4, kP6});
+    EXPECT_TRUE(capture.has("      excluding p6/ipv6/in"));
+    const AclKeySet* internal = w->sm->intfAclMapping(kEth1);
+    ASSERT_NE(internal, nullptr);
+    EXPECT_EQ(*internal, AclKeySet{kP4});
+    ASSERT_TRUE(w->intfIndex(kEth1));
+    EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth1)), (Strings{"1/in/all=1"}));
+    // A VLAN with no ACL in the root is not looked at further.
+    capture.clear();
+    w->vlan(20, {kR6});
+    EXPECT_TRUE(capture.has("    no racls on vlan in active config, ignore"));
+    EXPECT_FALSE(w->sm->vlanAclMapping(Bridging::VlanId(20)));
+    // Once the active root holds it, it is in.
+    w->rootIs(1, {kP4, kP6, kR4, kR6});
+    w->activate(1);
+    // Index 1 of both pools: the interface's port ACLs, the VLAN's router ACL.
+    EXPECT_EQ(w->intfIndex(kEth1), 1);
+    EXPECT_EQ(w->vlanIndex(20), 1);
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "3/in/all=2", "4/in/all=4"}));
+}
+
+TEST(MappingSm, ReviewsFollowTheActiveRootsAclsAsTheyStand) {
+    auto w = checkedWorld();
+    w->rootIs(0, {kP4});
+    w->activate(0);
+    w->start();
+    w->intf(kEth1, {kP4});
+    // The active root gains an ACL (no place has it yet): the next review sees it.
+    auto root = w->glue->rootConfigColl()->rootConfig(w->rootId(0));
+    ASSERT_TRUE(root);
+    root->aclKeyToAclIdTypeSetIs(kP6)->aclIdTypeIs(
+        Mirel::protocolAll_, Mirel::AclId(Mirel::ipv6PortAcl_, 9, Acl::aclDirectionIn));
+    w->intf(kEth2, {kP6});
+    ASSERT_TRUE(w->intfIndex(kEth2));
+    EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth2)), (Strings{"3/in/all=9"}));
+    // The active root's configuration replaced under the same id (its places gone first): the
+    // new one counts.
+    w->intf(kEth1, {});
+    w->intf(kEth2, {});
+    w->glue->rootConfigColl()->rootConfigDel(w->rootId(0));
+    w->rootIs(0, {kP4, kP6}, {}, 20);
+    w->intf(kEth3, {kP6});
+    ASSERT_TRUE(w->intfIndex(kEth3));
+    EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth3)), (Strings{"3/in/all=21"}));
+}
+
+TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
+    auto w = runningWorld();
+    // A history that leaves the numbers out of key order.
+    w->intf(kEth3, {kP4});
+    w->intf(kEth2, {kP6});
+    w->intf(kEth1, {kMac});
+    w->intf(kEth3, {});
+    w->intf(kEth3, {kP4Out});
+    w->vlan(20, {kR4});
+    w->subIntf(kSub2, {kR6});
+    w->routedPort(kEth4, {kR4});
+    EXPECT_EQ(w->intfIndex(kEth1), 3);
+    EXPECT_EQ(w->intfIndex(kEth3), 1);
+    const auto oldAllocator = w->sm->hwAclIndexAllocator(hwAclIndexAllocPaclMacl_);
+
+    Strings events;
+    auto s1 = w->dataFlow->globalAclControlNotify(
+        [&] { events.push_back("control " + std::to_string(w->dataFlow->globalAclControl())); });
+    auto s2 = w->dataFlow->intfToHwAclIndexNotify([&](const IntfId&) { events.push_back("intf"); });
+    w->rootIs(1, kAllAcls, {}, 50);
+    Flinq::Capture capture;
+    w->activate(1);
+    EXPECT_TRUE(capture.has("  new active root, re-compute"));
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ((Strings{events.end() - 2, events.end()}), (Strings{"control 1", "control 0"}));
+    EXPECT_EQ(w->dataFlow->globalAclControl(), uint32_t(Mirel::globalAclControlStable_));
+    EXPECT_NE(w->sm->hwAclIndexAllocator(hwAclIndexAllocPaclMacl_), oldAllocator);
+    // Numbers follow the places' order now; the ids are the new root's.
+    EXPECT_EQ(w->intfIndex(kEth1), 1);
+    EXPECT_EQ(w->intfIndex(kEth2), 2);
+    EXPECT_EQ(w->intfIndex(kEth3), 3);
+    EXPECT_EQ(w->secondLevel(1), (Strings{"2/in/all=55", "5/in/all=53"}));
+    EXPECT_EQ(w->routedPortIndex(kEth4), 1);
+    EXPECT_EQ(w->vlanIndex(20), 1);
+    EXPECT_EQ(w->subIntfIndex(kSub2), 2);
+
+    // The same inputs given to a fresh machine give the same tables.
+    auto fresh = checkedWorld();
+    fresh->rootIs(1, kAllAcls, {}, 50);
+    fresh->intf(kEth1, {kMac});
+    fresh->intf(kEth2, {kP6});
+    fresh->intf(kEth3, {kP4Out});
+    fresh->vlan(20, {kR4});
+    fresh->subIntf(kSub2, {kR6});
+    fresh->routedPort(kEth4, {kR4});
+    fresh->activate(1);
+    fresh->start();
+    EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
+}
+
+TEST(MappingSm, APlaceIsReviewedWhenItAppearsChangesAndGoes) {
+    auto w = runningWorld();
+    // Places present before the machine starts are mapped by its start.
+    auto late = checkedWorld();
+    late->rootIs(0, kAllAcls);
+    late->activate(0);
+    late->intf(kEth2, {kP4});
+    late->vlan(30, {kR4});
+    late->start();
+    EXPECT_EQ(late->intfIndex(kEth2), 1);
+    EXPECT_EQ(late->vlanIndex(30), 1);
+
+    w->subIntf(kSub1, {kR4, kR6});
+    EXPECT_EQ(w->subIntfIndex(kSub1), 1);
+    // The entry deleted with its ACLs still in it: the removal path runs.
+    Flinq::Capture capture;
+    w->policyStatus->subIntfAclMappingDel(kSub1);
+    w->step();
+    EXPECT_TRUE(capture.has("    subintf Ethernet5.1 removed, delete pd mapping"));
+    EXPECT_TRUE(
+        capture.has("      delete 1st-level mapping for subintf Ethernet5.1, hw acl index 1"));
+    EXPECT_EQ(w->subIntfIndex(kSub1), std::nullopt);
+    EXPECT_EQ(w->numbersInUse(hwAclIndexAllocRacl_), (std::vector<uint32_t>{0}));
+}
+
+TEST(MappingSm, TracesNameWhatIsDone) {
+    auto w = checkedWorld(100, 7);
+    w->rootIs(0, kAllAcls);
+    w->activate(0);
+    Flinq::Capture capture;
+    w->start();
+    w->intf(kEth1, {kP4});
+    w->intf(kEth2, {kP4});
+    w->routedPort(kEth3, {kR4});
+    w->routedPort(kEth3, {});
+    const Strings expected = {
+        "    instantiated allocator hwAclIndexAllocPaclMacl: max: 100 reservedNumber: 7",
+        "    instantiated allocator hwAclIndexAllocRacl: max: 100 reservedNumber: 7",
+        "    populate internal intf acl mapping",
+        "      adding p4/ip/in",
+        "    create new pd mapping for intf Ethernet1",
+        "        hw acl index 0",
+        "      add 1st-level mapping for intf Ethernet1, hw acl index 0",
+        "      add 2nd-level intf mapping for chip-rulelist-id key ChipRuleListIdKey{hwAclIndex=0, "
+        "tableType=1, direction=in, protocolType=all}, id AclId{tableType=1, chipRuleListId=1, "
+        "direction=in}",
+        "      no existing pd mappings associated with this key",
+        "      reusing hw acl index 0",
+        "    create new pd mapping for routed port Ethernet3",
+        "      delete pd mappings for shared routed port Ethernet3",
+        "      delete 1st-level mapping for shared routed port Ethernet3, hw acl index 0",
+    };
+    for (const std::string& line : expected)
+        EXPECT_TRUE(capture.has(line)) << line;
+    EXPECT_TRUE(capture.hasSubstring("( HwAclIndexKey =  v4PAclIn=p4/ip/in, v6PAclIn=/ip/in,"));
+    EXPECT_TRUE(capture.hasSubstring("      no other shared routed ports associated with Value("));
+    EXPECT_TRUE(capture.hasSubstring("      associating intf Ethernet2 with Value("));
+}
+
+TEST(MappingSm, MachinesPerChip) {
+    World w;
+    auto coll = w.machines;
+    auto sm = coll->smIs(w.chip, w.glue, w.policyStatus, w.capability, w.dataFlow);
+    EXPECT_EQ(coll->smIs(w.chip, w.glue, w.policyStatus, w.capability, w.dataFlow), sm);
+    try {
+        coll->smIs(w.chip, w.glue, w.policyStatus, w.capability,
+                   Mirel::chipDataFlowConfigFactory(w.chip));
+        ADD_FAILURE() << "re-created with another data-flow configuration";
+    } catch (const Vorn::ReinstantiationException& e) {
+        EXPECT_STREQ(e.what(),
+                     "Reinstantiating the pointer interface where constructor parameter "
+                     "attribute _chipDataFlowConfig has a different value of "
+                     "Mirel::ChipDataFlowConfig");
+    }
+    try {
+        mappingSmFactory(w.chip, w.glue, nullptr, w.capability, w.dataFlow);
+        ADD_FAILURE() << "made without a policy status";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _aclPolicyStatus parameter to mutator for "
+                     "OvinMirel::MappingSm::aclPolicyStatus not allowed");
+    }
+    w.rootIs(0, kAllAcls);
+    w.activate(0);
+    sm->handleInitialized();
+    w.intf(kEth1, {kP4});
+    EXPECT_EQ(w.intfIndex(kEth1), 1);
+    // Dropped: it reacts no more, and the data-flow configuration stays as it was.
+    coll->smDel(w.chip);
+    EXPECT_FALSE(sm->initialized());
+    w.intf(kEth2, {kP6});
+    w.rootIs(1, kAllAcls);
+    w.activate(1);
+    EXPECT_EQ(w.intfIndex(kEth1), 1);
+    EXPECT_EQ(w.intfIndex(kEth2), std::nullopt);
+}
+
+using MappingSmDeathTest = testing::Test;
+
+TEST(MappingSmDeathTest, InconsistenciesStopTheProcess) {
+    struct Case {
+        const char* name;
+        std::function<void()> run;
+        const char* message;
+    };
+    const Case cases[] = {
+        {"active root without configuration",
+         [] {
+             auto w = runningWorld();
+             w->intf(kEth1, {kP4});
+             w->glue->activeRootSmIdIs(w->chip, w->rootId(1));
+         },
+         "activeRootConfig"},
+        {"key without an index",
+         [] {
+             auto w = runningWorld();
+             w->intf(kEth1, {kP4});
+             w->afterStep = nullptr;
+             w->sm->keyToHwAclIndexDelAll();
+             w->intf(kEth1, {});
+         },
+         "keyToHwAclIndexHas\\( hwAclIndexKey \\)"},
+        {"index range too wide", [] { runningWorld(65536); }, "65535 >= hwAclIndexMax"},
+        {"sub-interface that is none",
+         [] {
+             auto w = runningWorld();
+             w->subIntf(kEth1, {kR4});
+         },
+         "Zamu::SubIntfId::isSubIntfId\\( subIntfId \\)"},
+        {"another chip's policy status",
+         [] {
+             World w;
+             auto other = w.glue->aclPolicyStatusColl()->statusIs(Mirel::ChipId(2));
+             mappingSmFactory(w.chip, w.glue, other, w.capability, w.dataFlow)->handleInitialized();
+         },
+         "chipId\\(\\) == aclPolicyStatus\\(\\)->chipId\\(\\)"},
+        {"root id with a table type of none",
+         [] {
+             auto w = runningWorld();
+             w->glue->rootConfigColl()
+                 ->rootConfig(w->rootId(0))
+                 ->aclKeyToAclIdTypeSetIs(pacl("bare"));
+             w->intf(kEth1, {pacl("bare")});
+         },
+         "!\"Invalid tableType\""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_DEATH(c.run(), c.message);
+    }
+}
+
+}  // namespace
+}  // namespace OvinMirel
