@@ -25,6 +25,9 @@ uint32_t ChipHwCapability::ruleListIdCount() const {
     return last + 1 - (chipRuleListIdReservedPermitAll() <= last ? 1 : 0);
 }
 
+HwCapabilityColl::HwCapabilityColl(const Vorn::Name& name)
+    : name_(name), hwCapability_(Vorn::make<HwCapability>(kHwCapabilityName)) {}
+
 Vorn::Ptr<HwCapabilityColl> hwCapabilityCollFactory(const Vorn::Name& name) {
     return Vorn::make<HwCapabilityColl>(name);
 }

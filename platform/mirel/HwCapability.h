@@ -93,18 +93,6 @@ class ChipHwCapability : public Vorn::Entity {
     const ChipId chipId_;
 };
 
-class HwCapabilityColl : public Vorn::Entity {
-    VORN_ENTITY("Mirel::HwCapabilityColl")
-  public:
-    explicit HwCapabilityColl(const Vorn::Name& name) : name_(name) {}
-    const Vorn::Name& name() const { return name_; }
-
-    VORN_ENTITY_MAP(ChipId, ChipHwCapability, chipHwCapability)
-
-  private:
-    const Vorn::Name name_;
-};
-
 class HwCapability : public Vorn::Entity {
     VORN_ENTITY("Mirel::HwCapability")
   public:
@@ -117,6 +105,26 @@ class HwCapability : public Vorn::Entity {
 
   private:
     const Vorn::Name name_;
+};
+
+// The per-chip capabilities, and the platform's global capability record, which the
+// collection owns: it is created with the collection (named "hwCapability") and lives as long
+// as it does, so whoever is handed the collection has both.
+class HwCapabilityColl : public Vorn::Entity {
+    VORN_ENTITY("Mirel::HwCapabilityColl")
+  public:
+    static constexpr const char* kHwCapabilityName = "hwCapability";
+
+    explicit HwCapabilityColl(const Vorn::Name& name);
+    const Vorn::Name& name() const { return name_; }
+
+    // Never null.
+    const Vorn::Ptr<HwCapability>& hwCapability() const { return hwCapability_; }
+    VORN_ENTITY_MAP(ChipId, ChipHwCapability, chipHwCapability)
+
+  private:
+    const Vorn::Name name_;
+    const Vorn::Ptr<HwCapability> hwCapability_;
 };
 
 Vorn::Ptr<HwCapabilityColl> hwCapabilityCollFactory(const Vorn::Name& name);

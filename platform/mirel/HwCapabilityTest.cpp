@@ -56,6 +56,27 @@ TEST(HwCapabilityTest, ChipCapabilitiesByChip) {
     EXPECT_FALSE(coll->chipHwCapability(ChipId(4)));
 }
 
+TEST(HwCapabilityTest, CollectionOwnsTheGlobalRecord) {
+    const Vorn::Ptr<HwCapabilityColl> coll = hwCapabilityCollFactory("HwCapabilityColl");
+    const Vorn::Ptr<HwCapability> global = coll->hwCapability();
+    ASSERT_TRUE(global);
+    EXPECT_EQ(global->name(), Vorn::Name("hwCapability"));
+    EXPECT_FALSE(global->routedPortRaclSharingSupported());
+    // One record for the collection's life, whatever happens to the chips.
+    global->routedPortRaclSharingSupportedIs(true);
+    coll->chipHwCapabilityIs(ChipId(1));
+    coll->chipHwCapabilityDelAll();
+    EXPECT_EQ(coll->hwCapability(), global);
+    EXPECT_TRUE(coll->hwCapability()->routedPortRaclSharingSupported());
+    // Every collection has its own.
+    EXPECT_NE(hwCapabilityCollFactory("Other")->hwCapability(), global);
+    // The record outlives the collection for whoever still holds it.
+    Vorn::Ptr<HwCapabilityColl> dropped = hwCapabilityCollFactory("Dropped");
+    const Vorn::Ptr<HwCapability> kept = dropped->hwCapability();
+    dropped = nullptr;
+    EXPECT_EQ(kept->references(), 1u);
+}
+
 TEST(HwCapabilityTest, CombinationsWalkInPriorityOrder) {
     const Vorn::Ptr<ChipHwCapability> chip = Vorn::make<ChipHwCapability>(ChipId(0));
     chip->aclTypeCombinationByPriorityIs(AclTypePriority{30}, AclTypeCombinationBitMask(0x100));
