@@ -195,6 +195,17 @@ void GlueSm::handleDelete() {
     prepareCommitKickSub_.reset();
     chipUpdateTimer_.expiryIs(Vorn::kInfinity);
     mirelRootSmColl_->rootSmDelAll();
+    std::set<Mirel::ChipId> chips;
+    for (const Mirel::ChipId chip : aclIdAllocSmColl_->chipAclIdAllocSm().keys())
+        chips.insert(chip);
+    for (const Mirel::ChipId chip : aclPolicySmColl_->sm().keys())
+        chips.insert(chip);
+    for (const Mirel::ChipId chip : mappingSmColl_->sm().keys())
+        chips.insert(chip);
+    for (const Mirel::ChipId chip : mappingLoaderSmColl_->mappingLoader().keys())
+        chips.insert(chip);
+    for (const Mirel::ChipId chip : chips)
+        deleteChipMachines(chip);
     if (blockIntfLoaderSm_) {
         blockIntfLoaderSm_->handleDelete();
         blockIntfLoaderSm_ = nullptr;
@@ -342,16 +353,30 @@ void GlueSm::handleChipAddRemove(Mirel::ChipId chip) {
     VORN_ASSERT(initialized());
     if (Mirel::ChipPresence::present(*hwCapabilityColl_, *pDStatus_, chip)) {
         FLINQ(th, 2, "handleChipAddRemove Chip-" << chip << " present");
-        glueStatus_->aclIdResponseColl()->chipAclIdResponseIs(chip);
+        const Vorn::Ptr<AclIdResponse> response =
+            glueStatus_->aclIdResponseColl()->chipAclIdResponseIs(chip);
+        if (instantiatePerChipSm() && !aclIdAllocSmColl_->chipAclIdAllocSm(chip)) {
+            const Vorn::Ptr<AclIdAllocSm> sm = aclIdAllocSmColl_->chipAclIdAllocSmIs(
+                chip, hwCapabilityColl_->chipHwCapability(chip), ovinMirelAclColl_, glueStatus_,
+                index_, response);
+            sm->handleInitialized();
+        }
         // initChipConfig: creates the transforms it lacks, keeps the ones it has.
         pDConfig_->chipConfigIs(chip)->initialize();
         glueStatus_->aclPolicyStatusColl()->statusIs(chip);
         glueStatus_->piChipDataFlowConfigIs(chip);
+        if (instantiatePerChipSm())
+            addChipMachines(chip);
         return;
     }
     FLINQ(th, 2, "handleChipAddRemove Chip-" << chip << " absent");
+    // The machines go whatever instantiatePerChipSm says now: deleting none changes nothing.
+    aclPolicySmColl_->smDel(chip);
+    mappingSmColl_->smDel(chip);
+    mappingLoaderSmColl_->mappingLoaderDel(chip);
     glueStatus_->aclPolicyStatusColl()->statusDel(chip);
     glueStatus_->piChipDataFlowConfigDel(chip);
+    aclIdAllocSmColl_->chipAclIdAllocSmDel(chip);
     glueStatus_->aclIdResponseColl()->chipAclIdResponseDel(chip);
     const size_t outstanding = outstandingRoots();
     clearRootForChip(chip);
@@ -364,6 +389,39 @@ void GlueSm::handleChipAddRemove(Mirel::ChipId chip) {
 size_t GlueSm::outstandingRoots() const {
     return glueStatus_->computingRootSmIds() + glueStatus_->loadingRootSmIds() +
            glueStatus_->failedRootSmIds() + glueStatus_->abortRootSmIds();
+}
+
+void GlueSm::addChipMachines(Mirel::ChipId chip) {
+    const Vorn::Ptr<Mirel::ChipHwCapability> capability = hwCapabilityColl_->chipHwCapability(chip);
+    const Vorn::Ptr<AclPolicyStatus> policyStatus =
+        glueStatus_->aclPolicyStatusColl()->status(chip);
+    const Vorn::Ptr<Mirel::ChipDataFlowConfig> piConfig = glueStatus_->piChipDataFlowConfig(chip);
+    const Vorn::Ptr<Mirel::ChipConfig> chipConfig = pDConfig_->chipConfig(chip);
+    VORN_ASSERT(capability && policyStatus && piConfig && chipConfig);
+    // Each machine only once every record it is given exists; one that exists stays as it is.
+    if (!aclPolicySmColl_->sm(chip)) {
+        aclPolicySmColl_
+            ->smIs(chip, capability, hwCapabilityColl_->hwCapability(), index_, policyStatus,
+                   *timerWheel_)
+            ->handleInitialized();
+    }
+    if (!mappingLoaderSmColl_->mappingLoader(chip)) {
+        mappingLoaderSmColl_
+            ->mappingLoaderIs(chip, piConfig, chipConfig->chipDataFlowConfig(), glueStatus_,
+                              *timerWheel_)
+            ->handleInitialized();
+    }
+    if (!mappingSmColl_->sm(chip)) {
+        mappingSmColl_->smIs(chip, glueStatus_, policyStatus, capability, piConfig)
+            ->handleInitialized();
+    }
+}
+
+void GlueSm::deleteChipMachines(Mirel::ChipId chip) {
+    aclPolicySmColl_->smDel(chip);
+    mappingSmColl_->smDel(chip);
+    mappingLoaderSmColl_->mappingLoaderDel(chip);
+    aclIdAllocSmColl_->chipAclIdAllocSmDel(chip);
 }
 
 void GlueSm::handleChipIntfMapping(Mirel::ChipId chip) {

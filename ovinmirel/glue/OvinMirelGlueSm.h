@@ -181,6 +181,8 @@ class GlueSm : public Vorn::StateMachine {
     using ChipConfigField = Vorn::EntityMapField<Mirel::ChipId, Mirel::ChipConfig, Vorn::Ordered>;
     using RootStatusField = Vorn::EntityMapField<uint32_t, Mirel::RootStatus, Vorn::Ordered>;
 
+    void addChipMachines(Mirel::ChipId chip);
+    void deleteChipMachines(Mirel::ChipId chip);
     // Attempt-root content (step 4 of updateRootForChip).
     void addAclsToRoot(Mirel::ChipId chip, uint32_t attempt, Mirel::RootConfig& rootConfig);
     void traceRules(uint32_t rootId, const OvinMirelAcl& acl, Mirel::ProtocolType protocol) const;
