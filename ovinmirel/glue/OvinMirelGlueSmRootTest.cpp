@@ -29,9 +29,13 @@ const Ovin::AclKey kA = aclKey("a");
 const Ovin::AclKey kB = aclKey("b");
 
 // Chips 1..n with Ethernet<i> on chip i and ACL a bound there, started and settled (chip i
-// runs root 2i).
+// runs root 2i), the checker after every pass.
 struct Bench {
     explicit Bench(uint32_t n) {
+        w.afterPass = [this] {
+            if (const auto v = w.check())
+                ADD_FAILURE() << "after a pass at " << w.now() << ": " << *v;
+        };
         for (uint32_t i = 1; i <= n; ++i) {
             w.addChip(i);
             w.port(eth(int(i)), i);

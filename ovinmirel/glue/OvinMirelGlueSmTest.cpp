@@ -1,5 +1,6 @@
 // Commit cycles through the real modules: the index machines, the glue with its per-chip
-// machines, the root machines and the chip mocks, on a virtual clock.
+// machines, the root machines and the chip mocks, on a virtual clock. The glue checker runs
+// after every pass of every test.
 
 #include "ovinmirel/glue/OvinMirelGlueSm.h"
 
@@ -35,8 +36,14 @@ const Ovin::AclKey kA = aclKey("a");
 const Ovin::AclKey kB = aclKey("b");
 const Ovin::AclKey kC = aclKey("c");
 
-// A world and the set-ups the tests share.
+// A world with the checker after every pass, and the set-ups the tests share.
 struct Bench {
+    Bench() {
+        w.afterPass = [this] {
+            if (const auto v = w.check())
+                ADD_FAILURE() << "after a pass at " << w.now() << ": " << *v;
+        };
+    }
     // Chips 1..n, Ethernet<i> on chip i, ACL a bound on every one; started and settled, so
     // chip i runs root 2i with a.
     void startChips(uint32_t n, uint32_t ruleListIdMax = 15) {

@@ -5,7 +5,7 @@
 // and Index, GlueConfig and GlueStatus, the hardware capabilities, PDConfig and PDStatus, the
 // GlueSm with its per-chip machines and the root machines, and the chip mocks with their fault
 // plan playing the driver (TestAgentTestWorld). A state log records every glue state a watcher
-// saw, and a hook can run after every pass.
+// saw, and a GlueChecker can run after every pass.
 //
 // Later tests (test agent, scenarios, randomized runs) build on it. Header only; not part of
 // the library.
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
+#include "ovinmirel/glue/OvinMirelGlueCheck.h"
 #include "ovinmirel/glue/OvinMirelGlueConfig.h"
 #include "ovinmirel/glue/OvinMirelGlueSm.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
@@ -88,8 +89,9 @@ struct World : TestAgentTestWorld {
                                            pdStatus, pdConfig, aclParamConfig, &wheel, scheduler);
     // Every glue state, in the order a watcher saw them.
     std::vector<GlueSmState> states;
-    // Run after every pass of the wheel.
+    // Run after every pass of the wheel (tests: the checker).
     std::function<void()> afterPass;
+    std::unique_ptr<GlueChecker> checker;
 
     World() {
         indexSm->handleInitialized();
@@ -103,10 +105,12 @@ struct World : TestAgentTestWorld {
         indexSm->handleDelete();
     }
 
-    // Marks the glue initialized.
+    // Marks the glue initialized, with a checker that follows it; `check` runs it after every
+    // pass and fails the pass with its words.
     void start(bool instantiatePerChipSm = true) {
         glue->instantiatePerChipSmIs(instantiatePerChipSm);
         glue->handleInitialized();
+        checker = std::make_unique<GlueChecker>(glue);
     }
 
     // ---- Chips and ports, as the driver publishes them ----
@@ -203,6 +207,9 @@ struct World : TestAgentTestWorld {
     // The chip's PD mapping, before the loader.
     Vorn::Ptr<Mirel::ChipDataFlowConfig> pi(uint32_t chip) const {
         return glueStatus->piChipDataFlowConfig(Mirel::ChipId(chip));
+    }
+    std::optional<std::string> check() const {
+        return checker ? checker->check() : std::optional<std::string>();
     }
 
   private:
