@@ -56,6 +56,19 @@ TEST(HwCapabilityTest, ChipCapabilitiesByChip) {
     EXPECT_FALSE(coll->chipHwCapability(ChipId(4)));
 }
 
+TEST(HwCapabilityTest, TheGlobalRecordIsInsertedByName) {
+    const Vorn::Ptr<HwCapabilityColl> coll = hwCapabilityCollFactory("HwCapabilityColl");
+    EXPECT_FALSE(coll->hwCapability());
+    const Vorn::Ptr<HwCapability> global = coll->hwCapabilityIs("HwCapability");
+    ASSERT_TRUE(global);
+    EXPECT_EQ(coll->hwCapabilityIs("HwCapability"), global);  // get-or-create
+    EXPECT_THROW(coll->hwCapabilityIs("Other"), Vorn::ReinstantiationException);
+    // One record, whatever happens to the chips.
+    coll->chipHwCapabilityIs(ChipId(1));
+    coll->chipHwCapabilityDelAll();
+    EXPECT_EQ(coll->hwCapability(), global);
+}
+
 TEST(HwCapabilityTest, CombinationsWalkInPriorityOrder) {
     const Vorn::Ptr<ChipHwCapability> chip = Vorn::make<ChipHwCapability>(ChipId(0));
     chip->aclTypeCombinationByPriorityIs(AclTypePriority{30}, AclTypeCombinationBitMask(0x100));

@@ -21,7 +21,12 @@ namespace Mirel {
 struct RootSmTestWorld {
     Vorn::ScopedVirtualClock clock;
     Brix::TimerWheel wheel;
-    Vorn::Ptr<HwCapabilityColl> hwCapabilityColl = hwCapabilityCollFactory("HwCapabilityColl");
+    // With the platform's global record, as the agent's status root inserts it at start-up.
+    Vorn::Ptr<HwCapabilityColl> hwCapabilityColl = [] {
+        Vorn::Ptr<HwCapabilityColl> coll = hwCapabilityCollFactory("HwCapabilityColl");
+        coll->hwCapabilityIs("HwCapability");
+        return coll;
+    }();
     Vorn::Ptr<PDConfig> pdConfig = pdConfigFactory("PDConfig");
     Vorn::Ptr<PDStatus> pdStatus = pdStatusFactory("PDStatus");
     Vorn::Ptr<RootConfigColl> rootConfigColl = rootConfigCollFactory("RootConfigColl");
