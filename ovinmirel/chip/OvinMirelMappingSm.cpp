@@ -922,8 +922,8 @@ Vorn::Ptr<MappingSm> mappingSmFactory(
                                  chipDataFlowConfig);
 }
 
-Vorn::Ptr<MappingSmColl> mappingSmCollFactory() {
-    return Vorn::make<MappingSmColl>();
+Vorn::Ptr<MappingSmColl> mappingSmCollFactory(const Vorn::Name& name) {
+    return Vorn::make<MappingSmColl>(name);
 }
 
 }  // namespace OvinMirel

@@ -254,7 +254,13 @@ class MappingSm : public Vorn::StateMachine {
 class MappingSmColl : public Vorn::Entity {
     VORN_ENTITY("OvinMirel::MappingSmColl")
   public:
+    explicit MappingSmColl(const Vorn::Name& name = "mappingSmColl") : name_(name) {}
+    const Vorn::Name& name() const { return name_; }
+
     VORN_MACHINE_MAP(Mirel::ChipId, MappingSm, sm)
+
+  private:
+    const Vorn::Name name_;
 };
 
 Vorn::Ptr<MappingSm> mappingSmFactory(
@@ -262,6 +268,6 @@ Vorn::Ptr<MappingSm> mappingSmFactory(
     const Vorn::Ptr<AclPolicyStatus>& aclPolicyStatus,
     const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
     const Vorn::Ptr<Mirel::ChipDataFlowConfig>& chipDataFlowConfig);
-Vorn::Ptr<MappingSmColl> mappingSmCollFactory();
+Vorn::Ptr<MappingSmColl> mappingSmCollFactory(const Vorn::Name& name = "mappingSmColl");
 
 }  // namespace OvinMirel

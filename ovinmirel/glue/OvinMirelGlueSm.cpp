@@ -104,7 +104,7 @@ GlueSm::GlueSm(const Vorn::Ptr<Index>& index, const Vorn::Ptr<OvinMirelAclColl>&
       scheduler_(required(scheduler, "scheduler")),
       aclIdAllocSmColl_(aclIdAllocSmCollFactory(kAclIdAllocSmCollName)),
       mappingLoaderSmColl_(mappingLoaderSmCollFactory(kMappingLoaderSmCollName)),
-      mappingSmColl_(mappingSmCollFactory()),
+      mappingSmColl_(mappingSmCollFactory(kMappingSmCollName)),
       aclPolicySmColl_(aclPolicySmCollFactory(kAclPolicySmCollName)),
       mirelRootSmColl_(Mirel::rootSmCollFactory(kMirelRootSmCollName)),
       chipUpdateTimer_(*timerWheel_, [this] { handleChipUpdateTimer(); }) {

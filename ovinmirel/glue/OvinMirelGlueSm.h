@@ -83,6 +83,7 @@ class GlueSm : public Vorn::StateMachine {
   public:
     static constexpr const char* kAclIdAllocSmCollName = "AclIdAllocSmColl";
     static constexpr const char* kAclPolicySmCollName = "aclPolicySmColl";
+    static constexpr const char* kMappingSmCollName = "mappingSmColl";
     static constexpr const char* kMappingLoaderSmCollName = "mappingLoaderSmColl";
     static constexpr const char* kMirelRootSmCollName = "MirelRootSmColl";
 

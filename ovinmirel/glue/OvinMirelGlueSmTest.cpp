@@ -483,6 +483,11 @@ TEST_F(GlueSmTest, WithoutPerChipMachinesRecordsExistAndResponsesStand) {
     EXPECT_EQ(w.glue->mappingLoaderSmColl()->mappingLoaders(), 0u);
     EXPECT_EQ(w.glue->mappingSmColl()->sms(), 0u);
     EXPECT_FALSE(w.glue->checkAclIdAllocFail());
+    // The collections exist all the same, under the names the state database shows.
+    EXPECT_EQ(w.glue->aclIdAllocSmColl()->name(), Vorn::Name("AclIdAllocSmColl"));
+    EXPECT_EQ(w.glue->aclPolicySmColl()->name(), Vorn::Name("aclPolicySmColl"));
+    EXPECT_EQ(w.glue->mappingLoaderSmColl()->name(), Vorn::Name("mappingLoaderSmColl"));
+    EXPECT_EQ(w.glue->mappingSmColl()->name(), Vorn::Name("mappingSmColl"));
 
     w.settle();
     EXPECT_EQ(w.takeStates(), kLoaded) << "an empty root: no allocator gave a an id";
