@@ -274,9 +274,10 @@ class MappingSm::ActiveAcls {
   private:
     const Vorn::Ptr<Mirel::RootConfig> root_;
     // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
-    // the equality test.
+    // the equality test. Deliberately not noexcept: the table then keeps each entry's hash,
+    // so a lookup compares keys only where the hashes match and never hashes an entry again.
     struct Hash {
-        size_t operator()(const Ovin::AclKey& k) const noexcept {
+        size_t operator()(const Ovin::AclKey& k) const {
             uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
             for (char c : k.name)
                 h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
@@ -414,11 +415,11 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
             FLINQ(th, 8, "      excluding " << acl);
             continue;
         }
-        tableTypeOf(acl, *active->ids);
+        const Mirel::TableType tableType = tableTypeOf(acl, *active->ids);
         FLINQ(th, 8, "      adding " << acl);
         acls.insert(acls.end(), acl);
         if (keyIds)
-            addToKey<F>(*keyIds, acl, *active);
+            addToKey<F>(*keyIds, acl, *active, tableType);
     }
     if (acls.empty()) {
         FLINQ(th, 8, "    no active acls found");
@@ -429,8 +430,8 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
 }
 
 template <class F>
-void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active) {
-    const Mirel::TableType tableType = tableTypeOf(acl, *active.ids);
+void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active,
+                         Mirel::TableType tableType) {
     if (isRouterTable(tableType) != (F::kPool == hwAclIndexAllocRacl_))
         return;  // another family's kind
     const int field = HwAclIndexKey::fieldOf(tableType, acl.direction);
@@ -456,7 +457,7 @@ MappingSm::KeyIds MappingSm::hwAclIndexKeyIds(const typename F::Place& place) co
             FLINQ(th, kFast, "Unexpected acl " << acl);
             VORN_ASSERT(false);
         }
-        addToKey<F>(out, acl, *found);
+        addToKey<F>(out, acl, *found, tableTypeOf(acl, *found->ids));
     }
     FLINQ(th, 8, keyFields(out.key));
     return out;
@@ -556,6 +557,10 @@ void MappingSm::maybeUpdatePdMapping(const typename F::Place& place, const KeyId
 
 void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds,
                                        bool present) {
+    // A reused index has these entries already (they go only with the index), so writing them
+    // again would change nothing: they are only traced, and not even walked unless traced.
+    if (present && !th.enabled(8))
+        return;
     for (const Mirel::AclIdTypeSet* ids : keyIds.ids) {
         if (!ids)
             continue;
@@ -564,8 +569,6 @@ void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyId
                 addChipRuleListKeyToIdMapping(hwAclIndex, aclId, protocolType);
                 continue;
             }
-            // A reused index has these entries already (they go only with the index), so
-            // writing them again would change nothing: they are only traced.
             FLINQ(th, 8,
                   "      add 2nd-level intf mapping for chip-rulelist-id key "
                       << Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
