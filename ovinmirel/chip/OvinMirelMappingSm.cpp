@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
@@ -243,9 +243,14 @@ struct MappingSm::ActiveAcl {
 };
 
 // The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
-// own collection is ordered by key. Follows the root's collection while it is in use.
+// own collection is ordered by key. Open addressing over a power-of-two table at most half
+// full, each slot with the key's hash: a lookup probes a few adjacent slots and compares keys
+// only where the hashes match. Any change of the root's ACLs refills the table on the next
+// lookup (a root is written before it becomes active; later changes are rare).
 class MappingSm::ActiveAcls {
   public:
+    using Acl = ActiveAcl;
+
     ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root)
         : root_(root) {
         // The root configuration replaced or gone under its id: no longer the one to follow.
@@ -253,41 +258,59 @@ class MappingSm::ActiveAcls {
             if (rootId == root_->rootConfigId())
                 stale_ = true;
         });
-        acls_.reserve(root->aclKeyToAclIdTypeSets());
-        for (const auto& [acl, ids] : root->aclKeyToAclIdTypeSet())
-            acls_.emplace(acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)});
-        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey& acl) {
-            if (const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root_->aclKeyToAclIdTypeSet(acl))
-                acls_[acl] = Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)};
-            else
-                acls_.erase(acl);
-        });
+        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) { filled_ = false; });
+        fill();
     }
     const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
     bool stale() const { return stale_; }
-    using Acl = ActiveAcl;
     const Acl* find(const Ovin::AclKey& acl) const {
-        auto it = acls_.find(acl);
-        return it == acls_.end() ? nullptr : &it->second;
+        if (!filled_)
+            fill();
+        const size_t hash = hashOf(acl);
+        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
+            if (slots_[i].hash == hash && *slots_[i].key == acl)
+                return &slots_[i].acl;
+        }
+        return nullptr;
     }
 
   private:
-    const Vorn::Ptr<Mirel::RootConfig> root_;
     // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
-    // the equality test. Deliberately not noexcept: the table then keeps each entry's hash,
-    // so a lookup compares keys only where the hashes match and never hashes an entry again.
-    struct Hash {
-        size_t operator()(const Ovin::AclKey& k) const {
-            uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
-            for (char c : k.name)
-                h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
-            return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
-                        uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
-                           0x9e3779b97f4a7c15ULL;
+    // the equality test.
+    static size_t hashOf(const Ovin::AclKey& k) {
+        uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
+        for (char c : k.name)
+            h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
+        return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
+                    uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
+                       0x9e3779b97f4a7c15ULL;
+    }
+    void fill() const {
+        size_t size = 16;
+        while (size < 2 * root_->aclKeyToAclIdTypeSets())
+            size *= 2;
+        slots_.assign(size, Slot{});
+        mask_ = size - 1;
+        // The keys are the root's own, which stay where they are until its collection changes.
+        for (const auto& [acl, ids] : root_->aclKeyToAclIdTypeSet()) {
+            const size_t hash = hashOf(acl);
+            size_t i = hash & mask_;
+            while (slots_[i].key)
+                i = (i + 1) & mask_;
+            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)}};
         }
+        filled_ = true;
+    }
+
+    struct Slot {
+        size_t hash = 0;
+        const Ovin::AclKey* key = nullptr;  // null: empty
+        Acl acl{};
     };
-    // Hashed: only looked up.
-    std::unordered_map<Ovin::AclKey, Acl, Hash> acls_;
+    const Vorn::Ptr<Mirel::RootConfig> root_;
+    mutable std::vector<Slot> slots_;
+    mutable size_t mask_ = 0;
+    mutable bool filled_ = false;
     bool stale_ = false;
     Vorn::Subscription sub_;
     Vorn::Subscription rootSub_;
