@@ -200,14 +200,6 @@ class World {
         inputs.subIntf(sub, configured);
         settle();
     }
-    void onChip(const IntfId& port, bool on = true) {
-        if (on) {
-            inputs.onChip(port, chip.value());
-        } else {
-            inputs.offChip(port);
-        }
-        settle();
-    }
     // The chip's supported ACL-kind combinations, preferred first; whether routed ports share
     // their router ACLs. Both are read at the next review: set them before binding.
     void combinations(std::initializer_list<uint32_t> ranked) { inputs.chip(chip.value(), ranked); }
