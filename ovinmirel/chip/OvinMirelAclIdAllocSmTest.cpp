@@ -93,35 +93,6 @@ class AclIdAllocSmTest : public ::testing::Test {
     Vorn::Ptr<AclIdAllocSmColl> coll = aclIdAllocSmCollFactory("AclIdAllocSmColl");
 };
 
-TEST_F(AclIdAllocSmTest, IdsAreDenseInKeyOrderAndSkipTheReservedId) {
-    auto sm = allocator(kChip1, Capability{.max = 10, .reserved = 1});
-    // Bound in reverse order: the numbering follows the keys, not the history.
-    for (const char* name : {"c", "b", "a"})
-        w.bind(aclKey(name), "Ethernet1");
-    cycle();
-    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:2", "c/ip/in all:3"}));
-    EXPECT_EQ(sm->chipRuleListIdVal(), 4u);
-    EXPECT_FALSE(sm->chipRuleListIdExhausted());
-}
-
-TEST_F(AclIdAllocSmTest, IdsCarryTheTableTypeAndDirectionOfTheKey) {
-    allocator(kChip1, Capability{});
-    w.vlanMember(10, "Ethernet1");
-    const Ovin::AclKey racl = aclKey("r", Acl::aclTypeIpv4, 10, Acl::aclDirectionOut);
-    const Ovin::AclKey v6 = aclKey("s", Acl::aclTypeIpv6);
-    w.bind(racl, "Vlan10");
-    w.bind(v6, "Ethernet1");
-    cycle();
-    Vorn::Ptr<Mirel::AclIdTypeSet> r = response(kChip1)->response(racl);
-    Vorn::Ptr<Mirel::AclIdTypeSet> s = response(kChip1)->response(v6);
-    ASSERT_TRUE(r && r->aclIdType(Mirel::protocolAll_));
-    ASSERT_TRUE(s && s->aclIdType(Mirel::protocolAll_));
-    EXPECT_EQ(*r->aclIdType(Mirel::protocolAll_),
-              Mirel::AclId(Mirel::ipv4RouterAcl_, 0, Acl::aclDirectionOut));
-    EXPECT_EQ(*s->aclIdType(Mirel::protocolAll_),
-              Mirel::AclId(Mirel::ipv6PortAcl_, 1, Acl::aclDirectionIn));
-}
-
 TEST_F(AclIdAllocSmTest, WithoutCapabilityOneIdFitsAndTheRestAreExhausted) {
     auto sm = allocator(kChip1, std::nullopt);
     std::vector<bool> seen;

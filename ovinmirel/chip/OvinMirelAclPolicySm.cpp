@@ -298,36 +298,53 @@ void AclPolicySm::handleIntfPolicyTimer() {
 void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "  processIntf " << intfId);
-    deleteIntfStatus(intfId);
+    // Only the difference is written (invariant 6): an ACL that stays in effect the same way
+    // is neither withdrawn nor put back.
+    const IntfContribution wanted = intfContribution(intfId);
+    withdrawIntfStatus(intfId, wanted);
+    for (const auto& [key, parents] : wanted.parents)
+        addIntfAclStatus(intfId, key);
+}
+
+AclPolicySm::IntfContribution AclPolicySm::intfContribution(const Zamu::IntfId& intfId) const {
+    IntfContribution out;
     Vorn::Ptr<IntfAclColl> acls = index()->intfAclMapping(intfId);
     if (!acls) {
         FLINQ(th, 8, "    no intfAclMapping");
-        return;
+        return out;
     }
     if (!acls->aclKeys()) {
         FLINQ(th, 8, "    there are no acls associated with this intf");
-        return;
+        return out;
     }
     // "Not yet" until the chip's mapping is first taken; once it has been removed, every
     // interface is simply off the chip.
     if (!chipIntfMapping() && !chipIntfMappingTaken_) {
         FLINQ(th, 8, "    chipIntfMapping is not yet set");
-        return;
+        return out;
     }
     if (!onChip(intfId)) {
         FLINQ(th, 8, "    no chipIntfMapping");
-        return;
+        return out;
     }
     // All or nothing: the interface's ACLs are put in effect only once all are ready.
     if (!isReadyIntfAcl(intfId)) {
         FLINQ(th, 8, "    intf is not ready");
-        return;
+        return out;
     }
     const Mask policy = getIntfPolicy(intfId);
-    for (const Ovin::AclKey& key : acls->aclKey().keys()) {
-        if (!(getAclTypeMask(key) & policy).empty())
-            addIntfAclStatus(intfId, key);
+    bool phy = false;
+    for (const Ovin::AclKey& key : acls->aclKey()) {
+        if ((getAclTypeMask(key) & policy).empty())
+            continue;
+        Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(key);
+        Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
+        VORN_ASSERT(phyIntf);
+        out.parents[key] = phyIntf->parentIntfId().keys();
+        phy = phy || phyIntf->parentIntfId(intfId);
     }
+    out.shared = phy && shouldDoRaclSharing(intfId);
+    return out;
 }
 
 void AclPolicySm::applyIntfAclPolicy(const Zamu::IntfId& intfId) {
@@ -543,14 +560,29 @@ void AclPolicySm::deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& 
 
 void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
+    withdrawIntfStatus(intfId, IntfContribution{});
+}
+
+void AclPolicySm::withdrawIntfStatus(const Zamu::IntfId& intfId, const IntfContribution& keep) {
     Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
     if (!contribution)
         return;
+    // The interface's own ACLs are in one mapping; when they are to go to the other, all go.
+    const bool shared = aclPolicyStatus()->routedPortSharedAclMapping(intfId) != nullptr;
     // What the interface contributed is withdrawn as it was recorded: the index may no longer
     // say how the ACLs came.
-    for (const auto& [key, parents] : contribution->aclKey()) {
-        for (const Zamu::IntfId& parent : parents->parentIntfId()) {
-            switch (pathOf(intfId, parent)) {
+    for (const Ovin::AclKey& key : contribution->aclKey().keys()) {
+        Vorn::Ptr<AclParentIntfSet> parents = contribution->aclKey(key);
+        const auto kept = keep.parents.find(key);
+        for (const Zamu::IntfId& parent : parents->parentIntfId().keys()) {
+            const Path path = pathOf(intfId, parent);
+            const bool stays =
+                kept != keep.parents.end() &&
+                std::find(kept->second.begin(), kept->second.end(), parent) != kept->second.end() &&
+                (path != Path::phy || shared == keep.shared);
+            if (stays)
+                continue;
+            switch (path) {
                 case Path::phy:
                     deletePhyIntf(intfId, key);
                     break;
@@ -561,13 +593,18 @@ void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
                     deleteSubIntf(intfId, parent, key);
                     break;
             }
+            parents->parentIntfIdDel(parent);
         }
+        if (parents->parentIntfIds())
+            continue;
+        contribution->aclKeyDel(key);
         aclPhyIntfStatusDelMember(key, [&](AclPhyIntfSet& intfs) {
             intfs.phyIntfDel(intfId);
             return intfs.phyIntfs();
         });
     }
-    intfAclStatusDel(intfId);
+    if (!contribution->aclKeys())
+        intfAclStatusDel(intfId);
 }
 
 // ---- Reactions and life cycle -------------------------------------------------------------

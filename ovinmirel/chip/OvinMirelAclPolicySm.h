@@ -24,10 +24,16 @@
 //     mask bit), and then only the ACLs whose kind the chip's best combination admits.
 //  5. errIntf holds exactly the reviewed interfaces of this chip whose bound ACL kinds the
 //     chip cannot hold together; each entry and exit is logged once.
+//  6. A review writes only the difference between what the interface contributed and what it
+//     is to contribute now: what stays is not withdrawn and put back. The mapping machine
+//     reacts to every write, so a review that changes nothing must leave the status untouched
+//     (else a place would give up its hardware index, and a waiting place could take it).
 // Owns: shared references to its inputs and to the chip's AclPolicyStatus; its watchers and
 // its timer. The status entity itself is deleted by its owner, not by handleDelete.
 
+#include <map>
 #include <memory>
+#include <vector>
 
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "ovinmirel/index/OvinMirelIndex.h"
@@ -169,7 +175,8 @@ class AclPolicySm : public Vorn::StateMachine {
     // Every interface of the chip, and every one that has status or is an error interface.
     void scheduleIntfAclPolicyReview();
     void handleIntfPolicyTimer();
-    // Withdraws what the interface contributed, then puts its admitted ACLs in effect.
+    // Withdraws what the interface contributed and no longer does, then puts its admitted
+    // ACLs in effect (those already in effect stay as they are).
     void processIntf(const Zamu::IntfId& intfId);
     // The direct form: rewrites the interface's intfAclMapping entry from the index alone,
     // without the bookkeeping of processIntf. REQUIRES: as isReadyIntfAcl.
@@ -189,6 +196,7 @@ class AclPolicySm : public Vorn::StateMachine {
                         const Ovin::AclKey& aclKey);
     void deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& subIntfId,
                        const Ovin::AclKey& aclKey);
+    // Withdraws everything the interface contributed.
     void deleteIntfStatus(const Zamu::IntfId& intfId);
 
     // Reactions.
@@ -205,6 +213,19 @@ class AclPolicySm : public Vorn::StateMachine {
     class AclPhyIntfWatcher;
     using AclPhyIntfField = Vorn::EntityMapField<Ovin::AclKey, AclPhyIntfColl>;
     using AclPhyIntfWatchers = Vorn::EntryWatchers<AclPhyIntfField, AclPhyIntfWatcher>;
+
+    // What a review puts in effect on an interface: per admitted ACL (in key order), the
+    // parents it comes through; and whether the interface's own ACLs go to
+    // routedPortSharedAclMapping.
+    struct IntfContribution {
+        std::map<Ovin::AclKey, std::vector<Zamu::IntfId>> parents;
+        bool shared = false;
+    };
+    // Traces why an interface contributes nothing, where it does not.
+    IntfContribution intfContribution(const Zamu::IntfId& intfId) const;
+    // Withdraws what the interface contributed, except what `keep` has it contribute in the
+    // same way.
+    void withdrawIntfStatus(const Zamu::IntfId& intfId, const IntfContribution& keep);
 
     // The parent's kind decides the place an ACL takes in the status.
     enum class Path { phy, vlan, sub };

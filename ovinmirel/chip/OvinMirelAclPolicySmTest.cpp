@@ -220,29 +220,8 @@ TEST(AclPolicySm, RemovingTheLastAclOfAnInterfaceDeletesItsEntry) {
     EXPECT_EQ(w.sm->aclPhyIntfStatuss(), 0u);
 }
 
-TEST(AclPolicySm, AVlanAclStaysWhileAnyMemberContributesIt) {
+TEST(AclPolicySm, AnAclReachingAPortDirectlyAndThroughItsVlanKeepsBothPaths) {
     Chip1 w;
-    w.vlanMember(10, "Ethernet1");
-    w.vlanMember(10, "Ethernet2");
-    w.bind(kVlanR4, "Vlan10");
-    w.settle();
-    EXPECT_EQ(w.status(1),
-              (Facts{line("vlanAclMapping", "10", kVlanR4), "vlanAclMapping[10].phyIntf[Ethernet1]",
-                     "vlanAclMapping[10].phyIntf[Ethernet2]"}));
-    Flinq::Capture cap;
-    w.vlanMember(10, "Ethernet1", false);
-    w.settle();
-    EXPECT_EQ(w.status(1), (Facts{line("vlanAclMapping", "10", kVlanR4),
-                                  "vlanAclMapping[10].phyIntf[Ethernet2]"}));
-    EXPECT_TRUE(cap.has("        not removing vlanId 10 v4/ip/in/vlan10 from vlanAclMapping"));
-    w.vlanMember(10, "Ethernet2", false);
-    w.settle();
-    EXPECT_EQ(w.status(1), Facts{});
-    EXPECT_TRUE(cap.has("        no more acls on vlanId 10, deleting vlanAclMapping"));
-    EXPECT_EQ(w.sm->vlanAclPhyIntfStatuss(), 0u);
-
-    // One ACL reaching a port directly and through its VLAN: dropping the VLAN binding
-    // changes only the parents under the ACL, and the VLAN entry still goes.
     w.vlanMember(20, "Ethernet1");
     w.bind(kP4, "Ethernet1");
     w.bind(kP4, "Vlan20");
@@ -250,9 +229,11 @@ TEST(AclPolicySm, AVlanAclStaysWhileAnyMemberContributesIt) {
     EXPECT_EQ(w.status(1),
               (Facts{line("intfAclMapping", "Ethernet1", kP4), line("vlanAclMapping", "20", kP4),
                      "vlanAclMapping[20].phyIntf[Ethernet1]"}));
+    // Dropping the VLAN binding changes only the parents under the ACL; the VLAN entry goes.
     w.bind(kP4, "Vlan20", false);
     w.settle();
     EXPECT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP4)});
+    EXPECT_EQ(w.sm->vlanAclPhyIntfStatuss(), 0u);
 }
 
 TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
@@ -328,25 +309,6 @@ TEST(AclPolicySm, RoutedPortSharingNeedsRouterAclsOnlyAndTheirCombination) {
         EXPECT_EQ(w.status(1), expected);
         EXPECT_TRUE(cap.has(c.trace)) << testing::PrintToString(cap.texts("OvinMirelAclPolicySm"));
     }
-}
-
-TEST(AclPolicySm, ARoutedPortMovesBetweenTheMappingsAsAPortAclComesAndGoes) {
-    Chip1 w;
-    w.hw->routedPortRaclSharingSupportedIs(true);
-    w.bind(kR4, "Ethernet1");
-    w.settle();
-    EXPECT_EQ(w.status(1), Facts{line("routedPortSharedAclMapping", "Ethernet1", kR4)});
-    Flinq::Capture cap;
-    w.bind(kP4, "Ethernet1");
-    w.settle();
-    EXPECT_EQ(w.status(1), (Facts{line("intfAclMapping", "Ethernet1", kP4),
-                                  line("intfAclMapping", "Ethernet1", kR4)}));
-    EXPECT_TRUE(
-        cap.has("        removing r4/ip/in/vlan100 Ethernet1 from "
-                "routedPortSharedAclMapping, deleting routedPortSharedAclMapping"));
-    w.bind(kP4, "Ethernet1", false);
-    w.settle();
-    EXPECT_EQ(w.status(1), Facts{line("routedPortSharedAclMapping", "Ethernet1", kR4)});
 }
 
 TEST(AclPolicySm, SubInterfaceAclsFollowTheirCarriers) {

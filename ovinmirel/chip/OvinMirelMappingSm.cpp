@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
@@ -243,9 +243,14 @@ struct MappingSm::ActiveAcl {
 };
 
 // The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
-// own collection is ordered by key. Follows the root's collection while it is in use.
+// own collection is ordered by key. Open addressing over a power-of-two table at most half
+// full, each slot with the key's hash: a lookup probes a few adjacent slots and compares keys
+// only where the hashes match. Any change of the root's ACLs refills the table on the next
+// lookup (a root is written before it becomes active; later changes are rare).
 class MappingSm::ActiveAcls {
   public:
+    using Acl = ActiveAcl;
+
     ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root)
         : root_(root) {
         // The root configuration replaced or gone under its id: no longer the one to follow.
@@ -253,40 +258,59 @@ class MappingSm::ActiveAcls {
             if (rootId == root_->rootConfigId())
                 stale_ = true;
         });
-        acls_.reserve(root->aclKeyToAclIdTypeSets());
-        for (const auto& [acl, ids] : root->aclKeyToAclIdTypeSet())
-            acls_.emplace(acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)});
-        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey& acl) {
-            if (const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root_->aclKeyToAclIdTypeSet(acl))
-                acls_[acl] = Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)};
-            else
-                acls_.erase(acl);
-        });
+        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) { filled_ = false; });
+        fill();
     }
     const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
     bool stale() const { return stale_; }
-    using Acl = ActiveAcl;
     const Acl* find(const Ovin::AclKey& acl) const {
-        auto it = acls_.find(acl);
-        return it == acls_.end() ? nullptr : &it->second;
+        if (!filled_)
+            fill();
+        const size_t hash = hashOf(acl);
+        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
+            if (slots_[i].hash == hash && *slots_[i].key == acl)
+                return &slots_[i].acl;
+        }
+        return nullptr;
     }
 
   private:
-    const Vorn::Ptr<Mirel::RootConfig> root_;
     // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
     // the equality test.
-    struct Hash {
-        size_t operator()(const Ovin::AclKey& k) const noexcept {
-            uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
-            for (char c : k.name)
-                h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
-            return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
-                        uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
-                           0x9e3779b97f4a7c15ULL;
+    static size_t hashOf(const Ovin::AclKey& k) {
+        uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
+        for (char c : k.name)
+            h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
+        return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
+                    uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
+                       0x9e3779b97f4a7c15ULL;
+    }
+    void fill() const {
+        size_t size = 16;
+        while (size < 2 * root_->aclKeyToAclIdTypeSets())
+            size *= 2;
+        slots_.assign(size, Slot{});
+        mask_ = size - 1;
+        // The keys are the root's own, which stay where they are until its collection changes.
+        for (const auto& [acl, ids] : root_->aclKeyToAclIdTypeSet()) {
+            const size_t hash = hashOf(acl);
+            size_t i = hash & mask_;
+            while (slots_[i].key)
+                i = (i + 1) & mask_;
+            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)}};
         }
+        filled_ = true;
+    }
+
+    struct Slot {
+        size_t hash = 0;
+        const Ovin::AclKey* key = nullptr;  // null: empty
+        Acl acl{};
     };
-    // Hashed: only looked up.
-    std::unordered_map<Ovin::AclKey, Acl, Hash> acls_;
+    const Vorn::Ptr<Mirel::RootConfig> root_;
+    mutable std::vector<Slot> slots_;
+    mutable size_t mask_ = 0;
+    mutable bool filled_ = false;
     bool stale_ = false;
     Vorn::Subscription sub_;
     Vorn::Subscription rootSub_;
@@ -414,11 +438,11 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
             FLINQ(th, 8, "      excluding " << acl);
             continue;
         }
-        tableTypeOf(acl, *active->ids);
+        const Mirel::TableType tableType = tableTypeOf(acl, *active->ids);
         FLINQ(th, 8, "      adding " << acl);
         acls.insert(acls.end(), acl);
         if (keyIds)
-            addToKey<F>(*keyIds, acl, *active);
+            addToKey<F>(*keyIds, acl, *active, tableType);
     }
     if (acls.empty()) {
         FLINQ(th, 8, "    no active acls found");
@@ -429,8 +453,8 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
 }
 
 template <class F>
-void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active) {
-    const Mirel::TableType tableType = tableTypeOf(acl, *active.ids);
+void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active,
+                         Mirel::TableType tableType) {
     if (isRouterTable(tableType) != (F::kPool == hwAclIndexAllocRacl_))
         return;  // another family's kind
     const int field = HwAclIndexKey::fieldOf(tableType, acl.direction);
@@ -456,7 +480,7 @@ MappingSm::KeyIds MappingSm::hwAclIndexKeyIds(const typename F::Place& place) co
             FLINQ(th, kFast, "Unexpected acl " << acl);
             VORN_ASSERT(false);
         }
-        addToKey<F>(out, acl, *found);
+        addToKey<F>(out, acl, *found, tableTypeOf(acl, *found->ids));
     }
     FLINQ(th, 8, keyFields(out.key));
     return out;
@@ -556,6 +580,10 @@ void MappingSm::maybeUpdatePdMapping(const typename F::Place& place, const KeyId
 
 void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds,
                                        bool present) {
+    // A reused index has these entries already (they go only with the index), so writing them
+    // again would change nothing: they are only traced, and not even walked unless traced.
+    if (present && !th.enabled(8))
+        return;
     for (const Mirel::AclIdTypeSet* ids : keyIds.ids) {
         if (!ids)
             continue;
@@ -564,8 +592,6 @@ void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyId
                 addChipRuleListKeyToIdMapping(hwAclIndex, aclId, protocolType);
                 continue;
             }
-            // A reused index has these entries already (they go only with the index), so
-            // writing them again would change nothing: they are only traced.
             FLINQ(th, 8,
                   "      add 2nd-level intf mapping for chip-rulelist-id key "
                       << Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,

@@ -198,7 +198,9 @@ class MappingSm : public Vorn::StateMachine {
     bool updateInternalMapping(const typename F::Place& place, const typename F::PolicyEntry* entry,
                                KeyIds* keyIds = nullptr);
     template <class F>
-    static void addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active);
+    // `tableType`: the ACL's, as tableTypeOf gives it.
+    static void addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active,
+                         Mirel::TableType tableType);
     class ActiveAcls;
     // The active root's ACLs. REQUIRES: an active root with a configuration.
     const ActiveAcls& activeAcls() const;

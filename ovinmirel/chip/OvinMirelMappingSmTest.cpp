@@ -1,7 +1,11 @@
-// The PD mapping machine against a real glue status, policy status and data-flow
-// configuration: sharing and releasing indexes in both pools, key changes, exhaustion, the
-// gates, the rebuild on a new active root, and the fatal inconsistencies. The mapping checker
-// runs after every step.
+// The PD mapping machine behind the real ones: ACLs bound in the store, the index machines
+// keeping a real Index, the chip's AclPolicySm writing the policy status (the timer wheel run
+// after every step), and a glue status whose active root the test writes (once from the real
+// AclIdAllocSm). Sharing and releasing indexes in both pools, key changes, exhaustion, policy
+// contention, the gates, the rebuild on a new active root, and the fatal inconsistencies. The
+// mapping checker runs after every step, the index checker after every step that changed the
+// index. DirectPolicy stands in where a case needs a policy result the policy machine never
+// writes; each such case says why.
 
 #include "ovinmirel/chip/OvinMirelMappingSm.h"
 
@@ -12,8 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelAclIdAllocSm.h"
 #include "ovinmirel/chip/OvinMirelMappingCheck.h"
 #include "ovinmirel/chip/OvinMirelMappingSmTestWorld.h"
+#include "ovinmirel/index/OvinMirelIndexCheck.h"
 #include "platform/flinq/Flinq.h"
 #include "tests/TestSupport.h"
 
@@ -23,8 +29,12 @@ namespace {
 using namespace MappingTest;
 using Strings = std::vector<std::string>;
 
+// Ports Ethernet1 and Ethernet2 carry port ACLs, Ethernet3 and Ethernet4 are routed ports,
+// Ethernet5 carries Ethernet5.1, Ethernet6 and Ethernet7 are the members of VLAN 10, Ethernet8
+// the member of Port-Channel1, which carries Port-Channel1.5.
 const IntfId kEth1("Ethernet1"), kEth2("Ethernet2"), kEth3("Ethernet3"), kEth4("Ethernet4");
-const IntfId kSub1("Ethernet5.1"), kSub2("Ethernet5.2");
+const IntfId kEth6("Ethernet6"), kEth7("Ethernet7"), kVlan10("Vlan10");
+const IntfId kSub1("Ethernet5.1"), kLagSub("Port-Channel1.5");
 
 const Ovin::AclKey kP4 = pacl("p4"), kP4Out = pacl("p4out", Acl::aclDirectionOut);
 const Ovin::AclKey kP6 = pacl("p6", Acl::aclDirectionIn, Acl::aclTypeIpv6);
@@ -32,47 +42,60 @@ const Ovin::AclKey kMac = macl("mac"), kMacOut = macl("macout", Acl::aclDirectio
 const Ovin::AclKey kR4 = racl("r4"), kR4Out = racl("r4out", 1, Acl::aclDirectionOut);
 const Ovin::AclKey kR6 = racl("r6", 1, Acl::aclDirectionIn, Acl::aclTypeIpv6);
 const Ovin::AclKey kR4b = racl("r4b", 2);
+// Their ids in root 0: 1 to 9 in this order.
 const std::vector<Ovin::AclKey> kAllAcls = {kP4, kP4Out, kP6, kMac, kMacOut,
                                             kR4, kR4Out, kR6, kR4b};
 
-// A world whose machine is checked after every step.
-std::unique_ptr<World> checkedWorld(uint32_t hwAclIndexMax = 100, uint32_t reserved = 0) {
-    auto w = std::make_unique<World>(hwAclIndexMax, reserved);
+// A world whose machine is checked after every step, with the topology above and routed-port
+// sharing on.
+std::unique_ptr<World> checkedWorld(uint32_t hwAclIndexMax = 100, uint32_t reserved = 0,
+                                    PolicySource source = PolicySource::bindings) {
+    auto w = std::make_unique<World>(hwAclIndexMax, reserved, source);
     World* raw = w.get();
-    raw->afterStep = [raw] { EXPECT_EQ(checkMappingConsistency(*raw->sm), std::nullopt); };
+    raw->afterStep = [raw](bool indexChanged) {
+        EXPECT_EQ(checkMappingConsistency(*raw->sm), std::nullopt);
+        if (indexChanged) {
+            EXPECT_EQ(checkIndexConsistency(*raw->inputs.index), std::nullopt);
+        }
+    };
+    if (source == PolicySource::direct)
+        return w;
+    w->raclSharing(true);
+    w->vlanMember(10, kEth6);
+    w->vlanMember(10, kEth7);
+    w->subIntfConfigured(kSub1);
+    w->lagMember("Port-Channel1", "Ethernet8");
+    w->subIntfConfigured(kLagSub);
     return w;
 }
 
 // Started with root 0 holding every ACL above active.
-std::unique_ptr<World> runningWorld(uint32_t hwAclIndexMax = 100, uint32_t reserved = 0) {
-    auto w = checkedWorld(hwAclIndexMax, reserved);
+std::unique_ptr<World> runningWorld(uint32_t hwAclIndexMax = 100, uint32_t reserved = 0,
+                                    PolicySource source = PolicySource::bindings) {
+    auto w = checkedWorld(hwAclIndexMax, reserved, source);
     w->rootIs(0, kAllAcls);
     w->activate(0);
     w->start();
     return w;
 }
 
-// One place of any family: how to give it ACLs and how to read its index back.
+// One place of any family: the interface its ACLs are bound to, and its index.
 struct Place {
     std::string name;
-    std::function<void(World&, const AclKeySet&)> set;
+    IntfId bound;
     std::function<std::optional<int>(const World&)> index;
 };
-Place intfPlace(const IntfId& i) {
-    return {"intf " + i.name(), [i](World& w, const AclKeySet& a) { w.intf(i, a); },
-            [i](const World& w) { return w.intfIndex(i); }};
+Place port(const IntfId& i) {
+    return {"intf " + i.name(), i, [i](const World& w) { return w.intfIndex(i); }};
 }
-Place routedPortPlace(const IntfId& i) {
-    return {"routed port " + i.name(), [i](World& w, const AclKeySet& a) { w.routedPort(i, a); },
-            [i](const World& w) { return w.routedPortIndex(i); }};
+Place routedPort(const IntfId& i) {
+    return {"routed port " + i.name(), i, [i](const World& w) { return w.routedPortIndex(i); }};
 }
-Place vlanPlace(int v) {
-    return {"vlan " + std::to_string(v), [v](World& w, const AclKeySet& a) { w.vlan(v, a); },
-            [v](const World& w) { return w.vlanIndex(v); }};
+Place vlan10() {
+    return {"vlan 10", kVlan10, [](const World& w) { return w.vlanIndex(10); }};
 }
-Place subIntfPlace(const IntfId& i) {
-    return {"subintf " + i.name(), [i](World& w, const AclKeySet& a) { w.subIntf(i, a); },
-            [i](const World& w) { return w.subIntfIndex(i); }};
+Place subIntf(const IntfId& i) {
+    return {"subintf " + i.name(), i, [i](const World& w) { return w.subIntfIndex(i); }};
 }
 
 TEST(MappingSm, PlacesWithOneKeyShareAnIndexFreedByTheLastOfThePool) {
@@ -81,41 +104,44 @@ TEST(MappingSm, PlacesWithOneKeyShareAnIndexFreedByTheLastOfThePool) {
         std::vector<Place> places;  // all given the same ACLs, then emptied in this order
         AclKeySet acls;
         HwAclIndexAllocatorType pool;
+        Strings secondLevel;  // in and out ACLs of one kind each have theirs
     };
     const Case cases[] = {
         {"two interfaces",
-         {intfPlace(kEth1), intfPlace(kEth2)},
+         {port(kEth1), port(kEth2)},
          {kP4, kP6, kMac, kP4Out, kMacOut},
-         hwAclIndexAllocPaclMacl_},
-        {"routed port, VLAN and sub-interface",
-         {routedPortPlace(kEth3), vlanPlace(10), subIntfPlace(kSub1)},
+         hwAclIndexAllocPaclMacl_,
+         {"1/in/all=1", "1/out/all=2", "3/in/all=3", "5/in/all=4", "5/out/all=5"}},
+        {"routed port, VLAN, sub-interfaces of a port and of a port-channel",
+         {routedPort(kEth3), vlan10(), subIntf(kSub1), subIntf(kLagSub)},
          {kR4, kR6, kR4Out},
-         hwAclIndexAllocRacl_},
+         hwAclIndexAllocRacl_,
+         {"2/in/all=6", "2/out/all=7", "4/in/all=8"}},
         {"the same, emptied the other way round",
-         {subIntfPlace(kSub1), vlanPlace(10), routedPortPlace(kEth3)},
+         {subIntf(kLagSub), subIntf(kSub1), vlan10(), routedPort(kEth3)},
          {kR4, kR6, kR4Out},
-         hwAclIndexAllocRacl_},
+         hwAclIndexAllocRacl_,
+         {"2/in/all=6", "2/out/all=7", "4/in/all=8"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         auto w = runningWorld();
         for (const Place& p : c.places)
-            p.set(*w, c.acls);
+            w->bind(p.bound, c.acls);
         const std::optional<int> index = c.places.front().index(*w);
         ASSERT_EQ(index, 1);
         for (const Place& p : c.places)
             EXPECT_EQ(p.index(*w), index) << p.name;
-        const Strings secondLevel = w->secondLevel(*index);
-        EXPECT_EQ(secondLevel.size(), c.acls.size());
+        EXPECT_EQ(w->secondLevel(*index), c.secondLevel);
         EXPECT_EQ(w->numbersInUse(c.pool), (std::vector<uint32_t>{0, 1}));
         for (size_t i = 0; i < c.places.size(); ++i) {
             SCOPED_TRACE(c.places[i].name + " emptied");
-            c.places[i].set(*w, {});
+            w->bind(c.places[i].bound, {});
             EXPECT_EQ(c.places[i].index(*w), std::nullopt);
             const bool last = i + 1 == c.places.size();
             if (!last) {
                 EXPECT_EQ(c.places.back().index(*w), index);
-                EXPECT_EQ(w->secondLevel(*index), secondLevel);
+                EXPECT_EQ(w->secondLevel(*index), c.secondLevel);
             }
             const std::vector<uint32_t> inUse =
                 last ? std::vector<uint32_t>{0} : std::vector<uint32_t>{0, 1};
@@ -128,8 +154,8 @@ TEST(MappingSm, PlacesWithOneKeyShareAnIndexFreedByTheLastOfThePool) {
 
 TEST(MappingSm, AKeyChangeFreesTheOldIndexBeforeTheNewIsWritten) {
     auto w = runningWorld();
-    w->intf(kEth1, {kP4});
-    w->intf(kEth2, {kP6});
+    w->bind(kEth1, {kP4});
+    w->bind(kEth2, {kP6});
     ASSERT_EQ(w->intfIndex(kEth1), 1);
     ASSERT_EQ(w->intfIndex(kEth2), 2);
     Strings events;
@@ -144,8 +170,9 @@ TEST(MappingSm, AKeyChangeFreesTheOldIndexBeforeTheNewIsWritten) {
                          std::to_string(int(k.tableType())));
     });
     Flinq::Capture capture;
-    w->intf(kEth1, {kP4, kMac});
+    w->bind(kEth1, {kP4, kMac});
     // Ethernet1 was the last user of index 1: it goes with its entries, and is handed out again.
+    // The review of Ethernet1 changes its status by the one ACL only.
     EXPECT_EQ(events, (Strings{"Ethernet1 gone", "del 1/1", "Ethernet1=1", "add 1/1", "add 1/5"}));
     EXPECT_TRUE(capture.hasSubstring("      updating key "));
     EXPECT_TRUE(
@@ -154,9 +181,9 @@ TEST(MappingSm, AKeyChangeFreesTheOldIndexBeforeTheNewIsWritten) {
     EXPECT_EQ(w->intfIndex(kEth2), 2);
 
     // With another user left, the old index stays as it is and the place moves to a new one.
-    w->intf(kEth3, {kP4, kMac});
+    w->bind(kEth3, {kP4, kMac});
     events.clear();
-    w->intf(kEth1, {kP4});
+    w->bind(kEth1, {kP4});
     EXPECT_EQ(events, (Strings{"Ethernet1 gone", "Ethernet1=3", "add 3/1"}));
     EXPECT_EQ(w->intfIndex(kEth3), 1);
     EXPECT_EQ(w->secondLevel(1).size(), 2u);
@@ -180,7 +207,7 @@ TEST(MappingSm, TheReservedIndexIsNeverHandedOut) {
         auto w = runningWorld(c.max, c.reserved);
         for (size_t i = 0; i < c.indexes.size(); ++i) {
             const IntfId intf = IntfId::ethernet(uint32_t(i + 1));
-            w->intf(intf, keys[i]);
+            w->bind(intf, keys[i]);
             EXPECT_EQ(w->intfIndex(intf), c.indexes[i]) << intf;
         }
     }
@@ -188,100 +215,77 @@ TEST(MappingSm, TheReservedIndexIsNeverHandedOut) {
 
 TEST(MappingSm, AnExhaustedPoolMapsItsWaitingPlacesOnceANumberIsFree) {
     auto w = runningWorld(1, 0);
-    w->intf(kEth1, {kP4});
+    w->bind(kEth1, {kP4});
     ASSERT_EQ(w->intfIndex(kEth1), 1);
     {
         Flinq::Capture capture;
-        w->intf(kEth2, {kP6});
+        w->bind(kEth2, {kP6});
         EXPECT_TRUE(capture.has("      range exhausted, cannot allocate hw acl index"));
     }
     // A second place with the same unmapped key: it waits too, and is in no key's set.
-    w->intf(kEth3, {kP6});
+    w->bind(kEth3, {kP6});
     EXPECT_EQ(w->intfIndex(kEth2), std::nullopt);
     EXPECT_EQ(w->intfIndex(kEth3), std::nullopt);
     EXPECT_EQ(w->sm->intfWaitingForHwAclIndex().keys(), (std::vector<IntfId>{kEth2, kEth3}));
     EXPECT_EQ(w->sm->keyToIntfSets(), 1u);
+    // Ethernet1 reviewed with its key unchanged (an ACL that the active root lacks): it keeps
+    // its index, which no waiting place may take meanwhile.
+    w->bind(kEth1, {kP4, pacl("notInRoot", Acl::aclDirectionOut)});
+    EXPECT_EQ(w->intfIndex(kEth1), 1);
+    EXPECT_EQ(w->intfIndex(kEth2), std::nullopt);
     // A key that has an index is shared even now.
-    w->intf(kEth4, {kP4});
+    w->bind(kEth4, {kP4});
     EXPECT_EQ(w->intfIndex(kEth4), 1);
     // The number stays in use while Ethernet4 holds it.
-    w->intf(kEth1, {});
+    w->bind(kEth1, {});
     EXPECT_EQ(w->intfIndex(kEth2), std::nullopt);
     // Freed: both waiting places get it, in order.
-    w->intf(kEth4, {});
+    w->bind(kEth4, {});
     EXPECT_EQ(w->intfIndex(kEth2), 1);
     EXPECT_EQ(w->intfIndex(kEth3), 1);
     EXPECT_EQ(w->sm->intfWaitingForHwAclIndexs(), 0u);
     // A waiting place that loses its ACLs simply stops waiting.
-    w->intf(kEth1, {kMac});
+    w->bind(kEth1, {kMac});
     EXPECT_TRUE(w->sm->intfWaitingForHwAclIndex(kEth1));
-    w->intf(kEth1, {});
+    w->bind(kEth1, {});
     EXPECT_FALSE(w->sm->intfWaitingForHwAclIndex(kEth1));
 }
 
 TEST(MappingSm, TheRouterPoolIsFreedForWaitingPlacesOfAnyRouterFamily) {
     auto w = runningWorld(1, 0);
-    w->vlan(10, {kR4});
-    w->routedPort(kEth1, {kR6});
-    w->subIntf(kSub1, {kR4b});
+    w->bind(kVlan10, {kR4});
+    w->bind(kEth3, {kR6});
+    w->bind(kSub1, {kR4b});
     EXPECT_EQ(w->vlanIndex(10), 1);
-    EXPECT_EQ(w->routedPortIndex(kEth1), std::nullopt);
+    EXPECT_EQ(w->routedPortIndex(kEth3), std::nullopt);
     EXPECT_EQ(w->subIntfIndex(kSub1), std::nullopt);
     // The port pool is another pool: its number 1 is free.
-    w->intf(kEth2, {kP4});
+    w->bind(kEth2, {kP4});
     EXPECT_EQ(w->intfIndex(kEth2), 1);
     // Routed ports are reviewed before sub-interfaces.
-    w->vlan(10, {});
-    EXPECT_EQ(w->routedPortIndex(kEth1), 1);
+    w->bind(kVlan10, {});
+    EXPECT_EQ(w->routedPortIndex(kEth3), 1);
     EXPECT_EQ(w->subIntfIndex(kSub1), std::nullopt);
-}
-
-TEST(MappingSm, InboundAndOutboundAclsOfOneKindAreBothMapped) {
-    struct Case {
-        Place place;
-        AclKeySet acls;
-        Strings secondLevel;
-    };
-    const Case cases[] = {
-        {intfPlace(kEth1), {kP4, kP4Out}, {"1/in/all=1", "1/out/all=2"}},
-        {intfPlace(kEth1), {kMac, kMacOut}, {"5/in/all=4", "5/out/all=5"}},
-        {routedPortPlace(kEth1), {kR4, kR4Out}, {"2/in/all=6", "2/out/all=7"}},
-        {vlanPlace(10), {kR4, kR4Out}, {"2/in/all=6", "2/out/all=7"}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.place.name);
-        auto w = runningWorld();
-        c.place.set(*w, c.acls);
-        ASSERT_EQ(c.place.index(*w), 1);
-        EXPECT_EQ(w->secondLevel(1), c.secondLevel);
-    }
-}
-
-TEST(MappingSm, SplitAclsMapEachProtocolClass) {
-    auto w = checkedWorld();
-    w->rootIs(0, {kP4, kMac}, {kP4});
-    w->activate(0);
-    w->start();
-    w->intf(kEth1, {kP4, kMac});
-    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/tcp=1", "1/in/nonTcp=2", "5/in/all=3"}));
 }
 
 TEST(MappingSm, AKeyWithNothingOfItsFamilyTakesNoNumber) {
     struct Case {
         Place place;
         AclKeySet acls;  // active, but of another family's kinds
+        bool sharing = true;
     };
     const Case cases[] = {
-        {intfPlace(kEth1), {kR4}},
-        {routedPortPlace(kEth1), {kP4, kMac}},
-        {vlanPlace(10), {kP6}},
-        {subIntfPlace(kSub1), {kMacOut}},
+        // Unshared, a routed port's router ACLs are the port's, and ports map no router ACL.
+        {port(kEth3), {kR4}, false},
+        {vlan10(), {kP6}},
+        {subIntf(kSub1), {kMacOut}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.place.name);
         auto w = runningWorld();
+        w->raclSharing(c.sharing);
         Flinq::Capture capture;
-        c.place.set(*w, c.acls);
+        w->bind(c.place.bound, c.acls);
         EXPECT_TRUE(capture.has("      empty hw acl index key, no pd mapping"));
         EXPECT_EQ(c.place.index(*w), std::nullopt);
         EXPECT_EQ(w->numbersInUse(hwAclIndexAllocPaclMacl_), (std::vector<uint32_t>{0}));
@@ -289,36 +293,79 @@ TEST(MappingSm, AKeyWithNothingOfItsFamilyTakesNoNumber) {
         EXPECT_EQ(w->dataFlow->chipRuleListKeyToIds(), 0u);
         EXPECT_EQ(w->sm->keyToHwAclIndexs(), 0u);
     }
-    // A mapped interface whose port ACLs go, leaving a router ACL, gives its index back.
+    // A mapped interface whose port ACLs go, leaving an unshared router ACL, gives its index
+    // back.
     auto w = runningWorld();
-    w->intf(kEth1, {kP4});
+    w->raclSharing(false);
+    w->bind(kEth1, {kP4, kR4});
     ASSERT_EQ(w->intfIndex(kEth1), 1);
-    w->intf(kEth1, {kR4});
+    w->bind(kEth1, {kR4});
     EXPECT_EQ(w->intfIndex(kEth1), std::nullopt);
     EXPECT_EQ(w->numbersInUse(hwAclIndexAllocPaclMacl_), (std::vector<uint32_t>{0}));
     EXPECT_EQ(w->secondLevel(1), Strings{});
 }
 
-TEST(MappingSm, ReleasingAnIndexKeepsTheOtherPoolsEntriesAtTheSameNumber) {
-    for (bool portFirst : {true, false}) {
-        SCOPED_TRACE(portFirst ? "port pool released" : "router pool released");
-        auto w = runningWorld();
-        w->intf(kEth1, {kP4});
-        w->vlan(10, {kR4});
-        // The pools share one number range: both hand out 1.
-        ASSERT_EQ(w->intfIndex(kEth1), 1);
-        ASSERT_EQ(w->vlanIndex(10), 1);
-        EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "2/in/all=6"}));
-        if (portFirst) {
-            w->intf(kEth1, {});
-            EXPECT_EQ(w->vlanIndex(10), 1);
-            EXPECT_EQ(w->secondLevel(1), (Strings{"2/in/all=6"}));
-        } else {
-            w->vlan(10, {});
-            EXPECT_EQ(w->intfIndex(kEth1), 1);
-            EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1"}));
-        }
-    }
+TEST(MappingSm, ARoutedPortMovesBetweenThePoolsAsAPortAclComesAndGoes) {
+    auto w = runningWorld();
+    w->bind(kVlan10, {kR4});
+    w->bind(kEth3, {kR4});
+    EXPECT_EQ(w->routedPortIndex(kEth3), w->vlanIndex(10));
+    // A port ACL ends the sharing: the port's key holds its port ACL only. The pools share one
+    // number range: both hand out 1.
+    Flinq::Capture capture;
+    w->bind(kEth3, {kR4, kP4});
+    EXPECT_TRUE(
+        capture.has("        removing r4/ip/in/vlan1 Ethernet3 from routedPortSharedAclMapping, "
+                    "deleting routedPortSharedAclMapping"));
+    EXPECT_EQ(w->routedPortIndex(kEth3), std::nullopt);
+    ASSERT_EQ(w->intfIndex(kEth3), 1);
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "2/in/all=6"}));
+    // Releasing a number in one pool leaves the other pool's entries under it.
+    w->bind(kVlan10, {});
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1"}));
+    w->bind(kEth3, {kR4});
+    EXPECT_EQ(w->intfIndex(kEth3), std::nullopt);
+    EXPECT_EQ(w->routedPortIndex(kEth3), 1);
+    EXPECT_EQ(w->secondLevel(1), (Strings{"2/in/all=6"}));
+}
+
+TEST(MappingSm, AVlanAclIsKeptWhileAnyMemberContributesIt) {
+    auto w = runningWorld();
+    w->bind(kVlan10, {kR4});
+    ASSERT_EQ(w->vlanIndex(10), 1);
+    Strings events;
+    auto sub = w->dataFlow->vlanToHwAclIndexNotify(
+        [&](const Bridging::VlanId& v) { events.push_back("vlan " + std::to_string(v.value())); });
+    Flinq::Capture capture;
+    w->vlanMember(10, kEth6, false);
+    EXPECT_TRUE(capture.has("        not removing vlanId 10 r4/ip/in/vlan1 from vlanAclMapping"));
+    // The last member reviewed for a port ACL of its own: its VLAN contribution stays as it is.
+    w->bind(kEth7, {kP4});
+    EXPECT_EQ(events, Strings{});
+    EXPECT_EQ(w->vlanIndex(10), 1);
+    w->vlanMember(10, kEth7, false);
+    EXPECT_TRUE(capture.has("    vlan 10 removed, delete pd mapping"));
+    EXPECT_EQ(w->vlanIndex(10), std::nullopt);
+    EXPECT_EQ(w->numbersInUse(hwAclIndexAllocRacl_), (std::vector<uint32_t>{0}));
+    // A member coming back brings the VLAN's ACL back.
+    w->vlanMember(10, kEth6);
+    EXPECT_EQ(w->vlanIndex(10), 1);
+}
+
+TEST(MappingSm, PolicyContentionLeavesTheLosingAclOutOfTheMappings) {
+    auto w = runningWorld();
+    // IPv4 and IPv6 port ACLs together first, MAC alone second.
+    w->combinations({0x005, 0x100});
+    w->bind(kEth1, {kP4, kP6, kMac});
+    ASSERT_EQ(w->intfIndex(kEth1), 1);
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "3/in/all=3"}));
+    EXPECT_TRUE(w->policy->errIntf(kEth1));
+    // The first partial match keeps IPv4 only; MAC alone is held in full.
+    w->bind(kEth1, {kP4, kMac});
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1"}));
+    w->bind(kEth1, {kMac});
+    EXPECT_EQ(w->secondLevel(1), (Strings{"5/in/all=4"}));
+    EXPECT_FALSE(w->policy->errIntf(kEth1));
 }
 
 TEST(MappingSm, NothingIsMappedWithoutAnActiveRootHoldingAcls) {
@@ -342,8 +389,8 @@ TEST(MappingSm, NothingIsMappedWithoutAnActiveRootHoldingAcls) {
         c.root(*w);
         w->start();
         Flinq::Capture capture;
-        w->intf(kEth1, {kP4});
-        w->vlan(10, {kR4});
+        w->bind(kEth1, {kP4});
+        w->bind(kVlan10, {kR4});
         EXPECT_TRUE(capture.has(c.trace));
         EXPECT_EQ(w->sm->intfAclMappings(), 0u);
         EXPECT_EQ(w->intfIndex(kEth1), std::nullopt);
@@ -362,7 +409,7 @@ TEST(MappingSm, AclsOutsideTheActiveRootAreExcluded) {
     w->activate(0);
     w->start();
     Flinq::Capture capture;
-    w->intf(kEth1, {kP4, kP6});
+    w->bind(kEth1, {kP4, kP6});
     EXPECT_TRUE(capture.has("      excluding p6/ipv6/in"));
     const AclKeySet* internal = w->sm->intfAclMapping(kEth1);
     ASSERT_NE(internal, nullptr);
@@ -371,15 +418,15 @@ TEST(MappingSm, AclsOutsideTheActiveRootAreExcluded) {
     EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth1)), (Strings{"1/in/all=1"}));
     // A VLAN with no ACL in the root is not looked at further.
     capture.clear();
-    w->vlan(20, {kR6});
+    w->bind(kVlan10, {kR6});
     EXPECT_TRUE(capture.has("    no racls on vlan in active config, ignore"));
-    EXPECT_FALSE(w->sm->vlanAclMapping(Bridging::VlanId(20)));
+    EXPECT_FALSE(w->sm->vlanAclMapping(Bridging::VlanId(10)));
     // Once the active root holds it, it is in.
     w->rootIs(1, {kP4, kP6, kR4, kR6});
     w->activate(1);
     // Index 1 of both pools: the interface's port ACLs, the VLAN's router ACL.
     EXPECT_EQ(w->intfIndex(kEth1), 1);
-    EXPECT_EQ(w->vlanIndex(20), 1);
+    EXPECT_EQ(w->vlanIndex(10), 1);
     EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=1", "3/in/all=2", "4/in/all=4"}));
 }
 
@@ -388,37 +435,41 @@ TEST(MappingSm, ReviewsFollowTheActiveRootsAclsAsTheyStand) {
     w->rootIs(0, {kP4});
     w->activate(0);
     w->start();
-    w->intf(kEth1, {kP4});
+    w->bind(kEth1, {kP4});
     // The active root gains an ACL (no place has it yet): the next review sees it.
     auto root = w->glue->rootConfigColl()->rootConfig(w->rootId(0));
     ASSERT_TRUE(root);
     root->aclKeyToAclIdTypeSetIs(kP6)->aclIdTypeIs(
         Mirel::protocolAll_, Mirel::AclId(Mirel::ipv6PortAcl_, 9, Acl::aclDirectionIn));
-    w->intf(kEth2, {kP6});
+    w->bind(kEth2, {kP6});
     ASSERT_TRUE(w->intfIndex(kEth2));
     EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth2)), (Strings{"3/in/all=9"}));
     // The active root's configuration replaced under the same id (its places gone first): the
     // new one counts.
-    w->intf(kEth1, {});
-    w->intf(kEth2, {});
+    w->bind(kEth1, {});
+    w->bind(kEth2, {});
     w->glue->rootConfigColl()->rootConfigDel(w->rootId(0));
     w->rootIs(0, {kP4, kP6}, {}, 20);
-    w->intf(kEth3, {kP6});
+    w->bind(kEth3, {kP6});
     ASSERT_TRUE(w->intfIndex(kEth3));
     EXPECT_EQ(w->secondLevel(*w->intfIndex(kEth3)), (Strings{"3/in/all=21"}));
 }
 
 TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
+    // Bound on both worlds alike.
+    auto bindAll = [](World& w) {
+        w.bind(kEth3, {kP4});
+        w.bind(kEth2, {kP6});
+        w.bind(kEth1, {kMac});
+        w.bind(kEth3, {});
+        w.bind(kEth3, {kP4Out});
+        w.bind("Vlan10", {kR4});
+        w.bind(kLagSub, {kR6});
+        w.bind(kEth4, {kR4});
+    };
     auto w = runningWorld();
     // A history that leaves the numbers out of key order.
-    w->intf(kEth3, {kP4});
-    w->intf(kEth2, {kP6});
-    w->intf(kEth1, {kMac});
-    w->intf(kEth3, {});
-    w->intf(kEth3, {kP4Out});
-    w->vlan(20, {kR4});
-    w->subIntf(kSub2, {kR6});
-    w->routedPort(kEth4, {kR4});
+    bindAll(*w);
     EXPECT_EQ(w->intfIndex(kEth1), 3);
     EXPECT_EQ(w->intfIndex(kEth3), 1);
     const auto oldAllocator = w->sm->hwAclIndexAllocator(hwAclIndexAllocPaclMacl_);
@@ -441,41 +492,75 @@ TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
     EXPECT_EQ(w->intfIndex(kEth3), 3);
     EXPECT_EQ(w->secondLevel(1), (Strings{"2/in/all=55", "5/in/all=53"}));
     EXPECT_EQ(w->routedPortIndex(kEth4), 1);
-    EXPECT_EQ(w->vlanIndex(20), 1);
-    EXPECT_EQ(w->subIntfIndex(kSub2), 2);
+    EXPECT_EQ(w->vlanIndex(10), 1);
+    EXPECT_EQ(w->subIntfIndex(kLagSub), 2);
 
-    // The same inputs given to a fresh machine give the same tables.
+    // The same bindings given to a fresh machine, started on that root, give the same tables.
     auto fresh = checkedWorld();
     fresh->rootIs(1, kAllAcls, {}, 50);
-    fresh->intf(kEth1, {kMac});
-    fresh->intf(kEth2, {kP6});
-    fresh->intf(kEth3, {kP4Out});
-    fresh->vlan(20, {kR4});
-    fresh->subIntf(kSub2, {kR6});
-    fresh->routedPort(kEth4, {kR4});
+    bindAll(*fresh);
     fresh->activate(1);
     fresh->start();
     EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
 }
 
-TEST(MappingSm, APlaceIsReviewedWhenItAppearsChangesAndGoes) {
-    auto w = runningWorld();
-    // Places present before the machine starts are mapped by its start.
-    auto late = checkedWorld();
-    late->rootIs(0, kAllAcls);
-    late->activate(0);
-    late->intf(kEth2, {kP4});
-    late->vlan(30, {kR4});
-    late->start();
-    EXPECT_EQ(late->intfIndex(kEth2), 1);
-    EXPECT_EQ(late->vlanIndex(30), 1);
+TEST(MappingSm, TheActiveRootsIdsFromTheAllocatorCloseTheLoop) {
+    auto w = checkedWorld();
+    w->start();
+    w->capability->chipRuleListIdMaxIs(20);
+    w->capability->chipRuleListIdReservedPermitAllIs(1);
+    w->capability->aclSplitOnProtocolSupportedIs(true);
+    auto response = w->glue->aclIdResponseColl()->chipAclIdResponseIs(w->chip);
+    auto allocator = aclIdAllocSmFactory(w->chip, w->capability, w->inputs.acls, w->glue,
+                                         w->inputs.index, response);
+    allocator->handleInitialized();
+    // p4 mixes TCP and UDP rules: it is split.
+    auto acl = w->inputs.acls->aclIs(kP4);
+    for (uint8_t proto : {6, 17}) {
+        Mirel::IpRuleConfig rule;
+        rule.filter.protocol = Zamu::IpProto(proto);
+        rule.filter.matchProtocol = true;
+        acl->ipRuleByIdIs(Mirel::AceIndex{proto, 0, Acl::UniqueId{proto}}, rule);
+        acl->ruleCountByProtocolInc(Zamu::IpProto(proto), 1);
+    }
+    w->bind(kEth1, {kP4, kMac});
+    w->bind(kEth2, {kP6});
+    w->bind(kVlan10, {kR4Out});
+    // One allocation cycle; its answer becomes root `slot`, made active.
+    auto cycle = [&](uint32_t slot) {
+        w->glue->glueSmStateIs(idle_);
+        w->glue->glueSmStateIs(aclIdAlloc_);
+        ASSERT_FALSE(allocator->chipRuleListIdExhausted());
+        auto root = w->glue->rootConfigColl()->rootConfigIs(w->rootId(slot));
+        root->aclKeyToAclIdTypeSetDelAll();
+        for (const auto& [key, ids] : response->response())
+            root->aclKeyToAclIdTypeSetIs(key)->copyFrom(*ids);
+        w->activate(slot);
+    };
+    cycle(0);
+    // Key order: mac, p4 (two ids), p6, r4out; id 1 is the permit-all list's. Index 1 of both
+    // pools: Ethernet1's and the VLAN's.
+    ASSERT_EQ(w->intfIndex(kEth1), 1);
+    ASSERT_EQ(w->vlanIndex(10), 1);
+    EXPECT_EQ(w->secondLevel(1),
+              (Strings{"1/in/tcp=2", "1/in/nonTcp=3", "2/out/all=5", "5/in/all=0"}));
+    ASSERT_EQ(w->intfIndex(kEth2), 2);
+    EXPECT_EQ(w->secondLevel(2), (Strings{"3/in/all=4"}));
+    // The MAC ACL unbound: the next cycle numbers what is left from scratch.
+    w->bind(kEth1, {kP4});
+    cycle(1);
+    EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/tcp=0", "1/in/nonTcp=2", "2/out/all=4"}));
+    EXPECT_EQ(w->secondLevel(2), (Strings{"3/in/all=3"}));
+}
 
+TEST(MappingSm, AnEntryDeletedWithItsAclsStillInItIsRemoved) {
+    // The policy machine empties an entry before it deletes it; the mapping does not rely on it.
+    auto w = runningWorld(100, 0, PolicySource::direct);
     w->subIntf(kSub1, {kR4, kR6});
     EXPECT_EQ(w->subIntfIndex(kSub1), 1);
-    // The entry deleted with its ACLs still in it: the removal path runs.
     Flinq::Capture capture;
     w->policyStatus->subIntfAclMappingDel(kSub1);
-    w->step();
+    w->step(false);
     EXPECT_TRUE(capture.has("    subintf Ethernet5.1 removed, delete pd mapping"));
     EXPECT_TRUE(
         capture.has("      delete 1st-level mapping for subintf Ethernet5.1, hw acl index 1"));
@@ -489,10 +574,10 @@ TEST(MappingSm, TracesNameWhatIsDone) {
     w->activate(0);
     Flinq::Capture capture;
     w->start();
-    w->intf(kEth1, {kP4});
-    w->intf(kEth2, {kP4});
-    w->routedPort(kEth3, {kR4});
-    w->routedPort(kEth3, {});
+    w->bind(kEth1, {kP4});
+    w->bind(kEth2, {kP4});
+    w->bind(kEth3, {kR4});
+    w->bind(kEth3, {});
     const Strings expected = {
         "    instantiated allocator hwAclIndexAllocPaclMacl: max: 100 reservedNumber: 7",
         "    instantiated allocator hwAclIndexAllocRacl: max: 100 reservedNumber: 7",
@@ -543,12 +628,12 @@ TEST(MappingSm, MachinesPerChip) {
     w.rootIs(0, kAllAcls);
     w.activate(0);
     sm->handleInitialized();
-    w.intf(kEth1, {kP4});
+    w.bind(kEth1, {kP4});
     EXPECT_EQ(w.intfIndex(kEth1), 1);
     // Dropped: it reacts no more, and the data-flow configuration stays as it was.
     coll->smDel(w.chip);
     EXPECT_FALSE(sm->initialized());
-    w.intf(kEth2, {kP6});
+    w.bind(kEth2, {kP6});
     w.rootIs(1, kAllAcls);
     w.activate(1);
     EXPECT_EQ(w.intfIndex(kEth1), 1);
@@ -567,23 +652,24 @@ TEST(MappingSmDeathTest, InconsistenciesStopTheProcess) {
         {"active root without configuration",
          [] {
              auto w = runningWorld();
-             w->intf(kEth1, {kP4});
+             w->bind(kEth1, {kP4});
              w->glue->activeRootSmIdIs(w->chip, w->rootId(1));
          },
          "activeRootConfig"},
         {"key without an index",
          [] {
              auto w = runningWorld();
-             w->intf(kEth1, {kP4});
+             w->bind(kEth1, {kP4});
              w->afterStep = nullptr;
              w->sm->keyToHwAclIndexDelAll();
-             w->intf(kEth1, {});
+             w->bind(kEth1, {});
          },
          "keyToHwAclIndexHas\\( hwAclIndexKey \\)"},
         {"index range too wide", [] { runningWorld(65536); }, "65535 >= hwAclIndexMax"},
+        // The policy machine files only sub-interfaces there.
         {"sub-interface that is none",
          [] {
-             auto w = runningWorld();
+             auto w = runningWorld(100, 0, PolicySource::direct);
              w->subIntf(kEth1, {kR4});
          },
          "Zamu::SubIntfId::isSubIntfId\\( subIntfId \\)"},
@@ -600,7 +686,7 @@ TEST(MappingSmDeathTest, InconsistenciesStopTheProcess) {
              w->glue->rootConfigColl()
                  ->rootConfig(w->rootId(0))
                  ->aclKeyToAclIdTypeSetIs(pacl("bare"));
-             w->intf(kEth1, {pacl("bare")});
+             w->bind(kEth1, {pacl("bare")});
          },
          "!\"Invalid tableType\""},
     };

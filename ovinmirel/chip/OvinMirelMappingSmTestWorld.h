@@ -1,20 +1,29 @@
 #pragma once
-// The MappingSm test world: one chip with its glue status, root configurations, hardware
-// capability, data-flow configuration and ACL policy result, and the machine over them.
-// Tests and benchmarks write the inputs through it and read the data-flow tables back; after
-// every step the world runs `afterStep` (tests: the mapping checker).
+// The MappingSm test world: one chip (1) with its glue status, root configurations, hardware
+// capability, data-flow configuration and ACL policy result, and the machine over them. Tests
+// and benchmarks write the inputs through it and read the data-flow tables back; after every
+// step the world runs `afterStep` (tests: the mapping checker, and the index checker when the
+// step changed the index).
 //
-// The policy result is written straight into AclPolicyStatus by DirectPolicy. Once the
-// per-chip policy machine exists, a policy source that binds ACLs in the index and lets that
-// machine write the status can take DirectPolicy's place: the world's place setters are the
-// only users. Header only; not part of the library.
+// The policy result comes from one of two sources:
+//  - bindings (the default): ACLs bound in the ACL store to ports, VLAN interfaces and
+//    sub-interfaces, with VLAN and LAG membership, sub-interface configuration and chip
+//    placement; the index machines keep a real Index and the chip's real AclPolicySm writes
+//    the status. A step runs the timer wheel until nothing is due, so the reviews it scheduled
+//    are done when it returns. Ethernet1 to Ethernet8 sit on the chip from the start.
+//  - DirectPolicy: the result written by hand, for what the policy machine never writes.
+// Header only; not part of the library.
 
 #include <functional>
+#include <initializer_list>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelAclPolicySm.h"
+#include "ovinmirel/chip/OvinMirelChipTestWorld.h"
 #include "ovinmirel/chip/OvinMirelMappingSm.h"
 #include "ovinmirel/index/OvinMirelIntfAclTypeIndexSm.h"
 
@@ -97,19 +106,31 @@ class DirectPolicy {
     Vorn::Ptr<AclPolicyStatus> status_;
 };
 
+enum class PolicySource { bindings, direct };
+
 class World {
   public:
-    explicit World(uint32_t hwAclIndexMax = 100, uint32_t hwAclIndexReserved = 0)
+    explicit World(uint32_t hwAclIndexMax = 100, uint32_t hwAclIndexReserved = 0,
+                   PolicySource source = PolicySource::bindings)
         : glue(glueStatusFactory("glueStatus")),
-          capability(Vorn::make<Mirel::ChipHwCapability>(chip)),
+          capability(inputs.chip(chip.value(), {Mirel::AclTypeCombinationBitMask::kMax})),
           machines(mappingSmCollFactory()),
-          policy_(nullptr) {
+          direct_(nullptr) {
         glue->initialize();
         policyStatus = glue->aclPolicyStatusColl()->statusIs(chip);
         dataFlow = glue->piChipDataFlowConfigIs(chip);
         capability->hwAclIndexMaxIs(hwAclIndexMax);
         capability->hwAclIndexReservedIs(hwAclIndexReserved);
-        policy_ = DirectPolicy(policyStatus);
+        direct_ = DirectPolicy(policyStatus);
+        if (source == PolicySource::direct)
+            return;
+        for (uint32_t n = 1; n <= 8; ++n)
+            inputs.onChip(IntfId::ethernet(n), chip.value());
+        inputs.startIndex();
+        // The policy machine writes the status the mapping machine reads.
+        inputs.statuses = glue->aclPolicyStatusColl();
+        policy = inputs.startPolicy(chip.value());
+        inputs.settle();
     }
 
     uint32_t rootId(uint32_t slot) const { return rootSmIdOf(chip, slot); }
@@ -137,36 +158,73 @@ class World {
     // Makes root `slot` the chip's active root.
     void activate(uint32_t slot) {
         glue->activeRootSmIdIs(chip, rootId(slot));
-        step();
+        step(false);
     }
     void deactivate() {
         glue->activeRootSmIdDel(chip);
-        step();
+        step(false);
     }
     // Creates the machine and marks it initialized.
     void start() {
         sm = machines->smIs(chip, glue, policyStatus, capability, dataFlow);
         sm->handleInitialized();
-        step();
+        step(false);
     }
 
-    // The places' ACLs, as the policy result.
+    // ---- the bindings source ----
+
+    // Makes the configured interface (a port, VLAN interface or sub-interface) carry exactly
+    // `acls`: one unbind or bind per ACL that changes, in key order.
+    void bind(const IntfId& intf, const AclKeySet& acls) {
+        AclKeySet& held = bound_[intf];
+        for (const Ovin::AclKey& k : AclKeySet(held)) {
+            if (!acls.contains(k))
+                inputs.bind(k, intf, false);
+        }
+        for (const Ovin::AclKey& k : acls) {
+            if (!held.contains(k))
+                inputs.bind(k, intf);
+        }
+        held = acls;
+        settle();
+    }
+    void vlanMember(int vlan, const IntfId& port, bool member = true) {
+        inputs.vlanMember(vlan, port, member);
+        settle();
+    }
+    void lagMember(const IntfId& lag, const IntfId& port, bool member = true) {
+        inputs.lagMember(lag, port, member);
+        settle();
+    }
+    void subIntfConfigured(const IntfId& sub, bool configured = true) {
+        inputs.subIntf(sub, configured);
+        settle();
+    }
+    // The chip's supported ACL-kind combinations, preferred first; whether routed ports share
+    // their router ACLs. Both are read at the next review: set them before binding.
+    void combinations(std::initializer_list<uint32_t> ranked) { inputs.chip(chip.value(), ranked); }
+    void raclSharing(bool supported) { inputs.hw->routedPortRaclSharingSupportedIs(supported); }
+
+    // ---- the DirectPolicy source: the places' ACLs, as the policy result ----
+
     void intf(const IntfId& i, const AclKeySet& acls) {
-        policy_.intfAcls(i, acls);
-        step();
+        direct_.intfAcls(i, acls);
+        step(false);
     }
     void routedPort(const IntfId& i, const AclKeySet& acls) {
-        policy_.routedPortAcls(i, acls);
-        step();
+        direct_.routedPortAcls(i, acls);
+        step(false);
     }
     void vlan(int v, const AclKeySet& acls) {
-        policy_.vlanAcls(v, acls);
-        step();
+        direct_.vlanAcls(v, acls);
+        step(false);
     }
     void subIntf(const IntfId& i, const AclKeySet& acls) {
-        policy_.subIntfAcls(i, acls);
-        step();
+        direct_.subIntfAcls(i, acls);
+        step(false);
     }
+
+    // ---- reading back ----
 
     // The indexes written into the data-flow configuration (nullopt: not mapped).
     std::optional<int> intfIndex(const IntfId& i) const {
@@ -202,26 +260,37 @@ class World {
         return alloc->status()->allocated().keys();
     }
 
+    // Runs the reviews that are due, then ends the step.
+    void settle() {
+        inputs.settle();
+        step(true);
+    }
     // After every step, once the machine runs.
-    void step() {
+    void step(bool indexChanged) {
         if (sm && afterStep)
-            afterStep();
+            afterStep(indexChanged);
     }
 
     const Mirel::ChipId chip{1};
+    // The ACL store, interface inputs, index and its machines, capabilities, timer wheel and
+    // virtual clock; declared first, so it goes last.
+    ChipTest::World inputs;
     Vorn::Ptr<GlueStatus> glue;
     Vorn::Ptr<AclPolicyStatus> policyStatus;
     Vorn::Ptr<Mirel::ChipHwCapability> capability;
     Vorn::Ptr<Mirel::ChipDataFlowConfig> dataFlow;
+    // The chip's policy machine; null with DirectPolicy.
+    Vorn::Ptr<AclPolicySm> policy;
     Vorn::Ptr<MappingSmColl> machines;
     Vorn::Ptr<MappingSm> sm;
-    std::function<void()> afterStep;
+    std::function<void(bool indexChanged)> afterStep;
 
   private:
     static std::optional<int> of(const Mirel::HwAclIndex* i) {
         return i ? std::optional<int>(i->value()) : std::nullopt;
     }
-    DirectPolicy policy_;
+    DirectPolicy direct_;
+    std::map<IntfId, AclKeySet> bound_;
 };
 
 }  // namespace OvinMirel::MappingTest
