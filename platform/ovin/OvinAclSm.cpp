@@ -154,6 +154,12 @@ std::string AclSm::keyProblem(const AclKey& key, const Zamu::IntfId& intf) const
         return problemText("IPv6 ACLs are not supported by this hardware", key);
     if (vlanIntf && !aclHelper_->routerAclSupported())
         return problemText("ACLs on VLAN interfaces are not supported by this hardware", key);
+    if (Zamu::SubIntfId::isSubIntfId(intf)) {
+        if (key.type == Acl::aclTypeMac)
+            return problemText("MAC ACLs cannot be applied to a sub-interface", key);
+        if (!key.vlanId)
+            return problemText("a sub-interface number outside 1..4094 cannot carry an ACL", key);
+    }
     return {};
 }
 
@@ -175,6 +181,13 @@ std::map<AclKey, AclSm::Desired> AclSm::computeDesired() const {
         const Zamu::IntfId& intf = binding.intf;
         if (Zamu::VlanIntfId::isVlanIntfId(intf))
             key.vlanId = Zamu::VlanIntfId::vlanId(intf);
+        // A sub-interface is a routed interface: its ACLs are router ACLs, keyed with the
+        // VLAN its number names (the dot1q encapsulation of ".N").
+        const uint32_t sub = intf.subNumber();
+        if (Zamu::SubIntfId::isSubIntfId(intf) && key.type != Acl::aclTypeMac && sub >= 1 &&
+            sub <= 4094) {
+            key.vlanId = Bridging::VlanId(sub);
+        }
         Desired& d = out[key];
         d.configKey = {name, binding.type};
         if (d.problem.empty())

@@ -48,6 +48,10 @@
 //   Rule numbers are the configured sequence numbers. Unique ids are handed out per
 //   configured rule and kept while the rule at that sequence number stays the same.
 //
+// Sub-interfaces: an ACL applied to sub-interface "P.N" is a router ACL keyed with VLAN N (its
+// dot1q encapsulation), so it programs through the chip's router tables for that sub-interface;
+// a MAC ACL, or a number outside 1..4094, cannot be applied there (published as failed).
+//
 // Port-channels: the helper's store knows Ethernet ports, VLAN interfaces and sub-interfaces
 // only, so an ACL applied to a port-channel is bound to the port-channel's member Ethernet
 // ports. A member port takes its port-channel's ACLs; an ACL applied to the port itself waits
