@@ -623,9 +623,24 @@ uint64_t AclHelper::aclRuleCountersSinceLastPoll(const Ovin::AclData& aclData, u
           "AclHelper::aclRuleCountersSinceLastPoll aclKey "
               << aclData.key << " ruleNum=" << ruleNum << " aclRuleId=" << id
               << " counters Enabled " << aclData.countersEnabled);
-    // Per-chip counters arrive with the driver's counter status (by ACL id and rule id); until
-    // it is published, no chip the ACL is placed on has a count to add.
-    return 0;
+    const Vorn::Ptr<const Mirel::PDStatus> pd = pDStatus();
+    const Vorn::Ptr<AclChipColl> chips = index_->aclChipMapping(aclData.key);
+    if (!pd || !chips)
+        return 0;
+    uint64_t total = 0;
+    for (const Mirel::ChipId& chip : chips->chipIntfMapping().sortedKeys()) {
+        const Vorn::Ptr<Mirel::AclIdTypeSet> ids = aclIdsOnChip(chip, aclData.key);
+        const Vorn::Ptr<Mirel::ChipPDStatus> chipStatus = pd->chipPDStatus(chip);
+        if (!ids || !chipStatus)
+            continue;
+        for (const auto& [protocol, aclId] : ids->aclIdType()) {
+            if (const uint64_t* hits = chipStatus->ruleCounter(Mirel::RuleCounterKey{aclId, id})) {
+                FLINQ(th, 8, "    Chip-" << chip << " " << aclId << " hits " << *hits);
+                total += *hits;
+            }
+        }
+    }
+    return total;
 }
 
 Vorn::Ptr<AclHelper> aclHelperFactory(
