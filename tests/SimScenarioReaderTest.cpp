@@ -42,7 +42,10 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
     const Case cases[] = {
         {"unknown top-level field", R"({"chipz": []})",
          "t.json: chipz: unknown field (this object has: name, description, "
-         "routedPortRaclSharing, end, chips, vlans, lags, subInterfaces, acls, bindings, steps)"},
+         "routedPortRaclSharing, tcpFlags, establishedSupported, blockDuringUpdate, end, chips, "
+         "vlans, lags, subInterfaces, acls, bindings, steps)"},
+        {"unknown TCP flag", R"({"tcpFlags": "ack syn fun"})",
+         "t.json: tcpFlags: unknown TCP flag 'fun' (ack, fin, psh, rst, syn, urg)"},
         {"field given twice", R"({"chips": [{"id": 1, "id": 2}]})",
          "t.json: chips[0].id: the field is given twice"},
         {"missing field", R"({"chips": [{"ports": []}]})", "t.json: chips[0]: missing field 'id'"},
@@ -118,7 +121,7 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
         {"unknown step", withSwitch(R"(, "steps": [{"at": 1, "do": "reboot"}])"),
          "t.json: steps[0].do: unknown step 'reboot' (acl, removeAcl, rule, removeRule, bind, "
          "unbind, addChip, removeChip, movePort, vlanJoin, vlanLeave, lagJoin, lagLeave, "
-         "addSubIntf, removeSubIntf, fault, allocMax, run)"},
+         "addSubIntf, removeSubIntf, fault, allocMax, run, snapshot)"},
         {"step field of another step",
          withSwitch(R"(, "steps": [{"at": 1, "do": "removeChip", "chip": 2, "port": "x"}])"),
          "t.json: steps[0].port: unknown field (this object has: at, do, chip)"},
@@ -218,6 +221,8 @@ TEST(SimScenarioReader, WrittenScenariosReadBackUnchanged) {
     Scenario edits = builtinScenario();
     edits.end = 99.5;
     edits.routedPortRaclSharing = true;
+    edits.tcpFlags = Acl::kTcpAck | Acl::kTcpSyn;
+    edits.blockDuringUpdate = true;
     edits.chips[0].allocMax = 7;
     edits.chips[0].splitOnProtocol = true;
     edits.chips[0].ruleListIdReserved = 3;

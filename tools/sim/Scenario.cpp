@@ -2,6 +2,7 @@
 
 #include <array>
 #include <sstream>
+#include <utility>
 
 #include "platform/ovin/AclRuleText.h"
 
@@ -69,6 +70,34 @@ std::string aclKindWordList() {
     return out + "all";
 }
 
+namespace {
+constexpr std::array<std::pair<const char*, uint8_t>, 6> kTcpFlagWords{{
+    {"ack", Acl::kTcpAck},
+    {"fin", Acl::kTcpFin},
+    {"psh", Acl::kTcpPsh},
+    {"rst", Acl::kTcpRst},
+    {"syn", Acl::kTcpSyn},
+    {"urg", Acl::kTcpUrg},
+}};
+}  // namespace
+
+std::optional<uint8_t> tcpFlagNamed(std::string_view word) {
+    for (const auto& [w, bit] : kTcpFlagWords) {
+        if (word == w)
+            return bit;
+    }
+    return std::nullopt;
+}
+
+std::string tcpFlagWords(uint8_t flags) {
+    std::string out;
+    for (const auto& [w, bit] : kTcpFlagWords) {
+        if (flags & bit)
+            out += (out.empty() ? "" : " ") + std::string(w);
+    }
+    return out;
+}
+
 std::optional<Acl::AclType> aclTypeNamed(std::string_view word) {
     if (word == "ip" || word == "ipv4")
         return Acl::aclTypeIpv4;
@@ -109,6 +138,7 @@ const char* actionWord(const Action& a) {
             [](const Step::Fault&) { return "fault"; },
             [](const Step::AllocMax&) { return "allocMax"; },
             [](const Step::Run&) { return "run"; },
+            [](const Step::Snapshot&) { return "snapshot"; },
         },
         a);
 }
@@ -164,6 +194,7 @@ std::string describe(const Action& a) {
                     os << "unlimited";
             },
             [&](const Step::Run&) { os << "run"; },
+            [&](const Step::Snapshot& s) { os << "snapshot '" << s.label << "'"; },
         },
         a);
     return os.str();

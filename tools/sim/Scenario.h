@@ -35,6 +35,11 @@ std::string aclKindWords(uint16_t mask);
 // Every word aclKindMask reads, for error texts.
 std::string aclKindWordList();
 
+// TCP flag words: "ack fin psh rst syn urg" (the order they print in); nullopt for another word.
+std::optional<uint8_t> tcpFlagNamed(std::string_view word);
+// The words of a set of flags, blank-separated; "" for none.
+std::string tcpFlagWords(uint8_t flags);
+
 // "ip" (also read as "ipv4"), "ipv6", "mac".
 std::optional<Acl::AclType> aclTypeNamed(std::string_view word);
 std::optional<Acl::AclDirection> aclDirectionNamed(std::string_view word);
@@ -171,12 +176,18 @@ struct AllocMax {
 struct Run {  // changes nothing: the run goes on at least until then
     bool operator==(const Run&) const = default;
 };
+// Records the switch's state at this time (after every earlier step and every timer due by
+// then; a change made at the same time has not run yet) under a label.
+struct Snapshot {
+    std::string label;
+    bool operator==(const Snapshot&) const = default;
+};
 }  // namespace Step
 
-using Action =
-    std::variant<Step::SetAcl, Step::RemoveAcl, Step::SetRule, Step::RemoveRule, Step::Bind,
-                 Step::Unbind, Step::AddChip, Step::RemoveChip, Step::MovePort, Step::VlanMember,
-                 Step::LagMember, Step::SubIntf, Step::Fault, Step::AllocMax, Step::Run>;
+using Action = std::variant<Step::SetAcl, Step::RemoveAcl, Step::SetRule, Step::RemoveRule,
+                            Step::Bind, Step::Unbind, Step::AddChip, Step::RemoveChip,
+                            Step::MovePort, Step::VlanMember, Step::LagMember, Step::SubIntf,
+                            Step::Fault, Step::AllocMax, Step::Run, Step::Snapshot>;
 
 // The word a step is written with ("do" in the scenario file).
 const char* actionWord(const Action& a);
@@ -194,6 +205,13 @@ struct Scenario {
     std::string description;
     // Routed ports may share one hardware ACL index with VLANs and sub-interfaces.
     bool routedPortRaclSharing = false;
+    // What the hardware's rules can match, as the ACL helper answers it: TCP flags (Acl::kTcp...
+    // bits) and "established". A rule asking for more is refused.
+    uint8_t tcpFlags = Acl::kAllTcpFlags;
+    bool establishedSupported = true;
+    // The engine blocks the interfaces whose ACLs change until the commit is done (the helper
+    // ignores its permit-during-update capability).
+    bool blockDuringUpdate = false;
     // The run ends here; none: once the switch is quiet after the last step.
     std::optional<Vorn::Seconds> end;
     std::vector<ChipSpec> chips;

@@ -55,13 +55,15 @@ TimedStep at(Vorn::Seconds t, Action a) {
 Scenario builtinScenario() {
     Scenario s;
     s.name = "two-chip switch";
+    s.establishedSupported = false;
     s.description =
         "Two chips of four ports. Ethernet1 and Ethernet2 carry the same ACL and share one "
         "hardware ACL index; VLAN 100 spans both chips with a router ACL; Port-Channel10 has a "
         "member on each chip and an ACL on its sub-interface Port-Channel10.5; Ethernet4 asks "
         "for an IPv4 and a MAC ACL that the chip cannot hold together; tcp-return has a rule "
         "the hardware cannot match. At 10 s chip 2 is set to fail with tcamFull once: the "
-        "change at 11 s fails on every chip, the change at 20 s succeeds. At 30 s Ethernet4 "
+        "rule added to web at 11 s fails the commit on both chips; the binding at 20 s "
+        "commits both changes. At 30 s Ethernet4 "
         "loses its IPv4 ACL and the MAC ACL takes effect.";
 
     // Both chips prefer every IP kind together; a MAC ACL only goes with an outbound IPv4
@@ -96,7 +98,7 @@ Scenario builtinScenario() {
             {"10 deny 0200.0000.0001 0000.0000.0000 any", "20 permit any any"});
     const AclSpec v6Edge = acl("v6-edge", Acl::aclTypeIpv6,
                                {"10 permit tcp 2001:db8::/32 any eq 22", "20 deny ipv6 any any"});
-    // "established" needs a match this hardware does not have: the ACL is refused.
+    // "established" needs a match this switch's hardware does not have: the ACL is refused.
     const AclSpec tcpReturn = acl("tcp-return", Acl::aclTypeIpv4,
                                   {"10 permit tcp any any established", "20 deny ip any any"});
     s.acls = {web, vlanGuard, subGuard, macFilter, v6Edge, tcpReturn};
@@ -115,9 +117,9 @@ Scenario builtinScenario() {
         OvinMirel::TestAgentFault::failing(Mirel::stageTcamFull_).times(1);
     s.steps = {
         at(10.0, Step::Fault{2, tcamFull}),
-        at(11.0, Step::Bind{binding("Ethernet6", v6Edge)}),
-        at(20.0,
+        at(11.0,
            Step::SetRule{web.ref, rule(Acl::aclTypeIpv4, "25 permit tcp 10.0.0.0/8 any eq 8080")}),
+        at(20.0, Step::Bind{binding("Ethernet6", v6Edge)}),
         at(30.0, Step::Unbind{Zamu::IntfId("Ethernet4"), Acl::aclTypeIpv4, Acl::aclDirectionIn}),
     };
     return s;

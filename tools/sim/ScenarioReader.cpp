@@ -60,7 +60,8 @@ class Reader {
         Scenario& s = out.scenario;
         object(root, "");
         onlyFields(root, "",
-                   {"name", "description", "routedPortRaclSharing", "end", "chips", "vlans", "lags",
+                   {"name", "description", "routedPortRaclSharing", "tcpFlags",
+                    "establishedSupported", "blockDuringUpdate", "end", "chips", "vlans", "lags",
                     "subInterfaces", "acls", "bindings", "steps"});
         if (const Json* v = field(root, "name"))
             s.name = string(*v, "name");
@@ -68,6 +69,12 @@ class Reader {
             s.description = string(*v, "description");
         if (const Json* v = field(root, "routedPortRaclSharing"))
             s.routedPortRaclSharing = boolean(*v, "routedPortRaclSharing");
+        if (const Json* v = field(root, "tcpFlags"))
+            s.tcpFlags = tcpFlags(*v, "tcpFlags");
+        if (const Json* v = field(root, "establishedSupported"))
+            s.establishedSupported = boolean(*v, "establishedSupported");
+        if (const Json* v = field(root, "blockDuringUpdate"))
+            s.blockDuringUpdate = boolean(*v, "blockDuringUpdate");
         if (const Json* v = field(root, "end"))
             s.end = seconds(*v, "end");
 
@@ -188,6 +195,19 @@ class Reader {
             fail(path, "must be a number of seconds from 0 to " + number(kMaxSeconds));
         }
         return v.get<double>();
+    }
+
+    uint8_t tcpFlags(const Json& v, const std::string& path) const {
+        std::istringstream words(string(v, path));
+        uint8_t flags = 0;
+        std::string w;
+        while (words >> w) {
+            const std::optional<uint8_t> bit = tcpFlagNamed(w);
+            if (!bit)
+                fail(path, "unknown TCP flag " + inQuotes(w) + " (ack, fin, psh, rst, syn, urg)");
+            flags |= *bit;
+        }
+        return flags;
     }
 
     // ---- Names ----
@@ -664,11 +684,15 @@ class Reader {
             onlyFields(v, p, {"at", "do"});
             return Step::Run{};
         }
+        if (word == "snapshot") {
+            onlyFields(v, p, {"at", "do", "label"});
+            return Step::Snapshot{string(required(v, p, "label"), join(p, "label"))};
+        }
         fail(join(p, "do"),
              "unknown step " + inQuotes(word) +
                  " (acl, removeAcl, rule, removeRule, bind, unbind, addChip, removeChip, "
                  "movePort, vlanJoin, vlanLeave, lagJoin, lagLeave, addSubIntf, removeSubIntf, "
-                 "fault, allocMax, run)");
+                 "fault, allocMax, run, snapshot)");
     }
 
     const std::string source_;

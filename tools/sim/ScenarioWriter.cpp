@@ -130,6 +130,7 @@ Json step(const TimedStep& st) {
                        out["max"] = s.max ? Json(*s.max) : Json(nullptr);
                    },
                    [&](const Step::Run&) {},
+                   [&](const Step::Snapshot& s) { out["label"] = s.label; },
                },
                st.action);
     return out;
@@ -145,6 +146,12 @@ std::string writeScenario(const Scenario& s) {
         out["description"] = s.description;
     if (s.routedPortRaclSharing)
         out["routedPortRaclSharing"] = true;
+    if (s.tcpFlags != Acl::kAllTcpFlags)
+        out["tcpFlags"] = tcpFlagWords(s.tcpFlags);
+    if (!s.establishedSupported)
+        out["establishedSupported"] = false;
+    if (s.blockDuringUpdate)
+        out["blockDuringUpdate"] = true;
     if (s.end)
         out["end"] = *s.end;
     out["chips"] = Json::array();
