@@ -54,6 +54,13 @@ class ProgressLine {
     bool shown_ = false;
 };
 
+// The ring closed and every handle back at its default levels (all of them), so that a caller
+// running the command in-process finds tracing as it was.
+void closeTrace() {
+    Flinq::closeRing();
+    Flinq::ringLevelsIs("*", Flinq::kAllLevels);
+}
+
 }  // namespace
 
 int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
@@ -139,12 +146,12 @@ int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
         result = simulate(scenario, options);
     } catch (const std::exception& e) {
         if (traceLevel)
-            Flinq::closeRing();
+            closeTrace();
         io.err << "ovinmirel-sim: the run stopped: " << e.what() << "\n";
         return kExitRunFailed;
     }
     if (traceLevel) {
-        Flinq::closeRing();
+        closeTrace();
         io.err << "ovinmirel-sim: trace in " << traceFile << " (read it with flinqcat " << traceFile
                << ")\n";
     }
