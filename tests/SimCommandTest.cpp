@@ -92,7 +92,7 @@ TEST(SimCommand, BuiltInScenarioRunsWithoutArguments) {
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_THAT(r.out, HasSubstr("ovinmirel-sim: two-chip switch\n"));
-    EXPECT_THAT(r.out, HasSubstr("Result: last cycle 4 success; glue idle; exit status 0\n"));
+    EXPECT_THAT(r.out, HasSubstr("Result: last cycle 3 success; glue idle; exit status 0\n"));
     // The file the command writes is the committed dump of the built-in scenario.
     EXPECT_EQ(fileText(dir.file("dump.json")), fileText(scenarioDir() / "builtin.expected.json"));
 }

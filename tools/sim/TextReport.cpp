@@ -39,6 +39,13 @@ std::string padded(std::string s, size_t width) {
     return s;
 }
 
+// The ACL table types by their number.
+const char* tableName(uint32_t t) {
+    static const char* const names[] = {"invalid", "v4 port",   "v4 router",
+                                        "v6 port", "v6 router", "mac"};
+    return t < std::size(names) ? names[t] : "?";
+}
+
 void summary(std::ostream& os, const Scenario& s) {
     size_t ports = 0;
     for (const ChipSpec& c : s.chips)
@@ -104,29 +111,33 @@ void chip(std::ostream& os, const ChipState& c) {
         os << ", chip rule list ids exhausted";
     os << "\n    ports: " << joined(c.ports) << "\n";
     if (!c.aclIds.empty()) {
-        os << "    ACL ids of the active root:\n";
+        os << "    rule lists of the active root:\n"
+           << "      list  table      dir  protocol  ACL\n";
         for (const AclIdRow& r : c.aclIds) {
-            os << "      " << padded(r.acl, 26) << " list "
-               << padded(std::to_string(r.chipRuleListId), 3) << " table " << r.tableType << " "
-               << padded(r.direction, 3) << " " << r.protocol << "\n";
+            os << "      " << padded(std::to_string(r.chipRuleListId), 5) << " "
+               << padded(tableName(r.tableType), 10) << " " << padded(r.direction, 4) << " "
+               << padded(r.protocol, 9) << " " << r.acl << "\n";
         }
     }
     if (!c.indexes.empty()) {
-        os << "    hardware ACL indexes (1st level):\n";
+        os << "    hardware ACL indexes (1st level: place -> index):\n"
+           << "      pool    index  places\n";
         for (const IndexShare& s : c.indexes) {
-            os << "      " << padded(s.pool, 6) << " " << padded(std::to_string(s.index), 5)
+            os << "      " << padded(s.pool, 7) << " " << padded(std::to_string(s.index), 6) << " "
                << joined(s.places);
             if (s.places.size() > 1)
-                os << "  (shared by " << s.places.size() << ")";
+                os << "   (shared by " << s.places.size() << ")";
             os << "\n";
         }
     }
     if (!c.secondLevel.empty()) {
-        os << "    rule lists per index (2nd level):\n";
+        os << "    rule lists run per index (2nd level):\n"
+           << "      index  table      dir  protocol  list  ACL\n";
         for (const SecondLevelRow& r : c.secondLevel) {
-            os << "      index " << padded(std::to_string(r.index), 5) << " table " << r.tableType
-               << " " << padded(r.direction, 3) << " " << padded(r.protocol, 6) << " -> list "
-               << padded(std::to_string(r.chipRuleListId), 3) << " " << r.acl << "\n";
+            os << "      " << padded(std::to_string(r.index), 6) << " "
+               << padded(tableName(r.tableType), 10) << " " << padded(r.direction, 4) << " "
+               << padded(r.protocol, 9) << " " << padded(std::to_string(r.chipRuleListId), 5) << " "
+               << (r.acl.empty() ? "(no ACL of the active root)" : r.acl) << "\n";
         }
     }
     if (!c.contention.empty())
