@@ -145,7 +145,11 @@ void chip(std::ostream& os, const ChipState& c) {
     if (!c.waitingForIndex.empty())
         os << "    waiting for a hardware ACL index: " << joined(c.waitingForIndex) << "\n";
     os << "    blocked: " << joined(c.blocked) << "\n";
-    if (!c.capacity.empty()) {
+    const bool polled = std::any_of(c.capacity.begin(), c.capacity.end(),
+                                    [](const TableUse& t) { return t.max > 0; });
+    if (!c.capacity.empty() && !polled) {
+        os << "    capacity: not polled since the chip's first root was loaded\n";
+    } else if (!c.capacity.empty()) {
         std::vector<std::string> uses;
         for (const TableUse& t : c.capacity)
             uses.push_back(t.table + " " + std::to_string(t.used) + "/" + std::to_string(t.max));
