@@ -76,6 +76,7 @@ int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
     bool checkOnly = false;
     bool quiet = false;
     bool noProgress = false;
+    bool noCheck = false;
     app.add_option("scenario", scenarioFile,
                    "scenario file (JSON, see docs/scenario.md); the built-in scenario without one");
     app.add_option("--json", jsonFile, "also write the state dump (JSON) to this file");
@@ -89,6 +90,8 @@ int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
     app.add_flag("--check", checkOnly, "read and check the scenario, run nothing");
     app.add_flag("-q,--quiet", quiet, "no report on standard output");
     app.add_flag("--no-progress", noProgress, "no progress line on a terminal");
+    app.add_flag("--no-check", noCheck,
+                 "skip the glue's invariant check after every pass (faster on large runs)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -138,6 +141,7 @@ int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
     try {
         ProgressLine line(io.err);
         SimOptions options;
+        options.checkInvariants = !noCheck;
         if (io.errIsTerminal && !noProgress) {
             options.progress = [&line](size_t done, size_t total, double t, size_t cycles) {
                 line(done, total, t, cycles);

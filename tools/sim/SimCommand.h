@@ -3,7 +3,7 @@
 // forwards to it):
 //
 //   ovinmirel-sim [SCENARIO.json] [--json FILE] [--trace LEVEL] [--trace-file FILE]
-//                 [--print-scenario] [--check] [--quiet] [--no-progress]
+//                 [--print-scenario] [--check] [--quiet] [--no-progress] [--no-check]
 //
 // Without a scenario file it runs the built-in scenario. Exit status: 2 for a scenario it
 // refuses (or bad options), 1 when the run's last commit cycle failed or never finished (or
