@@ -39,7 +39,8 @@ Json chip(const ChipState& c) {
                                  {"protocol", r.protocol},
                                  {"tableType", r.tableType},
                                  {"chipRuleListId", r.chipRuleListId},
-                                 {"direction", r.direction}});
+                                 {"direction", r.direction},
+                                 {"rules", r.rules}});
     }
     out["firstLevel"] = Json::array();
     for (const FirstLevelRow& r : c.firstLevel)

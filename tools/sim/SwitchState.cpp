@@ -93,9 +93,11 @@ ChipState chipState(const View& v, Mirel::ChipId c) {
     if (const auto cfg = v.activeRootConfig(c)) {
         for (const auto& [key, ids] : cfg->aclKeyToAclIdTypeSet()) {
             for (const auto& [protocol, id] : ids->aclIdType()) {
+                const auto list = cfg->acl(id);
                 out.aclIds.push_back(AclIdRow{key.str(), protocolText(protocol),
                                               uint32_t(id.tableType()), id.chipRuleListId(),
-                                              Acl::aclDirectionName(id.direction())});
+                                              Acl::aclDirectionName(id.direction()),
+                                              list ? uint32_t(list->ruleList()->size()) : 0});
                 aclOfId.emplace(id, key.str());
             }
         }

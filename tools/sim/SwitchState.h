@@ -51,6 +51,7 @@ struct AclIdRow {
     uint32_t tableType = 0;
     uint32_t chipRuleListId = 0;
     std::string direction;
+    uint32_t rules = 0;  // the rules of its rule list (the split halves count theirs)
 };
 
 struct FirstLevelRow {

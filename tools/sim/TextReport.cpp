@@ -112,11 +112,12 @@ void chip(std::ostream& os, const ChipState& c) {
     os << "\n    ports: " << joined(c.ports) << "\n";
     if (!c.aclIds.empty()) {
         os << "    rule lists of the active root:\n"
-           << "      list  table      dir  protocol  ACL\n";
+           << "      list  table      dir  protocol  rules  ACL\n";
         for (const AclIdRow& r : c.aclIds) {
             os << "      " << padded(std::to_string(r.chipRuleListId), 5) << " "
                << padded(tableName(r.tableType), 10) << " " << padded(r.direction, 4) << " "
-               << padded(r.protocol, 9) << " " << r.acl << "\n";
+               << padded(r.protocol, 9) << " " << padded(std::to_string(r.rules), 6) << " " << r.acl
+               << "\n";
         }
     }
     if (!c.indexes.empty()) {
