@@ -167,6 +167,7 @@ TEST(SimScenarioReader, SyntaxErrorsGiveTheLineAndColumn) {
     const std::string error = refusal("{\n  \"chips\": [}\n");
     EXPECT_THAT(error, StartsWith("t.json: parse error at line 2, column 13: "));
     EXPECT_THAT(error, Not(HasSubstr("json.exception")));
+    EXPECT_EQ(refusal(R"({"end": 1e999})"), "t.json: number overflow parsing '1e999'");
 }
 
 TEST(SimScenarioReader, RulesReadDifferentlyFromTheirTextAreNoted) {

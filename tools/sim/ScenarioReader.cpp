@@ -769,9 +769,9 @@ ReadScenario readScenario(std::string_view text, std::string_view source) {
     Json root;
     try {
         root = Json::parse(text.begin(), text.end(), DuplicateFieldCheck(src));
-    } catch (const Json::parse_error& e) {
+    } catch (const Json::exception& e) {
         // "[json.exception.parse_error.101] parse error at line 2, column 3: ..." without the
-        // library's tag.
+        // library's tag; a number too large for a double is an out_of_range error.
         std::string why = e.what();
         if (const size_t tag = why.find("] ");
             why.starts_with("[json.") && tag != std::string::npos)
