@@ -590,15 +590,17 @@ void AclHelper::showIpAclRule(uint32_t ctx, uint32_t flags, const Ovin::AclData&
 
 // ---- Counters ----
 
+// The ids the chip is programmed with: those of its active root. (The allocator's response is
+// renumbered every cycle, and after a failed cycle no longer matches what the chip runs.)
 Vorn::Ptr<Mirel::AclIdTypeSet> AclHelper::aclIdsOnChip(Mirel::ChipId chip,
                                                        const Ovin::AclKey& key) const {
-    const Vorn::Ptr<AclIdResponseColl> responses = glueStatus_->aclIdResponseColl();
-    if (!responses)
+    const uint32_t* active = glueStatus_->activeRootSmId(chip);
+    if (!active)
         return nullptr;
-    const Vorn::Ptr<AclIdResponse> response = responses->chipAclIdResponse(chip);
-    if (!response)
+    const Vorn::Ptr<Mirel::RootConfig> root = glueStatus_->rootConfigColl()->rootConfig(*active);
+    if (!root)
         return nullptr;
-    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = response->response(key);
+    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root->aclKeyToAclIdTypeSet(key);
     return ids && ids->aclIdTypes() ? ids : nullptr;
 }
 

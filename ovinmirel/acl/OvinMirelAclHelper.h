@@ -178,7 +178,7 @@ class AclHelper : public OvinHelper::AclHelper {
                                               uint16_t high);
 
   private:
-    // The chip's ACL ids for the ACL; null when the chip has none (yet).
+    // The ACL's ids in the chip's active root; null when the chip runs none for it.
     Vorn::Ptr<Mirel::AclIdTypeSet> aclIdsOnChip(Mirel::ChipId chip, const Ovin::AclKey& key) const;
 
     const Vorn::Ptr<OvinMirelAclColl> aclColl_;

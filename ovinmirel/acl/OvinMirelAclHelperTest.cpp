@@ -676,17 +676,22 @@ TEST_F(AclHelperTest, CountersFollowTheChipsAndTheirAclIds) {
     index_->aclChipMappingIs(v4_.key)->chipIntfMappingIs(Mirel::ChipId(2))->intfIdIs("Ethernet1");
     glueStatus_->initialize();
     EXPECT_FALSE(helper_->aclCountersAllocated(v4_));
-    ASSERT_TRUE(glueStatus_->aclIdResponseColl());
-    const Vorn::Ptr<AclIdResponse> response =
-        glueStatus_->aclIdResponseColl()->chipAclIdResponseIs(Mirel::ChipId(2));
-    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = response->responseIs(v4_.key);
+    // The ids are those of the chip's active root: an attempt root does not count.
+    const Vorn::Ptr<Mirel::RootConfig> attempt = glueStatus_->rootConfigColl()->rootConfigIs(5);
+    attempt->aclKeyToAclIdTypeSetIs(v4_.key)->aclIdTypeIs(
+        Mirel::protocolAll_, Mirel::AclId(Mirel::ipv4PortAcl_, 2, Acl::aclDirectionIn));
+    glueStatus_->attemptRootSmIdIs(Mirel::ChipId(2), 5);
+    EXPECT_FALSE(helper_->aclCountersAllocated(v4_));
+    const Vorn::Ptr<Mirel::RootConfig> root = glueStatus_->rootConfigColl()->rootConfigIs(4);
+    glueStatus_->activeRootSmIdIs(Mirel::ChipId(2), 4);
+    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root->aclKeyToAclIdTypeSetIs(v4_.key);
     EXPECT_FALSE(helper_->aclCountersAllocated(v4_));  // an empty id set allocates nothing
     ids->aclIdTypeIs(Mirel::protocolAll_,
                      Mirel::AclId(Mirel::ipv4PortAcl_, 3, Acl::aclDirectionIn));
     EXPECT_TRUE(helper_->aclCountersAllocated(v4_));
     // An id on a chip the ACL is not placed on does not count.
     const Ovin::AclData other = dataOf(aclKey("other", Acl::aclTypeIpv4));
-    response->responseIs(other.key)->aclIdTypeIs(
+    root->aclKeyToAclIdTypeSetIs(other.key)->aclIdTypeIs(
         Mirel::protocolAll_, Mirel::AclId(Mirel::ipv4PortAcl_, 4, Acl::aclDirectionIn));
     EXPECT_FALSE(helper_->aclCountersAllocated(other));
 }
@@ -705,10 +710,12 @@ TEST_F(AclHelperTest, RuleCountersAddUpOverTheChipsOfTheAcl) {
             ->chipIntfMappingIs(Mirel::ChipId(chip))
             ->intfIdIs(Zamu::IntfId::ethernet(chip));
     };
+    // The chip's active root holds the ACL's ids.
     auto ids = [&](uint32_t chip) {
-        return glueStatus_->aclIdResponseColl()
-            ->chipAclIdResponseIs(Mirel::ChipId(chip))
-            ->responseIs(v4_.key);
+        glueStatus_->activeRootSmIdIs(Mirel::ChipId(chip), chip * 2 + 1);
+        return glueStatus_->rootConfigColl()
+            ->rootConfigIs(chip * 2 + 1)
+            ->aclKeyToAclIdTypeSetIs(v4_.key);
     };
     auto hits = [&](uint32_t chip, const Mirel::AclId& id, Acl::UniqueId u, uint64_t n) {
         pd->chipPDStatusIs(Mirel::ChipId(chip))->ruleCounterIs(Mirel::RuleCounterKey{id, u}, n);
