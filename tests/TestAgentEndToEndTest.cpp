@@ -30,7 +30,9 @@ const Ovin::AclKey kWeb = aclKey("web");
 const Ovin::AclKey kRacl = aclKey("racl", Acl::aclTypeIpv4, 20);
 const Ovin::AclKey kV6 = aclKey("v6", Acl::aclTypeIpv6);
 const Ovin::AclKey kMacs = aclKey("macs", Acl::aclTypeMac);
-const Ovin::AclKey kSub = aclKey("sub");
+// "sub" on the two sub-interfaces: routed, so a router ACL per VLAN their numbers name.
+const Ovin::AclKey kSub100 = aclKey("sub", Acl::aclTypeIpv4, 100);
+const Ovin::AclKey kSub5 = aclKey("sub", Acl::aclTypeIpv4, 5);
 
 // Three chips and their ports: Ethernet1, 2, 7 on chip 1, Ethernet3, 4, 8 on chip 2, Ethernet5,
 // 6 on chip 3. Port-Channel10 has Ethernet2 and Ethernet4, Port-Channel20 Ethernet7 and
@@ -130,12 +132,14 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
 
     // The store: the port-channel's ACL on its members, the VLAN interface's as a router ACL.
     ASSERT_TRUE(w.stored(kWeb) && w.stored(kRacl) && w.stored(kV6) && w.stored(kMacs) &&
-                w.stored(kSub));
+                w.stored(kSub100) && w.stored(kSub5));
     EXPECT_EQ(names(w.stored(kWeb)->ethIntf().sortedKeys()),
               (std::vector<std::string>{"Ethernet1", "Ethernet2", "Ethernet4"}));
     EXPECT_EQ(names(w.stored(kRacl)->vlanIntf().sortedKeys()), std::vector<std::string>{"Vlan20"});
-    EXPECT_EQ(names(w.stored(kSub)->subIntf().sortedKeys()),
-              (std::vector<std::string>{"Ethernet6.100", "Port-Channel20.5"}));
+    EXPECT_EQ(names(w.stored(kSub100)->subIntf().sortedKeys()),
+              std::vector<std::string>{"Ethernet6.100"});
+    EXPECT_EQ(names(w.stored(kSub5)->subIntf().sortedKeys()),
+              std::vector<std::string>{"Port-Channel20.5"});
     EXPECT_EQ(w.stored(kV6)->ipRuleByIds(), 3u) << "the rule and the two neighbour permits";
     EXPECT_EQ(w.stored(kMacs)->macRuleByIds(), 1u);
 
@@ -144,7 +148,8 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
     EXPECT_EQ(chipsOf(w, kRacl), (std::set<uint32_t>{2, 3}));
     EXPECT_EQ(chipsOf(w, kV6), std::set<uint32_t>{3});
     EXPECT_EQ(chipsOf(w, kMacs), std::set<uint32_t>{3});
-    EXPECT_EQ(chipsOf(w, kSub), (std::set<uint32_t>{1, 2, 3}));
+    EXPECT_EQ(chipsOf(w, kSub100), std::set<uint32_t>{3});
+    EXPECT_EQ(chipsOf(w, kSub5), (std::set<uint32_t>{1, 2}));
     EXPECT_EQ(checkIndexConsistency(*w.status()->index()), std::nullopt);
 
     // The chips: the active root holds every ACL placed on the chip; every port and the VLAN
@@ -154,18 +159,13 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
         uint32_t chip;
         std::vector<std::string> ports;
         bool vlan20;
-        std::vector<Ovin::AclKey> placed, programmed;
+        std::vector<Ovin::AclKey> placed;  // all programmed too
         std::vector<std::string> subIntfs;
     };
     const std::vector<ChipView> chips = {
-        {1, {"Ethernet1", "Ethernet2"}, false, {kWeb, kSub}, {kWeb}, {"Port-Channel20.5"}},
-        {2, {"Ethernet4"}, true, {kWeb, kRacl, kSub}, {kWeb, kRacl}, {"Port-Channel20.5"}},
-        {3,
-         {"Ethernet5", "Ethernet6"},
-         true,
-         {kRacl, kV6, kMacs, kSub},
-         {kRacl, kV6, kMacs},
-         {"Ethernet6.100"}},
+        {1, {"Ethernet1", "Ethernet2"}, false, {kWeb, kSub5}, {"Port-Channel20.5"}},
+        {2, {"Ethernet4"}, true, {kWeb, kRacl, kSub5}, {"Port-Channel20.5"}},
+        {3, {"Ethernet5", "Ethernet6"}, true, {kRacl, kV6, kMacs, kSub100}, {"Ethernet6.100"}},
     };
     for (const ChipView& c : chips) {
         SCOPED_TRACE("chip " + std::to_string(c.chip));
@@ -176,15 +176,15 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
         ASSERT_TRUE(loaded);
         EXPECT_EQ(names(loaded->intfToHwAclIndex().keys()), c.ports);
         EXPECT_EQ(loaded->vlanToHwAclIndex(Bridging::VlanId(20)) != nullptr, c.vlan20);
-        EXPECT_EQ(loadedAclIds(w, c.chip), allocatedAclIds(w, c.chip, c.programmed));
+        EXPECT_EQ(loadedAclIds(w, c.chip), allocatedAclIds(w, c.chip, c.placed));
         ASSERT_TRUE(w.glueStatus()->piChipDataFlowConfig(chip));
         EXPECT_TRUE(loaded->mappingsEqual(*w.glueStatus()->piChipDataFlowConfig(chip)));
-        // The sub-interface ACL is in effect on the chip's sub-interfaces by policy.
+        // The sub-interface ACLs are in effect on the chip's sub-interfaces by policy.
         const auto policy = w.glueStatus()->aclPolicyStatusColl()->status(chip);
         ASSERT_TRUE(policy);
         std::vector<std::string> subs;
         for (const auto& [sub, acls] : policy->subIntfAclMapping()) {
-            if (acls->aclKey(kSub))
+            if (acls->aclKey(kSub100) || acls->aclKey(kSub5))
                 subs.push_back(sub.name());
         }
         EXPECT_EQ(subs, c.subIntfs);
@@ -193,7 +193,7 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
     EXPECT_EQ(w.glueStatus()->chipErrors(), 0u);
 
     // The engine: every ACL installed.
-    for (const Ovin::AclKey& key : {kWeb, kRacl, kV6, kMacs, kSub}) {
+    for (const Ovin::AclKey& key : {kWeb, kRacl, kV6, kMacs, kSub100, kSub5}) {
         SCOPED_TRACE(TestSupport::str(key));
         ASSERT_TRUE(w.outcome(key));
         EXPECT_EQ(w.outcome(key)->state(), Acl::aclDpInstalled);
@@ -399,8 +399,8 @@ TEST(TestAgentEndToEndTest, FailedChipsBecomeUnitErrorsUntilTheNextUpdate) {
     EXPECT_EQ(unitErrors(), UnitErrors{});
     EXPECT_EQ(published(), std::vector<std::string>{});
     EXPECT_EQ(w.outcome(all)->state(), Acl::aclDpInstalled);
-    EXPECT_EQ(activeRootAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kSub, all}));
-    EXPECT_EQ(loadedAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, all}));
+    EXPECT_EQ(activeRootAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kSub5, all}));
+    EXPECT_EQ(loadedAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kSub5, all}));
 }
 
 TEST(TestAgentEndToEndTest, ARefusedRuleFailsItsAclAlone) {
@@ -520,10 +520,12 @@ TEST(TestAgentEndToEndTest, ABurstIsOneEngineUpdateAndOneCycle) {
     EXPECT_FALSE(w.stored(kMacs));
     EXPECT_EQ(w.stored(kWeb)->ipRuleByIds(), 3u);
     EXPECT_EQ(chipsOf(w, kV6), std::set<uint32_t>{2});
-    EXPECT_EQ(loadedAclIds(w, 3), allocatedAclIds(w, 3, {kRacl}));
-    EXPECT_EQ(loadedAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kV6}));
-    for (const Ovin::AclKey& key : {kWeb, kRacl, kV6, kSub})
+    EXPECT_EQ(loadedAclIds(w, 3), allocatedAclIds(w, 3, {kRacl, kSub100}));
+    EXPECT_EQ(loadedAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kV6, kSub5}));
+    for (const Ovin::AclKey& key : {kWeb, kRacl, kV6, kSub100, kSub5}) {
+        ASSERT_TRUE(w.outcome(key)) << key;
         EXPECT_EQ(w.outcome(key)->state(), Acl::aclDpInstalled) << key;
+    }
     EXPECT_FALSE(w.outcome(kMacs));
 }
 
@@ -556,7 +558,8 @@ TEST(TestAgentEndToEndTest, RemovingABoundAclLeavesTheIndexAsARebuildWouldMakeIt
     w.settle();
 
     EXPECT_FALSE(w.stored(kWeb));
-    EXPECT_FALSE(w.stored(kSub));
+    EXPECT_FALSE(w.stored(kSub100));
+    EXPECT_FALSE(w.stored(kSub5));
     EXPECT_FALSE(w.status()->index()->aclChipMapping(kWeb));
     EXPECT_EQ(differsFromRebuild(w), std::nullopt);
     EXPECT_EQ(activeRootAclIds(w, 1), std::set<Mirel::AclId>{});

@@ -129,6 +129,7 @@ class OvinMirelAclSmTest : public ::testing::Test {
         in_.subs, glueStatus_, in_.acls);
     const Ovin::AclKey web_ = TestSupport::aclKey("web");
     const Ovin::AclKey webRouter_ = TestSupport::aclKey("web", Acl::aclTypeIpv4, 10);
+    const Ovin::AclKey webSub_ = TestSupport::aclKey("web", Acl::aclTypeIpv4, 20);
     const Ovin::AclKey v6_ = TestSupport::aclKey("v6", Acl::aclTypeIpv6);
     const Ovin::AclKey deny_ = TestSupport::aclKey("deny");
     // Stands in for the glue, which starts a cycle within every kick.
@@ -146,11 +147,12 @@ TEST_F(OvinMirelAclSmTest, AConfigurationReachesTheStoreAndTheIndexInTheEngineOr
     bind("Ethernet2", "v6", Acl::aclTypeIpv6);
     Flinq::Capture cap;
     run();
-    // Three ACLs created, then one kick and one commit each; nothing bound separately.
+    // Four ACLs created (web on ports, on Vlan10, on the sub-interface's VLAN 20; v6), then
+    // one kick and one commit each; nothing bound separately.
     EXPECT_TRUE(std::regex_match(
         helperCalls(cap),
-        std::regex("(precreateAcl (createIpAclSubrule |createIpFragRule )+createFinalAclRule ){3}"
-                   "prepareToCommit (commitAcl ){3}")))
+        std::regex("(precreateAcl (createIpAclSubrule |createIpFragRule )+createFinalAclRule ){4}"
+                   "prepareToCommit (commitAcl ){4}")))
         << helperCalls(cap);
 
     ASSERT_NE(stored(web_), nullptr);
@@ -158,7 +160,11 @@ TEST_F(OvinMirelAclSmTest, AConfigurationReachesTheStoreAndTheIndexInTheEngineOr
     EXPECT_EQ(stored(web_)->ipRuleByIds(), 3u);  // neq: two subrules; fragments: one
     EXPECT_EQ(stored(web_)->ethIntfs(), 2u);     // Ethernet1 and Port-Channel5's member
     EXPECT_TRUE(stored(web_)->ethIntf("Ethernet4"));
-    EXPECT_TRUE(stored(web_)->subIntf("Port-Channel5.20"));
+    EXPECT_EQ(stored(web_)->subIntfs(), 0u);
+    // The sub-interface is routed: its ACL is the router ACL of the VLAN its number names.
+    ASSERT_NE(stored(webSub_), nullptr);
+    EXPECT_TRUE(stored(webSub_)->subIntf("Port-Channel5.20"));
+    EXPECT_EQ(stored(webSub_)->ethIntfs() + stored(webSub_)->vlanIntfs(), 0u);
     ASSERT_NE(stored(webRouter_), nullptr);
     EXPECT_TRUE(stored(webRouter_)->vlanIntf("Vlan10"));
     ASSERT_NE(stored(v6_), nullptr);
@@ -168,11 +174,12 @@ TEST_F(OvinMirelAclSmTest, AConfigurationReachesTheStoreAndTheIndexInTheEngineOr
               (IndexTest::Facts{
                   "aclChipMapping[v6/ipv6/in].chipIntfMapping[0].intfId[Ethernet2]",
                   "aclChipMapping[web/ip/in/vlan10].chipIntfMapping[1].intfId[Ethernet3]",
+                  "aclChipMapping[web/ip/in/vlan20].chipIntfMapping[1].intfId[Ethernet4]",
                   "aclChipMapping[web/ip/in].chipIntfMapping[0].intfId[Ethernet1]",
                   "aclChipMapping[web/ip/in].chipIntfMapping[1].intfId[Ethernet4]",
               }));
     EXPECT_EQ(in_.facts("subIntfAclMapping"),
-              (IndexTest::Facts{"subIntfAclMapping[Port-Channel5.20].aclKey[web/ip/in]"}));
+              (IndexTest::Facts{"subIntfAclMapping[Port-Channel5.20].aclKey[web/ip/in/vlan20]"}));
     EXPECT_EQ(differsFromRebuild(), std::nullopt);
 }
 
@@ -377,10 +384,11 @@ TEST_F(OvinMirelAclSmTest, RemovingABoundAclLeavesTheIndexEqualToARebuild) {
     config_->aclDel({"web", Acl::aclTypeIpv4});
     Flinq::Capture cap;
     run();
-    // Each interface unbound (one notification each), then removed and destroyed.
-    EXPECT_TRUE(std::regex_match(helperCalls(cap),
-                                 std::regex("(removeIntfFromAcl ){5}prepareToCommit "
-                                            "removeAcl destroyAcl removeAcl destroyAcl ")))
+    // Each interface unbound (one notification each), then the three keys (ports, Vlan10,
+    // the sub-interface's VLAN 20) removed and destroyed.
+    EXPECT_TRUE(std::regex_match(
+        helperCalls(cap),
+        std::regex("(removeIntfFromAcl ){5}prepareToCommit (removeAcl destroyAcl ){3}")))
         << helperCalls(cap);
     EXPECT_EQ(in_.acls->acls(), 0u);
     for (const char* c : {"intfAclMapping", "aclPhyIntfMapping", "aclChipMapping", "chipAclMapping",

@@ -26,6 +26,30 @@ std::string problemText(const char* what, const AclKey& key) {
 
 }  // namespace
 
+AclKey aclKeyOfBinding(const Acl::AclBinding& binding, const Vorn::String& name) {
+    AclKey key;
+    key.name = name;
+    key.type = binding.type;
+    key.direction = binding.direction;
+    const Zamu::IntfId& intf = binding.intf;
+    if (Zamu::VlanIntfId::isVlanIntfId(intf))
+        key.vlanId = Zamu::VlanIntfId::vlanId(intf);
+    if (Zamu::SubIntfId::isSubIntfId(intf)) {
+        // A sub-interface is a routed interface: its ACLs are router ACLs, keyed with the VLAN
+        // its number names (the dot1q encapsulation of ".N"). A binding it cannot take must not
+        // share a key with the ACL's port bindings, which its failure would take down: a MAC
+        // ACL is keyed with the VLAN too (as on a VLAN interface), and a number that names no
+        // VLAN gets the sub-interface as the key's tag.
+        const uint32_t sub = intf.subNumber();
+        if (sub <= Bridging::VlanId::kMax) {
+            key.vlanId = Bridging::VlanId(sub);
+        } else {
+            key.tag = Vorn::Name(intf.name());
+        }
+    }
+    return key;
+}
+
 AclSm::AclSm(const Vorn::Ptr<OvinCommonSmData>& commonSmData,
              const Vorn::Ptr<const Acl::Config>& aclConfig,
              const Vorn::Ptr<const Acl::ParamConfig>& paramConfig,
@@ -143,6 +167,15 @@ void AclSm::handleUpdateTimer() {
 // ---- What the configuration asks for ----
 
 std::string AclSm::keyProblem(const AclKey& key, const Zamu::IntfId& intf) const {
+    // First, so that what a sub-interface cannot take is named as such.
+    if (Zamu::SubIntfId::isSubIntfId(intf)) {
+        if (key.type == Acl::aclTypeMac)
+            return problemText("MAC ACLs cannot be applied to a sub-interface", key);
+        if (!key.vlanId)
+            return problemText("a sub-interface number outside 1..4094 cannot carry an ACL", key);
+        if (!aclHelper_->routerAclSupported())
+            return problemText("ACLs on sub-interfaces are not supported by this hardware", key);
+    }
     const bool vlanIntf = Zamu::VlanIntfId::isVlanIntfId(intf);
     if (key.type == Acl::aclTypeMac && vlanIntf)
         return problemText("MAC ACLs cannot be applied to a VLAN interface", key);
@@ -154,12 +187,6 @@ std::string AclSm::keyProblem(const AclKey& key, const Zamu::IntfId& intf) const
         return problemText("IPv6 ACLs are not supported by this hardware", key);
     if (vlanIntf && !aclHelper_->routerAclSupported())
         return problemText("ACLs on VLAN interfaces are not supported by this hardware", key);
-    if (Zamu::SubIntfId::isSubIntfId(intf)) {
-        if (key.type == Acl::aclTypeMac)
-            return problemText("MAC ACLs cannot be applied to a sub-interface", key);
-        if (!key.vlanId)
-            return problemText("a sub-interface number outside 1..4094 cannot carry an ACL", key);
-    }
     return {};
 }
 
@@ -174,20 +201,8 @@ std::map<AclKey, AclSm::Desired> AclSm::computeDesired() const {
     }
     std::map<AclKey, Desired> out;
     for (const auto& [binding, name] : intfConfig_->appliedAcl()) {
-        AclKey key;
-        key.name = name;
-        key.type = binding.type;
-        key.direction = binding.direction;
+        const AclKey key = aclKeyOfBinding(binding, name);
         const Zamu::IntfId& intf = binding.intf;
-        if (Zamu::VlanIntfId::isVlanIntfId(intf))
-            key.vlanId = Zamu::VlanIntfId::vlanId(intf);
-        // A sub-interface is a routed interface: its ACLs are router ACLs, keyed with the
-        // VLAN its number names (the dot1q encapsulation of ".N").
-        const uint32_t sub = intf.subNumber();
-        if (Zamu::SubIntfId::isSubIntfId(intf) && key.type != Acl::aclTypeMac && sub >= 1 &&
-            sub <= 4094) {
-            key.vlanId = Bridging::VlanId(sub);
-        }
         Desired& d = out[key];
         d.configKey = {name, binding.type};
         if (d.problem.empty())

@@ -50,7 +50,11 @@
 //
 // Sub-interfaces: an ACL applied to sub-interface "P.N" is a router ACL keyed with VLAN N (its
 // dot1q encapsulation), so it programs through the chip's router tables for that sub-interface;
-// a MAC ACL, or a number outside 1..4094, cannot be applied there (published as failed).
+// one ACL on sub-interfaces of different numbers is one key per number, and a VLAN interface
+// and a sub-interface of the same number share the key. A MAC ACL, a number outside 1..4094,
+// or any ACL without routerAclSupported cannot be applied there: published as failed under a
+// key of its own (MAC with VLAN N; a number above 4094 with the sub-interface's name as the
+// key's tag), so the ACL's other bindings stay installed.
 //
 // Port-channels: the helper's store knows Ethernet ports, VLAN interfaces and sub-interfaces
 // only, so an ACL applied to a port-channel is bound to the port-channel's member Ethernet
@@ -68,8 +72,9 @@
 // a bad edit leaves the last good rules in effect; otherwise the ACL is left out. A refused
 // version is not tried again until the ACL's configuration changes.
 // ACLs that cannot be applied at all (not configured, or a kind the hardware does not offer:
-// MAC outbound, MAC on a VLAN interface, IPv6 without ip6AclSupported, VLAN interfaces without
-// routerAclSupported) are published as failed and not installed.
+// MAC outbound, MAC on a VLAN interface or a sub-interface, IPv6 without ip6AclSupported, VLAN
+// interfaces and sub-interfaces without routerAclSupported) are published as failed and not
+// installed.
 //
 // Data-plane updates: each update is stamped with a request time (the clock's time; a later
 // update within one clock tick is stamped just after the previous stamp, so stamps always
@@ -115,6 +120,10 @@
 #include "platform/vorn/StateMachine.h"
 
 namespace Ovin {
+
+// The key under which the engine applies ACL `name` bound as `binding` (see Sub-interfaces
+// above); for whoever reads the engine's results per binding.
+AclKey aclKeyOfBinding(const Acl::AclBinding& binding, const Vorn::String& name);
 
 class AclSm : public Vorn::StateMachine {
     VORN_ENTITY("Ovin::AclSm")

@@ -334,27 +334,30 @@ TEST_F(OvinAclSmTest, AnEditedAclIsRecreatedWithItsBindingsAndKeepsUnchangedRule
     bind("Vlan10", "a");
     bind("Ethernet1.5", "a");
     run();
-    const AclKey port = key("a");
-    const AclKey router = key("a", Acl::aclTypeIpv4, 10);
-    ASSERT_NE(held(port), nullptr);
-    ASSERT_NE(held(router), nullptr);
-    EXPECT_EQ(held(port)->intf, (std::set<IntfId>{"Ethernet1", "Ethernet1.5"}));
-    EXPECT_EQ(held(router)->intf, (std::set<IntfId>{"Vlan10"}));
-    const StoreHelper::Entry kept = held(port)->entries[0];
+    // One configured ACL, three keys: the port's, the VLAN interface's and the sub-interface's.
+    const std::map<AclKey, std::set<IntfId>> bound = {
+        {key("a"), {"Ethernet1"}},
+        {key("a", Acl::aclTypeIpv4, 10), {"Vlan10"}},
+        {key("a", Acl::aclTypeIpv4, 5), {"Ethernet1.5"}},
+    };
+    ASSERT_EQ(helper_->store.size(), bound.size());
+    ASSERT_NE(held(key("a")), nullptr);
+    const StoreHelper::Entry kept = held(key("a"))->entries[0];
 
     rule("a", Acl::aclTypeIpv4, "20 permit udp any any eq 54");
     run();
-    for (const AclKey& k : {port, router}) {
+    EXPECT_EQ(helper_->store.size(), bound.size());
+    for (const auto& [k, intf] : bound) {
         SCOPED_TRACE(k.str());
         ASSERT_NE(held(k), nullptr);
         ASSERT_EQ(held(k)->entries.size(), 2u);
         EXPECT_EQ(held(k)->entries[0], kept);  // same rule, same unique id
         EXPECT_NE(held(k)->entries[1].id, kept.id);
         EXPECT_EQ(held(k)->entries[1].destination, (PortSpan{54, 54}));
+        EXPECT_EQ(held(k)->intf, intf);  // re-created where it was
         ASSERT_NE(status(k), nullptr);
         EXPECT_EQ(status(k)->state(), Acl::aclDpInstalled);
     }
-    EXPECT_EQ(held(port)->intf, (std::set<IntfId>{"Ethernet1", "Ethernet1.5"}));
 }
 
 TEST_F(OvinAclSmTest, ARefusedRuleFailsItsAclAloneAndTheEarlierVersionStays) {
@@ -433,11 +436,14 @@ TEST_F(OvinAclSmTest, APortChannelsAclFollowsItsMembers) {
     bind("Ethernet2", "own");  // suspended while Ethernet2 is a member
     bind("Port-Channel1.7", "lag");
     run();
+    // The sub-interface's router ACL goes to the helper as it is, whatever the members do.
+    const AclKey lagSub = key("lag", Acl::aclTypeIpv4, 7);
     ASSERT_NE(held(key("lag")), nullptr);
-    EXPECT_EQ(held(key("lag"))->intf,
-              (std::set<IntfId>{"Ethernet1", "Ethernet2", "Port-Channel1.7"}));
+    EXPECT_EQ(held(key("lag"))->intf, (std::set<IntfId>{"Ethernet1", "Ethernet2"}));
     ASSERT_NE(held(key("own")), nullptr);
     EXPECT_TRUE(held(key("own"))->intf.empty());
+    ASSERT_NE(held(lagSub), nullptr);
+    EXPECT_EQ(held(lagSub)->intf, std::set<IntfId>{"Port-Channel1.7"});
 
     struct Step {
         const char* name;
@@ -448,15 +454,15 @@ TEST_F(OvinAclSmTest, APortChannelsAclFollowsItsMembers) {
     const Step steps[] = {
         {"a port joins",
          [&] { lags_->lagPhyIntfConfigIs("Port-Channel1")->phyIntfIs("Ethernet3"); },
-         {"Ethernet1", "Ethernet2", "Ethernet3", "Port-Channel1.7"},
+         {"Ethernet1", "Ethernet2", "Ethernet3"},
          {}},
         {"a port with its own ACL leaves",
          [&] { lags_->lagPhyIntfConfigIs("Port-Channel1")->phyIntfDel("Ethernet2"); },
-         {"Ethernet1", "Ethernet3", "Port-Channel1.7"},
+         {"Ethernet1", "Ethernet3"},
          {"Ethernet2"}},
         {"the port-channel goes",
          [&] { lags_->lagPhyIntfConfigDel("Port-Channel1"); },
-         {"Port-Channel1.7"},
+         {},
          {"Ethernet2"}},
     };
     for (const Step& s : steps) {
@@ -465,8 +471,105 @@ TEST_F(OvinAclSmTest, APortChannelsAclFollowsItsMembers) {
         run();
         ASSERT_NE(held(key("lag")), nullptr);
         ASSERT_NE(held(key("own")), nullptr);
+        ASSERT_NE(held(lagSub), nullptr);
         EXPECT_EQ(held(key("lag"))->intf, s.lag);
         EXPECT_EQ(held(key("own"))->intf, s.own);
+        EXPECT_EQ(held(lagSub)->intf, std::set<IntfId>{"Port-Channel1.7"});
+    }
+}
+
+TEST_F(OvinAclSmTest, ASubInterfacesAclIsARouterAclOfTheVlanItsNumberNames) {
+    rule("a", Acl::aclTypeIpv4, "10 permit ip any any");
+    rule("v6", Acl::aclTypeIpv6, "10 deny ipv6 any any");
+    bind("Ethernet1", "a");       // the port's own: a port ACL beside its sub-interface's
+    bind("Ethernet1.100", "a");   //
+    bind("Vlan100", "a");         // the same number: the same key
+    bind("Ethernet3.1", "a");     // the lowest and the highest VLAN
+    bind("Ethernet2.4094", "a");  //
+    bind("Port-Channel1.5", "a");
+    bind("Ethernet1.100", "v6", Acl::aclTypeIpv6);
+    run();
+    std::map<AclKey, std::set<IntfId>> want = {
+        {key("a"), {"Ethernet1"}},
+        {key("a", Acl::aclTypeIpv4, 1), {"Ethernet3.1"}},
+        {key("a", Acl::aclTypeIpv4, 5), {"Port-Channel1.5"}},
+        {key("a", Acl::aclTypeIpv4, 100), {"Ethernet1.100", "Vlan100"}},
+        {key("a", Acl::aclTypeIpv4, 4094), {"Ethernet2.4094"}},
+        {key("v6", Acl::aclTypeIpv6, 100), {"Ethernet1.100"}},
+    };
+    auto holds = [&] {
+        std::map<AclKey, std::set<IntfId>> out;
+        for (const auto& [k, h] : helper_->store)
+            out.emplace(k, h.intf);
+        return out;
+    };
+    EXPECT_EQ(holds(), want);
+    for (const auto& [k, intf] : want) {
+        SCOPED_TRACE(k.str());
+        ASSERT_NE(status(k), nullptr);
+        EXPECT_EQ(status(k)->state(), Acl::aclDpInstalled);
+    }
+
+    // A number's key goes with its last binding; the others stay as they are.
+    unbind("Ethernet1.100");
+    unbind("Port-Channel1.5");
+    run();
+    want[key("a", Acl::aclTypeIpv4, 100)] = {"Vlan100"};
+    want.erase(key("a", Acl::aclTypeIpv4, 5));
+    EXPECT_EQ(holds(), want);
+    EXPECT_EQ(status(key("a", Acl::aclTypeIpv4, 5)), nullptr);
+}
+
+TEST_F(OvinAclSmTest, WhatASubInterfaceCannotTakeFailsAloneAndTheAclStaysOnItsPort) {
+    auto tagged = [](AclKey k, const char* tag) {
+        k.tag = Vorn::Name(tag);
+        return k;
+    };
+    const struct Case {
+        const char* name;
+        Acl::AclType type;
+        const char* subIntf;
+        bool routerAcl;
+        AclKey failed;
+        const char* error;
+    } cases[] = {
+        {"MAC", Acl::aclTypeMac, "Ethernet1.5", true, key("a", Acl::aclTypeMac, 5),
+         "MAC ACLs cannot be applied to a sub-interface (a/mac/in/vlan5)"},
+        {"a number just above the VLANs", Acl::aclTypeIpv4, "Ethernet1.4095", true,
+         tagged(key("a"), "Ethernet1.4095"),
+         "a sub-interface number outside 1..4094 cannot carry an ACL (a/ip/in/Ethernet1.4095)"},
+        {"the highest number, of a port-channel", Acl::aclTypeIpv6, "Port-Channel1.8388607", true,
+         tagged(key("a", Acl::aclTypeIpv6), "Port-Channel1.8388607"),
+         "a sub-interface number outside 1..4094 cannot carry an ACL "
+         "(a/ipv6/in/Port-Channel1.8388607)"},
+        {"no router ACLs", Acl::aclTypeIpv4, "Ethernet1.5", false, key("a", Acl::aclTypeIpv4, 5),
+         "ACLs on sub-interfaces are not supported by this hardware (a/ip/in/vlan5)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        config_->aclDelAll();
+        intfConfig_->appliedAclDelAll();
+        run();
+        helper_->routerAclSupportedIs(c.routerAcl);
+        rule("a", c.type,
+             c.type == Acl::aclTypeMac    ? "10 permit any any"
+             : c.type == Acl::aclTypeIpv6 ? "10 permit ipv6 any any"
+                                          : "10 permit ip any any");
+        bind("Ethernet1", "a", c.type);
+        bind(c.subIntf, "a", c.type);
+        run();
+        EXPECT_EQ(held(c.failed), nullptr);
+        ASSERT_NE(status(c.failed), nullptr);
+        EXPECT_EQ(status(c.failed)->state(), Acl::aclDpFailed);
+        EXPECT_EQ(status(c.failed)->result(), Ovin::aclCreateFailed);
+        EXPECT_EQ(status(c.failed)->error(), c.error);
+        // The port binding is another key, untouched by the refusal.
+        const AclKey port = key("a", c.type);
+        ASSERT_EQ(helper_->store.size(), 1u);
+        ASSERT_NE(held(port), nullptr);
+        EXPECT_EQ(held(port)->intf, std::set<IntfId>{"Ethernet1"});
+        ASSERT_NE(status(port), nullptr);
+        EXPECT_EQ(status(port)->state(), Acl::aclDpInstalled);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <utility>
 
+#include "platform/ovin/OvinAclSm.h"
 #include "tools/sim/Scenario.h"
 
 namespace Sim {
@@ -336,12 +337,7 @@ std::optional<Zamu::IntfId> lagOf(const View& v, const Zamu::IntfId& port) {
 }
 
 AclVerdict aclVerdict(const View& v, const Acl::AclBinding& b, const std::string& name) {
-    Ovin::AclKey key;
-    key.name = name;
-    key.type = b.type;
-    key.direction = b.direction;
-    if (Zamu::VlanIntfId::isVlanIntfId(b.intf))
-        key.vlanId = Zamu::VlanIntfId::vlanId(b.intf);
+    const Ovin::AclKey key = Ovin::aclKeyOfBinding(b, name);
     AclVerdict out;
     out.acl = key.str();
 
