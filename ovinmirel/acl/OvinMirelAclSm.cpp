@@ -57,44 +57,21 @@ void OvinMirelAclSm::handleGlueStatus() {
     handleDpAclUpdateRequestTime();
 }
 
-std::set<Ovin::AclKey> OvinMirelAclSm::aclsInEffect() const {
-    std::set<Ovin::AclKey> out;
-    const Vorn::Ptr<AclPolicyStatusColl> policy = glueStatus()->aclPolicyStatusColl();
-    if (!policy)
-        return out;
-    auto addAll = [&](const auto& mapping) {
-        for (const auto& [place, keys] : mapping) {
-            for (const Ovin::AclKey& key : keys->aclKey())
-                out.insert(key);
-        }
-    };
-    for (const auto& [chip, status] : policy->status()) {
-        addAll(status->intfAclMapping());
-        addAll(status->routedPortSharedAclMapping());
-        addAll(status->vlanAclMapping());
-        addAll(status->subIntfAclMapping());
-    }
-    return out;
-}
-
-Ovin::AclCreateError OvinMirelAclSm::successResult(const OvinMirelAcl& acl,
-                                                   const std::set<Ovin::AclKey>& inEffect) const {
+Ovin::AclCreateError OvinMirelAclSm::successResult(const OvinMirelAcl& acl) const {
     const bool bound = acl.ethIntfs() + acl.subIntfs() + acl.vlanIntfs() > 0;
-    const bool judged = glueStatus()->aclPolicyStatusColl() != nullptr;
-    if (bound && judged && !inEffect.contains(acl.name()))
+    const Vorn::Ptr<const Index> in = index();
+    if (bound && in && !in->aclChipMapping(acl.name()))
         return Ovin::aclCreateFailed;
     return Ovin::aclCreateOk;
 }
 
 void OvinMirelAclSm::reportCreated(bool failed) {
-    const std::set<Ovin::AclKey> inEffect = failed ? std::set<Ovin::AclKey>() : aclsInEffect();
     const OvinHelper::AclStatusUpdateCallback report = aclHelper()->aclStatusUpdateCallback();
     for (const Ovin::AclKey& key : ovinMirelAclColl_->acl().sortedKeys()) {
         const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
         if (!acl || !acl->created())
             continue;
-        const Ovin::AclCreateError result =
-            failed ? Ovin::aclCreateFailed : successResult(*acl, inEffect);
+        const Ovin::AclCreateError result = failed ? Ovin::aclCreateFailed : successResult(*acl);
         FLINQ(th, 8, "   aclStatusUpdate " << key << " result " << uint32_t(result));
         report(key, result);
     }

@@ -8,8 +8,8 @@
 // Writes: Acl::StatusDp.dpAclUpdateTime; the helper's dirty flag and unit errors; ACL outcomes
 //   through the helper's aclStatusUpdateCallback.
 // Timers: none of its own (the engine's update timer is the base's).
-// Owns: shared references to GlueStatus and the ACL store (both read only), besides the
-//   engine's fourteen. Holds no state of its own: every reaction re-reads GlueStatus.
+// Owns: shared references to GlueStatus, the ACL store and the mapping Index (all read only),
+//   besides the engine's fourteen. Holds no state of its own: every reaction re-reads them.
 //
 // On each change of glueSmState, and whenever the engine has requested an update:
 //   idle            the glue has no cycle in progress: a pending request is complete, so its
@@ -32,14 +32,17 @@
 // Outcomes. A cycle is all or nothing, so after fail or aclIdAllocFail no change of the cycle
 // reached any chip: every created ACL is reported 17 (the engine's failure), whether or not it
 // sits on a failed chip. After success an ACL is reported 0, except one that is bound (some
-// interface in the store) yet in effect on no chip: no chip's ACL policy result
-// (AclPolicyStatus, in any of its four mappings) lists it, because none of its interfaces
-// reaches a chip or the policy left it out everywhere. That one gets 17: the commit
-// succeeded, but the user's ACL filters no traffic, and that is what the engine must show.
-// Without policy results (no AclPolicyStatusColl) nothing says an ACL was left out: 0.
+// interface in its store entry) yet reaches no chip: the Index has no aclChipMapping entry
+// for it (none of its interfaces resolves to a port of a present chip). That one gets 17: the
+// commit succeeded, but the user's ACL filters no traffic, and that is what the engine must
+// show. One look-up per ACL, so the report costs the number of ACLs, not the size of the
+// configuration. An ACL that reaches a chip but that the chip's policy leaves out on every
+// interface is reported 0: the interface-level log messages and policy status say that.
+// Without an Index (none given, or deleted) nothing says an ACL reaches no chip: 0.
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
+#include "ovinmirel/index/OvinMirelIndex.h"
 #include "platform/ovin/OvinAclSm.h"
 
 namespace OvinMirel {
@@ -68,6 +71,10 @@ class OvinMirelAclSm : public Ovin::AclSm {
     // "null _glueStatus parameter to mutator for OvinMirel::OvinMirelAclSm::glueStatus not
     // allowed"); deleting it stops the reaction until another is given.
     VORN_PTR_ATTR(const GlueStatus, glueStatus)
+    // The mapping Index, read on success to find ACLs that reach no chip. Given by the owner
+    // after creation (the factory's arguments are the engine's); a null one is refused like
+    // glueStatus.
+    VORN_PTR_ATTR(const Index, index)
     const Vorn::Ptr<const OvinMirelAclColl>& ovinMirelAclColl() const { return ovinMirelAclColl_; }
 
     // Starts (stops) following glueStatus along with the engine.
@@ -80,9 +87,7 @@ class OvinMirelAclSm : public Ovin::AclSm {
 
   private:
     void watchGlueStatus();
-    Ovin::AclCreateError successResult(const OvinMirelAcl& acl,
-                                       const std::set<Ovin::AclKey>& inEffect) const;
-    std::set<Ovin::AclKey> aclsInEffect() const;
+    Ovin::AclCreateError successResult(const OvinMirelAcl& acl) const;
     void reportCreated(bool failed);
 
     const Vorn::Ptr<const OvinMirelAclColl> ovinMirelAclColl_;

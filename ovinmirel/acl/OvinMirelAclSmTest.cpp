@@ -49,6 +49,7 @@ class OvinMirelAclSmTest : public ::testing::Test {
                          &OvinHelper::AclHelper::revertIncompleteAclSupportedIs,
                          &OvinHelper::AclHelper::establishedSupportedIs})
             ((*helper_).*set)(true);
+        sm_->indexIs(in_.index);
         sm_->handleInitialized();
     }
     ~OvinMirelAclSmTest() override { sm_->handleDelete(); }
@@ -84,13 +85,6 @@ class OvinMirelAclSmTest : public ::testing::Test {
     Vorn::Ptr<OvinMirelAcl> stored(const Ovin::AclKey& k) const { return in_.acls->acl(k); }
     Vorn::Ptr<Acl::AclStatus> status(const Ovin::AclKey& k) const {
         return statusDp_->aclStatus(k);
-    }
-    // What the chip's ACL policy would publish: the ACL in effect on a port of chip 0.
-    void inEffect(const Ovin::AclKey& k, const char* intf) {
-        glueStatus_->aclPolicyStatusColl()
-            ->statusIs(Mirel::ChipId(0))
-            ->intfAclMappingIs(IntfId(intf))
-            ->aclKeyIs(k);
     }
     std::optional<std::string> differsFromRebuild() const {
         IndexTest::World fresh;
@@ -290,7 +284,6 @@ TEST_P(OvinMirelAclSmFinish, ClientsWaitThroughTheCycleAndAreReleasedAtItsEnd) {
     }
     if (failing)
         glueStatus_->chipErrorIs(Mirel::ChipId(0), Mirel::stageTcamFull_);
-    inEffect(web_, "Ethernet1");
     Flinq::Capture cap;
     glue(f.releasing);
     EXPECT_EQ(released, 1);
@@ -349,7 +342,6 @@ TEST_F(OvinMirelAclSmTest, EachFailedChipIsAUnitErrorUntilTheNextPass) {
     // And a pass that succeeds leaves none.
     bind("Ethernet2", "web");
     run();
-    inEffect(web_, "Ethernet1");
     glueStatus_->chipErrorDelAll();
     glue(success_);
     EXPECT_EQ(helper_->unitErrors(), 0u);
@@ -357,21 +349,57 @@ TEST_F(OvinMirelAclSmTest, EachFailedChipIsAUnitErrorUntilTheNextPass) {
     EXPECT_EQ(status(web_)->state(), Acl::aclDpInstalled);
 }
 
-TEST_F(OvinMirelAclSmTest, OnSuccessAnAclInEffectNowhereIsReportedFailed) {
-    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
-    rule("deny", Acl::aclTypeIpv4, "10 deny ip any any");
-    bind("Ethernet1", "web");
-    bind("Vlan10", "deny");
+TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) {
+    // Vlan30 and Port-Channel6 have no members; Ethernet9 is on no chip.
+    const struct Case {
+        const char* acl;
+        const char* intf;
+        Ovin::AclKey key;
+        Ovin::AclCreateError result;
+    } cases[] = {
+        {"port", "Ethernet1", TestSupport::aclKey("port"), Ovin::aclCreateOk},
+        {"member", "Port-Channel5", TestSupport::aclKey("member"), Ovin::aclCreateOk},
+        // Reaches chip 1 through Vlan10's member: 0 even though no policy result lists it.
+        {"vlan", "Vlan10", TestSupport::aclKey("vlan", Acl::aclTypeIpv4, 10), Ovin::aclCreateOk},
+        {"sub", "Port-Channel5.20", TestSupport::aclKey("sub", Acl::aclTypeIpv4, 20),
+         Ovin::aclCreateOk},
+        {"offChip", "Ethernet9", TestSupport::aclKey("offChip"), Ovin::aclCreateFailed},
+        {"emptyVlan", "Vlan30", TestSupport::aclKey("emptyVlan", Acl::aclTypeIpv4, 30),
+         Ovin::aclCreateFailed},
+        // Bound to nothing in the store (a port-channel without members): nothing to reach.
+        {"unbound", "Port-Channel6", TestSupport::aclKey("unbound"), Ovin::aclCreateOk},
+    };
+    for (const Case& c : cases) {
+        rule(c.acl, Acl::aclTypeIpv4, "10 permit ip any any");
+        bind(c.intf, c.acl);
+    }
     run();
-    // The policy put web in effect on Ethernet1 and left the VLAN's router ACL out.
-    inEffect(web_, "Ethernet1");
     glue(success_);
-    const Ovin::AclKey denyRouter = TestSupport::aclKey("deny", Acl::aclTypeIpv4, 10);
-    ASSERT_NE(status(web_), nullptr);
-    ASSERT_NE(status(denyRouter), nullptr);
-    EXPECT_EQ(status(web_)->state(), Acl::aclDpInstalled);
-    EXPECT_EQ(status(denyRouter)->state(), Acl::aclDpFailed);
-    EXPECT_EQ(status(denyRouter)->result(), Ovin::aclCreateFailed);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.acl);
+        ASSERT_NE(stored(c.key), nullptr);
+        EXPECT_TRUE(stored(c.key)->created());
+        ASSERT_NE(status(c.key), nullptr);
+        EXPECT_EQ(status(c.key)->result(), c.result);
+        EXPECT_EQ(status(c.key)->state(),
+                  c.result == Ovin::aclCreateOk ? Acl::aclDpInstalled : Acl::aclDpFailed);
+    }
+
+    // The member the VLAN lacked arrives: the next success finds it on chip 0.
+    in_.vlanMember(30, "Ethernet2");
+    bind("Ethernet2", "port");
+    run();
+    glue(success_);
+    const Ovin::AclKey emptyVlan = TestSupport::aclKey("emptyVlan", Acl::aclTypeIpv4, 30);
+    ASSERT_NE(status(emptyVlan), nullptr);
+    EXPECT_EQ(status(emptyVlan)->result(), Ovin::aclCreateOk);
+
+    // Without an Index nothing says an ACL reaches no chip.
+    sm_->indexDel();
+    glue(aclIdAlloc_);
+    glue(success_);
+    ASSERT_NE(status(TestSupport::aclKey("offChip")), nullptr);
+    EXPECT_EQ(status(TestSupport::aclKey("offChip"))->result(), Ovin::aclCreateOk);
 }
 
 TEST_F(OvinMirelAclSmTest, RemovingABoundAclLeavesTheIndexEqualToARebuild) {
@@ -424,6 +452,15 @@ TEST_F(OvinMirelAclSmTest, TheGlueStatusFollowedCanBeReplacedOrDropped) {
                      "null _glueStatus parameter to mutator for "
                      "OvinMirel::OvinMirelAclSm::glueStatus not allowed");
     }
+    try {
+        sm_->indexIs(nullptr);
+        ADD_FAILURE() << "no error";
+    } catch (const Vorn::NullPointerException& e) {
+        EXPECT_STREQ(e.what(),
+                     "null _index parameter to mutator for OvinMirel::OvinMirelAclSm::index not "
+                     "allowed");
+    }
+    EXPECT_EQ(sm_->index(), in_.index);
 }
 
 TEST_F(OvinMirelAclSmTest, SuccessWithAChipErrorIsAnInternalInconsistency) {

@@ -98,6 +98,7 @@ TestAgentRoot::TestAgentRoot(const Vorn::Name& name, Brix::TimerWheel& timerWhee
         Lag::Input::configFactory("LagInputConfig", status_->lagPhyIntfMapping()), helper, *clock_,
         Bridging::configFactory("BridgingConfig"), subIntfStatusDir_, subIntfConfigDir_,
         status_->glueStatus(), status_->aclColl());
+    aclSm->indexIs(status_->index());
     ovinAclSmIs(aclSm);
     aclSm->handleInitialized();
 
