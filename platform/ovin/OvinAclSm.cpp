@@ -108,32 +108,47 @@ void AclSm::handleInitialized() {
     callback_ = OvinHelper::AclStatusUpdateCallback(
         [this](const AclKey& key, AclCreateError result) { handleAclStatusUpdate(key, result); });
     aclHelper_->aclStatusUpdateCallbackIs(callback_);
-    auto schedule = [this](const auto&...) { scheduleUpdate(); };
-    intfConfigSub_ = intfConfig_->appliedAclNotify(schedule);
+    // Everything is new to this start: the first update compares the whole configuration
+    // with what the helper holds.
+    allDirty_ = true;
+    intfConfigSub_ = intfConfig_->appliedAclNotify([this](const Acl::AclBinding& b) {
+        dirtyBindings_.insert(b);
+        scheduleUpdate();
+    });
+    auto configChanged = [this](const Acl::AclConfigKey& ck, const auto&...) {
+        dirtyConfigs_.insert(ck);
+        scheduleUpdate();
+    };
+    auto lagChanged = [this](const auto&...) {
+        lagsDirty_ = true;
+        scheduleUpdate();
+    };
     dpAclUpdateTimeSub_ = statusDp_->dpAclUpdateTimeNotify([this] { handleDpAclUpdateTime(); });
     aclWatchers_ = std::make_unique<decltype(aclWatchers_)::element_type>(
         aclConfig_->acl(),
         decltype(aclWatchers_)::element_type::Hooks{
             .make =
-                [this, schedule](const Acl::AclConfigKey&, const Vorn::Ptr<Acl::AclConfig>& acl) {
+                [configChanged](const Acl::AclConfigKey& ck, const Vorn::Ptr<Acl::AclConfig>& acl) {
                     auto w = std::make_unique<AclWatcher>();
-                    w->entries = acl->entryNotify(schedule);
-                    w->counters = acl->countersEnabledNotify(schedule);
+                    w->entries =
+                        acl->entryNotify([configChanged, ck](uint32_t) { configChanged(ck); });
+                    w->counters =
+                        acl->countersEnabledNotify([configChanged, ck] { configChanged(ck); });
                     return w;
                 },
-            .added = schedule,
-            .gone = schedule});
+            .added = configChanged,
+            .gone = configChanged});
     lagWatchers_ = std::make_unique<decltype(lagWatchers_)::element_type>(
         lagInputConfig_->lagPhyIntfMapping()->lagPhyIntfConfig(),
         decltype(lagWatchers_)::element_type::Hooks{
             .make =
-                [schedule](const Zamu::IntfId&, const Vorn::Ptr<Lag::LagPhyIntfConfig>& lag) {
+                [lagChanged](const Zamu::IntfId&, const Vorn::Ptr<Lag::LagPhyIntfConfig>& lag) {
                     auto w = std::make_unique<LagWatcher>();
-                    w->members = lag->phyIntfNotify(schedule);
+                    w->members = lag->phyIntfNotify(lagChanged);
                     return w;
                 },
-            .added = schedule,
-            .gone = schedule});
+            .added = lagChanged,
+            .gone = lagChanged});
     scheduleUpdate();
 }
 
@@ -190,41 +205,134 @@ std::string AclSm::keyProblem(const AclKey& key, const Zamu::IntfId& intf) const
     return {};
 }
 
-std::map<AclKey, AclSm::Desired> AclSm::computeDesired() const {
-    // Port-channel membership, both ways; walked in key order so the result never depends on
-    // hashing.
-    const Lag::LagPhyIntfMapping& lags = *lagInputConfig_->lagPhyIntfMapping();
-    std::map<Zamu::IntfId, Zamu::IntfId> lagOfPort;
-    for (const Zamu::IntfId& lag : lags.lagPhyIntfConfig().sortedKeys()) {
-        for (const Zamu::IntfId& port : lags.lagPhyIntfConfig(lag)->phyIntf())
-            lagOfPort.emplace(port, lag);
-    }
-    std::map<AclKey, Desired> out;
-    for (const auto& [binding, name] : intfConfig_->appliedAcl()) {
-        const AclKey key = aclKeyOfBinding(binding, name);
+AclSm::Desired AclSm::desiredOf(const AclKey& key,
+                                const std::set<Acl::AclBinding>& bindings) const {
+    Desired d;
+    for (const Acl::AclBinding& binding : bindings) {
         const Zamu::IntfId& intf = binding.intf;
-        Desired& d = out[key];
-        d.configKey = {name, binding.type};
+        d.configKey = {key.name, binding.type};
         if (d.problem.empty())
             d.problem = keyProblem(key, intf);
         if (Zamu::PortChannelIntfId::isPortChannelIntfId(intf)) {
-            if (const auto lag = lags.lagPhyIntfConfig(intf)) {
-                for (const Zamu::IntfId& port : lag->phyIntf())
-                    d.intf.insert(port);
-            }
+            if (auto lag = lagMembers_.find(intf); lag != lagMembers_.end())
+                d.intf.insert(lag->second.begin(), lag->second.end());
         } else if (Zamu::EthIntfId::isEthIntfId(intf)) {
             // A member port takes its port-channel's ACLs; its own wait until it leaves.
-            if (!lagOfPort.contains(intf))
+            if (!lagOfPort_.contains(intf))
                 d.intf.insert(intf);
         } else {
             d.intf.insert(intf);  // VLAN interface or sub-interface
         }
     }
-    for (auto& [key, d] : out) {
-        if (d.problem.empty() && !aclConfig_->acl(d.configKey))
-            d.problem = problemText("no such ACL is configured", key);
+    if (d.problem.empty() && !aclConfig_->acl(d.configKey))
+        d.problem = problemText("no such ACL is configured", key);
+    return d;
+}
+
+void AclSm::refreshLags(std::set<Zamu::IntfId>& changed) {
+    // Port-channel membership, both ways; walked in key order so that a port listed by two
+    // port-channels goes with the first, whatever the hashing.
+    const Lag::LagPhyIntfMapping& lags = *lagInputConfig_->lagPhyIntfMapping();
+    std::map<Zamu::IntfId, std::set<Zamu::IntfId>> members;
+    std::map<Zamu::IntfId, Zamu::IntfId> lagOfPort;
+    for (const Zamu::IntfId& lag : lags.lagPhyIntfConfig().sortedKeys()) {
+        std::set<Zamu::IntfId>& m = members[lag];
+        for (const Zamu::IntfId& port : lags.lagPhyIntfConfig(lag)->phyIntf()) {
+            m.insert(port);
+            lagOfPort.emplace(port, lag);
+        }
     }
-    return out;
+    auto diff = [&changed](const auto& before, const auto& after) {
+        for (const auto& [k, v] : before) {
+            auto it = after.find(k);
+            if (it == after.end() || it->second != v)
+                changed.insert(k);
+        }
+        for (const auto& [k, v] : after) {
+            if (!before.contains(k))
+                changed.insert(k);
+        }
+    };
+    diff(lagMembers_, members);   // port-channels whose members changed
+    diff(lagOfPort_, lagOfPort);  // ports that joined, left or moved
+    lagMembers_ = std::move(members);
+    lagOfPort_ = std::move(lagOfPort);
+}
+
+std::set<AclKey> AclSm::refreshDesired() {
+    if (allDirty_) {
+        for (const auto& [b, name] : intfConfig_->appliedAcl())
+            dirtyBindings_.insert(b);
+        for (const auto& [b, key] : keyOfBinding_)
+            dirtyBindings_.insert(b);
+        for (const auto& [ck, acl] : aclConfig_->acl())
+            dirtyConfigs_.insert(ck);
+        for (const auto& [ck, keys] : keysOfConfig_)
+            dirtyConfigs_.insert(ck);
+        lagsDirty_ = true;
+        allDirty_ = false;
+    }
+    std::set<AclKey> dirty;
+    if (lagsDirty_) {
+        std::set<Zamu::IntfId> changed;
+        refreshLags(changed);
+        lagsDirty_ = false;
+        // The bindings of those interfaces (ordered by interface first: one range each).
+        for (const Zamu::IntfId& intf : changed) {
+            for (auto it = keyOfBinding_.lower_bound({intf, Acl::AclType(0), Acl::AclDirection(0)});
+                 it != keyOfBinding_.end() && it->first.intf == intf; ++it)
+                dirty.insert(it->second);
+        }
+    }
+    for (const Acl::AclConfigKey& ck : dirtyConfigs_) {
+        if (auto it = keysOfConfig_.find(ck); it != keysOfConfig_.end())
+            dirty.insert(it->second.begin(), it->second.end());
+    }
+    for (const Acl::AclBinding& b : dirtyBindings_) {
+        if (auto old = keyOfBinding_.find(b); old != keyOfBinding_.end()) {
+            dirty.insert(old->second);
+            auto& bound = bindingsOfKey_[old->second];
+            bound.erase(b);
+            if (bound.empty())
+                bindingsOfKey_.erase(old->second);
+            keyOfBinding_.erase(old);
+        }
+        if (const std::string* name = intfConfig_->appliedAcl(b)) {
+            const AclKey key = aclKeyOfBinding(b, *name);
+            keyOfBinding_.emplace(b, key);
+            bindingsOfKey_[key].insert(b);
+            dirty.insert(key);
+        }
+    }
+    dirtyBindings_.clear();
+    for (const AclKey& key : dirty) {
+        if (auto old = desired_.find(key); old != desired_.end()) {
+            if (old->second.problem.empty()) {
+                for (const Zamu::IntfId& intf : old->second.intf) {
+                    auto s = slot_.find({intf, key.type, key.direction});
+                    s->second.erase(key);
+                    if (s->second.empty())
+                        slot_.erase(s);
+                }
+            }
+            auto keys = keysOfConfig_.find(old->second.configKey);
+            keys->second.erase(key);
+            if (keys->second.empty())
+                keysOfConfig_.erase(keys);
+            desired_.erase(old);
+        }
+        auto bound = bindingsOfKey_.find(key);
+        if (bound == bindingsOfKey_.end())
+            continue;  // no longer applied
+        Desired d = desiredOf(key, bound->second);
+        keysOfConfig_[d.configKey].insert(key);
+        if (d.problem.empty()) {
+            for (const Zamu::IntfId& intf : d.intf)
+                slot_[{intf, key.type, key.direction}].insert(key);
+        }
+        desired_.emplace(key, std::move(d));
+    }
+    return dirty;
 }
 
 Acl::UniqueId AclSm::uniqueIdFor(std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& ids,
@@ -438,21 +546,18 @@ void AclSm::statusIs(const AclKey& key, Acl::AclDpState state, AclCreateError re
 
 void AclSm::runUpdate() {
     FLINQ(th, 8, "AclSm::runUpdate");
-    std::map<AclKey, Desired> desired = computeDesired();
+    // Only the keys whose bindings, port-channel members or configured ACL changed can differ
+    // from what the helper holds: the others are not looked at, whatever their size.
+    const std::set<AclKey> dirty = refreshDesired();
+    const std::set<Acl::AclConfigKey> configs = std::move(dirtyConfigs_);
+    dirtyConfigs_.clear();
+    const std::map<AclKey, Desired>& desired = desired_;
     std::map<Acl::AclConfigKey, std::optional<Version>> versions;
 
-    // Who holds each interface's slot (type and direction) after this update.
-    std::map<std::tuple<Zamu::IntfId, Acl::AclType, Acl::AclDirection>, std::vector<AclKey>> slot;
-    for (const auto& [key, d] : desired) {
-        if (!d.problem.empty())
-            continue;
-        for (const Zamu::IntfId& intf : d.intf)
-            slot[{intf, key.type, key.direction}].push_back(key);
-    }
+    // Who holds each interface's slot (type and direction) after this update: slot_.
     auto belongsToAnother = [&](const Zamu::IntfId& intf, const AclKey& key) {
-        auto it = slot.find({intf, key.type, key.direction});
-        return it != slot.end() && std::any_of(it->second.begin(), it->second.end(),
-                                               [&](const AclKey& other) { return other != key; });
+        auto it = slot_.find({intf, key.type, key.direction});
+        return it != slot_.end() && (it->second.size() > 1 || !it->second.contains(key));
     };
 
     std::set<AclKey> built;      // created or re-created in step 1
@@ -462,9 +567,11 @@ void AclSm::runUpdate() {
     bool changed = false;
 
     // 1. ACLs that are new or whose rules changed.
-    for (auto& [key, d] : desired) {
-        if (!d.problem.empty())
+    for (const AclKey& key : dirty) {
+        auto di = desired.find(key);
+        if (di == desired.end() || !di->second.problem.empty())
             continue;
+        const Desired& d = di->second;
         const Version* v = versionOf(d.configKey, versions);
         VORN_ASSERT(v);
         auto inst = installed_.find(key);
@@ -478,22 +585,23 @@ void AclSm::runUpdate() {
             continue;  // refused already: wait for the configuration to change
         changed = true;
         std::optional<Installed> old;
+        std::set<Zamu::IntfId> intf;  // where the hardware can take it
         if (inst != installed_.end()) {
-            d.intf = supportedIntfs(key, d.intf, inst->second.data.intf);
+            intf = supportedIntfs(key, d.intf, inst->second.data.intf);
             touched.insert(inst->second.data.intf.begin(), inst->second.data.intf.end());
             tearDown(inst->second.data);
             old = std::move(inst->second);
             installed_.erase(inst);
         } else {
-            d.intf = supportedIntfs(key, d.intf, {});
+            intf = supportedIntfs(key, d.intf, {});
         }
-        touched.insert(d.intf.begin(), d.intf.end());
+        touched.insert(intf.begin(), intf.end());
         Installed made;
-        if (auto failure = build(key, *v, d.intf, made)) {
+        if (auto failure = build(key, *v, intf, made)) {
             std::string error = failure->error;
             if (old && aclHelper_->revertIncompleteAclSupported()) {
                 Installed again;
-                if (!build(key, old->version, d.intf, again)) {
+                if (!build(key, old->version, intf, again)) {
                     installed_.emplace(key, std::move(again));
                     built.insert(key);
                     committed.insert(key);
@@ -514,7 +622,11 @@ void AclSm::runUpdate() {
     // 2. Bindings: what an ACL lost first, so that an interface never carries two ACLs of one
     // slot in the helper; then what it gained.
     std::vector<AclKey> gone;
-    for (auto& [key, inst] : installed_) {
+    for (const AclKey& key : dirty) {
+        auto it = installed_.find(key);
+        if (it == installed_.end())
+            continue;
+        Installed& inst = it->second;
         auto d = desired.find(key);
         const bool applied = d != desired.end() && d->second.problem.empty();
         if (!applied)
@@ -531,7 +643,11 @@ void AclSm::runUpdate() {
                 committed.insert(key);
         }
     }
-    for (auto& [key, inst] : installed_) {
+    for (const AclKey& key : dirty) {
+        auto it = installed_.find(key);
+        if (it == installed_.end())
+            continue;
+        Installed& inst = it->second;
         auto d = desired.find(key);
         if (built.contains(key) || d == desired.end() || !d->second.problem.empty())
             continue;
@@ -559,7 +675,11 @@ void AclSm::runUpdate() {
     }
 
     // Published before the kick: a hardware layer may answer within it.
-    for (const auto& [key, d] : desired) {
+    for (const AclKey& key : dirty) {
+        auto di = desired.find(key);
+        if (di == desired.end())
+            continue;
+        const Desired& d = di->second;
         if (!d.problem.empty()) {
             awaitingOutcome_.erase(key);
             statusIs(key, Acl::aclDpFailed, aclCreateFailed, d.problem);
@@ -594,16 +714,17 @@ void AclSm::runUpdate() {
     }
 
     // Forget what no longer exists.
-    for (auto it = refused_.begin(); it != refused_.end();) {
-        auto d = desired.find(it->first);
-        it = d == desired.end() || !d->second.problem.empty() ? refused_.erase(it) : std::next(it);
-    }
-    for (const AclKey& key : statusDp_->aclStatus().keys()) {
-        if (!desired.contains(key) && !installed_.contains(key))
+    for (const AclKey& key : dirty) {
+        auto d = desired.find(key);
+        if (d == desired.end() || !d->second.problem.empty())
+            refused_.erase(key);
+        if (d == desired.end() && !installed_.contains(key))
             statusDp_->aclStatusDel(key);
     }
-    for (auto it = ids_.begin(); it != ids_.end();)
-        it = aclConfig_->acl(it->first) ? std::next(it) : ids_.erase(it);
+    for (const Acl::AclConfigKey& ck : configs) {
+        if (!aclConfig_->acl(ck))
+            ids_.erase(ck);
+    }
 
     if (changed) {
         ++updates_;

@@ -13,10 +13,19 @@
 //   ParamConfig.updateDelay (0: the next pass of the event loop), so a burst of changes makes
 //   one update.
 // Owns: shared references to its fourteen inputs; the engine's record of what each applied
-//   ACL was built from; its helper callback (installed at handleInitialized, removed at
-//   handleDelete).
+//   ACL was built from; what the configuration asks for per key (kept between updates); its
+//   helper callback (installed at handleInitialized, removed at handleDelete).
 //
-// One update (runUpdate), helper calls in this order:
+// Incremental: the watchers note what changed (bindings, configured ACLs by key, port-channel
+// membership); an update recomputes the desired state of the keys those touch only (a
+// binding's old and new key, every key of a changed ACL, every key bound to a port-channel
+// whose members changed or to a port that joined or left one) and compares those alone with
+// what the helper holds. An update's cost follows the size of the change, not of the
+// configuration. The first update after handleInitialized looks at everything. An interface
+// the helper said it cannot take (intfSupportsAcl) is asked about again, and logged, when its
+// key next changes.
+//
+// One update (runUpdate), over the keys that changed, helper calls in this order:
 //   1. For each applied ACL (Ovin::AclKey, key order) that is new or whose rules changed:
 //      precreateAcl with its interfaces, one creation call per subrule, createFinalAclRule.
 //      The helper cannot delete one subrule, so an ACL whose rules changed is re-created:
@@ -86,7 +95,8 @@
 //
 // Invariants:
 //  1. After an update, the helper holds exactly the applied ACLs that could be installed,
-//     each with the interfaces computed from the bindings and port-channel membership.
+//     each with the interfaces computed from the bindings and port-channel membership: the
+//     same as an engine started afresh on the same configuration would (ids aside).
 //  2. Helper calls within an update follow the order above; one update calls
 //     prepareToCommit at most once.
 //  3. Every ACL the helper refused is either absent from the helper or present in its earlier,
@@ -99,6 +109,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -267,7 +278,11 @@ class AclSm : public Vorn::StateMachine {
 
     void scheduleUpdate();
     void runUpdate();
-    std::map<AclKey, Desired> computeDesired() const;
+    // Brings desired_ (and its indexes) up to date with what changed since the last update;
+    // returns the keys whose desired state may differ from what the helper holds.
+    std::set<AclKey> refreshDesired();
+    void refreshLags(std::set<Zamu::IntfId>& changed);
+    Desired desiredOf(const AclKey& key, const std::set<Acl::AclBinding>& bindings) const;
     std::string keyProblem(const AclKey& key, const Zamu::IntfId& intf) const;
     const Version* versionOf(const Acl::AclConfigKey& ck,
                              std::map<Acl::AclConfigKey, std::optional<Version>>& cache);
@@ -307,6 +322,24 @@ class AclSm : public Vorn::StateMachine {
     const Vorn::Ptr<const Bridging::Config> bridgingConfig_;
     const Vorn::Ptr<const Interface::SubIntfStatusDir> subIntfStatusDir_;
     const Vorn::Ptr<const Interface::SubIntfConfigDir> subIntfConfigDir_;
+
+    // What the configuration asks for, kept between updates and refreshed for what changed:
+    // the key of each binding, the bindings of each key, the keys of each configured ACL, the
+    // desired state per key (interfaces before the hardware's per-interface check), who holds
+    // each interface's slot, and the port-channel membership it was computed with.
+    using Slot = std::tuple<Zamu::IntfId, Acl::AclType, Acl::AclDirection>;
+    std::map<Acl::AclBinding, AclKey> keyOfBinding_;
+    std::map<AclKey, std::set<Acl::AclBinding>> bindingsOfKey_;
+    std::map<Acl::AclConfigKey, std::set<AclKey>> keysOfConfig_;
+    std::map<AclKey, Desired> desired_;
+    std::map<Slot, std::set<AclKey>> slot_;
+    std::map<Zamu::IntfId, std::set<Zamu::IntfId>> lagMembers_;
+    std::map<Zamu::IntfId, Zamu::IntfId> lagOfPort_;
+    // What changed since the last update (from the watchers).
+    std::set<Acl::AclBinding> dirtyBindings_;
+    std::set<Acl::AclConfigKey> dirtyConfigs_;
+    bool lagsDirty_ = false;
+    bool allDirty_ = false;
 
     std::map<AclKey, Installed> installed_;
     std::map<AclKey, Refused> refused_;

@@ -9,8 +9,11 @@
 
 #include <functional>
 #include <map>
+#include <random>
 #include <set>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/ovin/AclRuleText.h"
@@ -650,6 +653,159 @@ TEST_F(OvinAclSmTest, InterfacesAreHeldWhileTrafficWouldPassUnchecked) {
     EXPECT_EQ(helper_->blocking,
               (std::vector<std::string>{"+Ethernet1", "+Ethernet2", "-Ethernet1", "-Ethernet2"}));
 }
+
+// What a helper holds, without the unique ids (handed out in the order rules were first seen,
+// so they differ between an engine that followed the edits and one started afterwards), and
+// what was published per ACL.
+struct Observed {
+    std::map<AclKey, std::tuple<std::set<IntfId>, std::vector<std::string>, bool>> held;
+    std::map<AclKey, std::string> published;
+    bool operator==(const Observed&) const = default;
+};
+
+Observed observe(const StoreHelper& helper, const Acl::StatusDp& statusDp) {
+    Observed out;
+    for (const auto& [k, h] : helper.store) {
+        std::vector<std::string> entries;
+        for (const StoreHelper::Entry& e : h.entries) {
+            std::ostringstream os;
+            os << e.ruleNum << "." << e.subruleNum << e.kind << " " << e.source.low << "-"
+               << e.source.high << ">" << e.destination.low << "-" << e.destination.high;
+            entries.push_back(os.str());
+        }
+        out.held[k] = {h.intf, entries, h.created};
+    }
+    for (const AclKey& k : statusDp.aclStatus().sortedKeys()) {
+        const auto st = statusDp.aclStatus(k);
+        out.published[k] = std::to_string(int(st->state())) + "/" +
+                           std::to_string(int(st->result())) + "/" + st->error();
+    }
+    return out;
+}
+
+std::string describe(const Observed& o) {
+    std::ostringstream os;
+    for (const auto& [k, h] : o.held) {
+        os << k << " on";
+        for (const IntfId& i : std::get<0>(h))
+            os << " " << i.name();
+        os << " rules " << std::get<1>(h).size() << (std::get<2>(h) ? "" : " incomplete") << "\n";
+    }
+    for (const auto& [k, p] : o.published)
+        os << k << " published " << p << "\n";
+    return os.str();
+}
+
+class OvinAclSmDifferential : public OvinAclSmTest, public ::testing::WithParamInterface<int> {
+  protected:
+    // The same configuration from scratch: a new engine, with its own helper and status.
+    Observed fromScratch() {
+        auto helper = Vorn::make<StoreHelper>();
+        helper->nd = helper_->nd;
+        helper->macEgressAclSupportedIs(helper_->macEgressAclSupported());
+        auto statusDp = Acl::statusDpFactory("FreshStatusDp");
+        auto fresh = Ovin::aclSmFactory(Ovin::ovinCommonSmDataFactory("fresh", wheel_), config_,
+                                        param_, Acl::configDirFactory("aclConfigDir"), intfConfig_,
+                                        Acl::configDirFactory("intfConfigDir"), statusDp,
+                                        Errdisable::causeStatusFactory("CauseStatus"),
+                                        Lag::Input::configFactory("LagInputConfig", lags_), helper,
+                                        *clock_, Bridging::configFactory("BridgingConfig"),
+                                        Interface::subIntfStatusDirFactory("status"),
+                                        Interface::subIntfConfigDirFactory("config"));
+        fresh->handleInitialized();
+        run();
+        Observed out = observe(*helper, *statusDp);
+        fresh->handleDelete();
+        return out;
+    }
+};
+
+TEST_P(OvinAclSmDifferential, AfterEveryBurstOfEditsTheEngineHoldsWhatAFreshOneWould) {
+    std::mt19937 rng(static_cast<uint32_t>(GetParam()));
+    auto pick = [&](const auto& choices) {
+        return choices[std::uniform_int_distribution<size_t>(0, std::size(choices) - 1)(rng)];
+    };
+    const char* names[] = {"a", "b", "c", "d"};
+    const Acl::AclType types[] = {Acl::aclTypeIpv4, Acl::aclTypeIpv6, Acl::aclTypeMac};
+    const Acl::AclDirection dirs[] = {Acl::aclDirectionIn, Acl::aclDirectionOut};
+    const char* intfs[] = {"Ethernet1",     "Ethernet2",        "Ethernet3",     "Ethernet4",
+                           "Port-Channel1", "Port-Channel2",    "Vlan10",        "Vlan20",
+                           "Ethernet1.10",  "Port-Channel1.20", "Ethernet2.5000"};
+    const char* lagPorts[] = {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"};
+    const char* lagNames[] = {"Port-Channel1", "Port-Channel2"};
+    const std::map<Acl::AclType, std::vector<const char*>> rules = {
+        {Acl::aclTypeIpv4,
+         {"10 permit tcp any any eq 443", "10 deny ip any any", "20 permit udp any any neq 53",
+          "30 permit ip 10.0.0.0/8 any fragments", "20 remark r"}},
+        {Acl::aclTypeIpv6, {"10 deny ipv6 any any", "20 permit tcp any any range 1 9"}},
+        {Acl::aclTypeMac, {"10 permit any any", "20 deny any any"}},
+    };
+    helper_->macEgressAclSupportedIs(GetParam() % 2 == 0);
+    for (int step = 0; step < 60; ++step) {
+        std::ostringstream what;
+        const int edits = std::uniform_int_distribution<int>(1, 3)(rng);
+        for (int e = 0; e < edits; ++e) {
+            const Acl::AclType type = pick(types);
+            const std::string name = pick(names);
+            switch (std::uniform_int_distribution<int>(0, 9)(rng)) {
+                case 0:
+                case 1:
+                case 2:
+                    rule(name, type, pick(rules.at(type)));
+                    what << "rule " << name << "; ";
+                    break;
+                case 3:
+                    if (auto acl = config_->acl({name, type}); acl && acl->entrys() > 0)
+                        acl->entryDel(acl->entry().begin()->first);
+                    what << "rule off " << name << "; ";
+                    break;
+                case 4:
+                    config_->aclDel({name, type});
+                    what << "acl off " << name << "; ";
+                    break;
+                case 5:
+                case 6: {
+                    const char* intf = pick(intfs);
+                    intfConfig_->appliedAclIs({IntfId(intf), type, pick(dirs)}, name);
+                    what << "bind " << intf << "; ";
+                    break;
+                }
+                case 7: {
+                    const char* intf = pick(intfs);
+                    intfConfig_->appliedAclDel({IntfId(intf), type, pick(dirs)});
+                    what << "unbind " << intf << "; ";
+                    break;
+                }
+                case 8: {
+                    const char* lag = pick(lagNames);
+                    const char* port = pick(lagPorts);
+                    auto members = lags_->lagPhyIntfConfigIs(lag);
+                    if (members->phyIntf().contains(IntfId(port))) {
+                        members->phyIntfDel(IntfId(port));
+                    } else {
+                        members->phyIntfIs(IntfId(port));
+                    }
+                    what << "member " << port << " " << lag << "; ";
+                    break;
+                }
+                default:
+                    if (auto acl = config_->acl({name, type}))
+                        acl->countersEnabledIs(!acl->countersEnabled());
+                    what << "counters " << name << "; ";
+                    break;
+            }
+        }
+        run();
+        SCOPED_TRACE("step " + std::to_string(step) + ": " + what.str());
+        const Observed now = observe(*helper_, *statusDp_);
+        const Observed want = fromScratch();
+        ASSERT_EQ(now, want) << "incremental:\n"
+                             << describe(now) << "from scratch:\n"
+                             << describe(want);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, OvinAclSmDifferential, ::testing::Range(1, 7));
 
 TEST(OvinAclSm, NullReferencesAreRefusedByName) {
     Vorn::ScopedVirtualClock clock;
