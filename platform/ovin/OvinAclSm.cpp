@@ -310,12 +310,14 @@ std::set<AclKey> AclSm::refreshDesired() {
             if (old->second.problem.empty()) {
                 for (const Zamu::IntfId& intf : old->second.intf) {
                     auto s = slot_.find({intf, key.type, key.direction});
+                    VORN_ASSERT(s != slot_.end());
                     s->second.erase(key);
                     if (s->second.empty())
                         slot_.erase(s);
                 }
             }
             auto keys = keysOfConfig_.find(old->second.configKey);
+            VORN_ASSERT(keys != keysOfConfig_.end());
             keys->second.erase(key);
             if (keys->second.empty())
                 keysOfConfig_.erase(keys);
