@@ -352,5 +352,46 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
 
 INSTANTIATE_TEST_SUITE_P(FaultMatrix, FaultMatrixTest, ::testing::ValuesIn(matrix()), caseName);
 
+// Found by the checker, not fixed here: a mapping change that reaches a chip's mapping loader
+// while another chip's failure aborts the cycle is dropped at aborting (the loader's rule for
+// "the aborted computation's mappings"), but the PD mapping follows the active root only, so
+// what it dropped was a change for the root that stays. When the chip's root does not change
+// in the next cycle, nothing writes it again: here chip 1 keeps Ethernet2, which left it, in
+// its loaded tables for good. Disabled until the loader's rule is settled (for example a
+// re-synchronisation of input and output once idle after a dropped queue).
+TEST(FaultMatrixFindingTest, DISABLED_AMappingChangeDuringAFailedCycleIsLoadedOnceIdle) {
+    World w;
+    AgentInvariants inv(*w.root);
+    Lines seen;
+    w.root->afterPassIs([&] {
+        for (std::string& v : inv.check())
+            seen.push_back(std::move(v));
+    });
+    w.chip(1);
+    w.chip(2);
+    w.port("Ethernet1", 1);
+    w.port("Ethernet2", 1);
+    w.port("Ethernet3", 2);
+    w.rule("a", Acl::aclTypeIpv4, "10 deny tcp any any eq 22");
+    w.rule("b", Acl::aclTypeIpv4, "10 deny tcp any any eq 23");
+    for (const char* intf : {"Ethernet1", "Ethernet2", "Ethernet3"})
+        w.bind(intf, "a");
+    w.settle();
+    // Only chip 2's root changes, and chip 2 fails late; meanwhile Ethernet2 leaves chip 1.
+    w.root->faultIs(Mirel::ChipId(2),
+                    TestAgentFault::failing(Mirel::stageTcamFull_).alsoLate(2.0).times(1));
+    w.bind("Ethernet3", "b", Acl::aclTypeIpv4, Acl::aclDirectionOut);
+    for (int i = 0; i < 100 && w.glueStatus()->glueSmState() != computing_; ++i)
+        w.root->runPass();
+    ASSERT_EQ(w.glueStatus()->glueSmState(), computing_);
+    w.root->portDel("Ethernet2");
+    w.settle();
+    for (std::string& v : inv.checkSettled())
+        seen.push_back(std::move(v));
+    EXPECT_EQ(seen, Lines{});
+    ASSERT_TRUE(w.loaded(1));
+    EXPECT_FALSE(w.loaded(1)->intfToHwAclIndex("Ethernet2"));
+}
+
 }  // namespace
 }  // namespace OvinMirel::Reliability
