@@ -131,8 +131,10 @@ void AgentInvariants::startCycle() {
     CycleStart c;
     for (const auto& [chip, rootId] : status.activeRootSmId())
         c.activeRoot.emplace(chip, rootId);
-    for (const auto& [chip, config] : s.pDConfig()->chipConfig())
+    for (const auto& [chip, config] : s.pDConfig()->chipConfig()) {
         c.loaded.emplace(chip, copyTables(*config->chipDataFlowConfig()));
+        c.config.emplace(chip, config);
+    }
     for (const auto& [chip, code] : status.chipError())
         c.chipError.emplace(chip, code);
     start_ = std::move(c);
@@ -221,8 +223,9 @@ void AgentInvariants::judgeCycle() {
     const bool failed = result == fail_ || result == aclIdAllocFail_;
 
     for (const auto& [chip, config] : s.pDConfig()->chipConfig()) {
-        if (!present(chip))
-            continue;
+        auto same = before.config.find(chip);
+        if (!present(chip) || same == before.config.end() || same->second.ptr() != config.ptr())
+            continue;  // came (or came back) during the cycle
         const Mirel::ChipDataFlowConfig& loaded = *config->chipDataFlowConfig();
         const Vorn::Ptr<Mirel::ChipDataFlowConfig> pi = status.piChipDataFlowConfig(chip);
         if (failed) {
@@ -235,8 +238,6 @@ void AgentInvariants::judgeCycle() {
                                         " in a failed cycle (", result, ")"));
             }
             auto tables = before.loaded.find(chip);
-            if (tables == before.loaded.end())
-                continue;  // came during the cycle
             const bool kept = loaded.mappingsEqual(*tables->second);
             const bool loaderWrote = result == aclIdAllocFail_ && pi && loaded.mappingsEqual(*pi);
             if (!kept && !loaderWrote) {

@@ -77,6 +77,9 @@ class AgentInvariants {
         std::map<Mirel::ChipId, uint32_t> activeRoot;
         std::map<Mirel::ChipId, Vorn::Ptr<Mirel::ChipDataFlowConfig>> loaded;
         std::map<Mirel::ChipId, Mirel::StageErrorCode> chipError;
+        // Each chip's configuration entity (held, so that a new one is another object): another
+        // one at the end means the chip left and came back, and the cycle owes it nothing.
+        std::map<Mirel::ChipId, Vorn::Ptr<Mirel::ChipConfig>> config;
     };
     // Per chip, per ACL key, the ACL ids (by protocol class) its new root must hold.
     using RootWish = std::map<Mirel::ChipId, std::map<Ovin::AclKey, std::map<int, Mirel::AclId>>>;

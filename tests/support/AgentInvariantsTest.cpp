@@ -236,6 +236,25 @@ TEST(AgentInvariantsTest, AFailedCycleThatChangedALoadedTableOrPublishedAnErrorI
     }
 }
 
+// A chip that leaves and comes back while a cycle fails starts afresh: the cycle owes it
+// neither its old active root nor its old tables.
+TEST(AgentInvariantsTest, AChipBackDuringAFailedCycleIsNotHeldToItsOldState) {
+    Switch s;
+    s.configure();
+    ASSERT_EQ(s.settled(), Lines{});
+    s.w.root->faultIs(Mirel::ChipId(2),
+                      TestAgentFault::failing(Mirel::stageTcamFull_).alsoLate(1.0).times(1));
+    s.w.rule("web", Acl::aclTypeIpv4, "30 deny tcp any any eq 22");
+    while (s.w.glueStatus()->glueSmState() != computing_)
+        s.w.root->runPass();
+    s.w.root->chipDel(Mirel::ChipId(1));
+    s.w.chip(1);
+    s.w.port("Ethernet1", 1);
+    s.w.port("Ethernet2", 1);
+    EXPECT_EQ(s.settled(), Lines{});
+    EXPECT_EQ(s.w.glueStatus()->lastComputationResult(), success_) << "the retry succeeds";
+}
+
 TEST(AgentInvariantsTest, ACycleThatNeverEndsIsNamedOnceTheAgentSettles) {
     Switch s;
     s.configure();
