@@ -86,9 +86,11 @@ TestAgentFault TestAgentFault::alsoLate(Vorn::Seconds delay) const {
     return f;
 }
 
-TestAgentFault TestAgentFault::alsoTwice() const {
+TestAgentFault TestAgentFault::alsoTwice(uint32_t passes) const {
     TestAgentFault f = *this;
     f.answerTwice = true;
+    f.repeatPasses = passes;
+    f.check();
     return f;
 }
 
@@ -97,6 +99,8 @@ void TestAgentFault::check() const {
         Vorn::throwRangeError("TestAgentFault::delay < 0 not allowed");
     if (xform && *xform >= Mirel::kXformTypeCount)
         Vorn::throwRangeError("TestAgentFault::xform > 8 not allowed");
+    if (repeatPasses < 1)
+        Vorn::throwRangeError("TestAgentFault::repeatPasses < 1 not allowed");
 }
 
 TestAgentFault TestAgentFault::parse(std::string_view text) {
@@ -121,6 +125,9 @@ TestAgentFault TestAgentFault::parse(std::string_view text) {
                 f.lost = true;
             } else if (key == "fail" && !value.empty()) {
                 f.failWith = stageErrorCodeNamed(value);
+            } else if (key == "twice" && !value.empty()) {
+                f.answerTwice = true;
+                f.repeatPasses = number<uint32_t>(value);
             } else if (key == "late" && !value.empty()) {
                 f.delay = number<double>(value);
             } else if (key == "xform" && !value.empty()) {
@@ -149,8 +156,10 @@ std::ostream& operator<<(std::ostream& os, const TestAgentFault& f) {
         word() << "fail:" << f.failWith;
     if (f.delay > 0.0)
         word() << "late:" << f.delay;
-    if (f.answerTwice)
+    if (f.answerTwice && f.repeatPasses == 1)
         word() << "twice";
+    else if (f.answerTwice)
+        word() << "twice:" << f.repeatPasses;
     if (f.lost)
         word() << "lost";
     if (f.xform)

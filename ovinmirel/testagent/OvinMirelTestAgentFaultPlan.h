@@ -30,8 +30,11 @@ struct TestAgentFault {
     Mirel::StageErrorCode failWith = Mirel::stageSuccess_;
     // Above 0: the answer is written this many seconds of virtual time after the request.
     Vorn::Seconds delay = 0.0;
-    // The answer is reported a second time (its `answers` count up), one pass after the first.
+    // The answer is reported a second time (its `answers` count up), repeatPasses passes of
+    // the wheel after the first (1: the next pass). More than one lets a repeat fall behind
+    // the root's own answer, into loading or aborting.
     bool answerTwice = false;
+    uint32_t repeatPasses = 1;
     // No answer at all: the request is lost.
     bool lost = false;
     // Only answers for this transform; every transform when unset.
@@ -47,14 +50,15 @@ struct TestAgentFault {
     TestAgentFault times(uint32_t n) const;
     TestAgentFault alsoFailing(Mirel::StageErrorCode code) const;
     TestAgentFault alsoLate(Vorn::Seconds delay) const;
-    TestAgentFault alsoTwice() const;
+    TestAgentFault alsoTwice(uint32_t passes = 1) const;
 
     // Range errors (Vorn::RangeException): "TestAgentFault::delay < 0 not allowed" (also for
-    // a delay that is not a finite number), "TestAgentFault::xform > 8 not allowed".
+    // a delay that is not a finite number), "TestAgentFault::xform > 8 not allowed",
+    // "TestAgentFault::repeatPasses < 1 not allowed".
     void check() const;
 
     // The scenario form: blank-separated words, any order: "fail:<code name>" (the names of
-    // Mirel::stageErrorCodeName), "late:<seconds>", "twice", "lost",
+    // Mirel::stageErrorCodeName), "late:<seconds>", "twice", "twice:<passes>", "lost",
     // "xform:<transform configuration name>" (Mirel::xformConfigName), "count:<n>", and
     // "none", which adds nothing.
     // Throws std::invalid_argument "TestAgentFault: cannot read '<word>'" for anything else,

@@ -27,6 +27,7 @@ TEST(TestAgentFault, ScenarioFormReadsAndPrintsBack) {
         {"fail:tcamFull", TestAgentFault::failing(Mirel::stageTcamFull_), "fail:tcamFull"},
         {"  late:1.5 twice ", TestAgentFault::late(1.5).alsoTwice(), "late:1.5 twice"},
         {"lost", TestAgentFault::losing(), "lost"},
+        {"twice:3", TestAgentFault{}.alsoTwice(3), "twice:3"},
         {"count:2 xform:chipSrcPortRangeConfig fail:hwError",
          TestAgentFault::failing(Mirel::stageHwError_).onXform(Mirel::xformSrcPortRange_).times(2),
          "fail:hwError xform:chipSrcPortRangeConfig count:2"},
@@ -55,6 +56,7 @@ TEST(TestAgentFault, UnreadableOrOutOfRangeFaultsAreRefused) {
         {"sometimes", "TestAgentFault: cannot read 'sometimes'", false},
         {"late:-2", "TestAgentFault::delay < 0 not allowed", true},
         {"late:inf", "TestAgentFault::delay < 0 not allowed", true},
+        {"twice:0", "TestAgentFault::repeatPasses < 1 not allowed", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);

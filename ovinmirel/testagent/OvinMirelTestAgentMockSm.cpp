@@ -118,14 +118,14 @@ void TestAgentMockSm::handleAttemptedConfig() {
                 const Vorn::Seconds at = Vorn::currentTime() + fault->delay;
                 later(at, t, answer, false);
                 if (fault->answerTwice)
-                    later(at, t, answer, true);
+                    later(at, t, answer, true, fault->repeatPasses);
                 continue;
             }
         }
         if (answer != stored)
             chipPDStatus_->xformStatusIs(t, answer);
         if (fault && fault->answerTwice)
-            later(0.0, t, answer, true);  // deliberately time 0: the next pass
+            later(0.0, t, answer, true, fault->repeatPasses);  // time 0: from the next pass
     }
 }
 
@@ -160,11 +160,14 @@ void TestAgentMockSm::ruleCounterDel(const Mirel::AclId& aclId, Acl::UniqueId id
 }
 
 void TestAgentMockSm::later(Vorn::Seconds at, Mirel::XformType t, const Mirel::XformStatus& answer,
-                            bool repeat) {
+                            bool repeat, uint32_t passes) {
     const uint64_t id = nextDelivery_++;
-    auto timer = std::make_unique<Brix::Timer>(*timerWheel_, [this, id, t, answer, repeat] {
+    auto timer = std::make_unique<Brix::Timer>(*timerWheel_, [this, id, t, answer, repeat, passes] {
         const Vorn::Ptr<TestAgentMockSm> self(this);
-        deliver(t, answer, repeat);
+        if (passes > 1)
+            later(0.0, t, answer, repeat, passes - 1);  // one more pass of the wheel
+        else
+            deliver(t, answer, repeat);
         deliveries_.erase(id);  // destroys this timer: nothing of it is used afterwards
     });
     timer->expiryIs(at);

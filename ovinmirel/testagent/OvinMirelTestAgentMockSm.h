@@ -19,7 +19,7 @@
 //    test or the simulator sets them (the ACL helper sums them over chips).
 // Faults: before each answer the mock takes the chip's fault from the fault plan
 //          (TestAgentFaultPlan::takeFault): it fails the answer with the fault's code, writes
-//          it late, writes it again a pass later (answers 2), or drops it.
+//          it late, writes it again repeatPasses passes later (answers 2), or drops it.
 // Timers: one one-shot timer per late or repeated answer on the given wheel. A late answer
 //          whose request is no longer the attempted one is dropped; a repeat is written only
 //          while the status still answers that request.
@@ -78,8 +78,9 @@ class TestAgentMockSm : public Vorn::StateMachine {
 
   private:
     void watchXformConfig(Mirel::XformType t);
-    // Schedules an answer (or its repeat) for `at`.
-    void later(Vorn::Seconds at, Mirel::XformType t, const Mirel::XformStatus& answer, bool repeat);
+    // Schedules an answer (or its repeat) for `at`, then `passes` - 1 passes more.
+    void later(Vorn::Seconds at, Mirel::XformType t, const Mirel::XformStatus& answer, bool repeat,
+               uint32_t passes = 1);
     void deliver(Mirel::XformType t, Mirel::XformStatus answer, bool repeat);
 
     const Mirel::ChipId chipId_;
