@@ -40,6 +40,20 @@ void clearPass(Mirel::ChipId chip, const char* table, const std::set<K>& queue, 
     }
 }
 
+// Queues every key on which one table of the input and of the output differ.
+template <class K, class Map>
+void queueTableDifferences(std::set<K>& queue, const Map& in, const Map& out) {
+    for (const auto& entry : in) {
+        const auto* held = out.find(entry.first);
+        if (!held || !(*held == entry.second))
+            queue.insert(entry.first);
+    }
+    for (const auto& entry : out) {
+        if (!in.contains(entry.first))
+            queue.insert(entry.first);
+    }
+}
+
 }  // namespace
 
 MappingLoaderSm::MappingLoaderSm(
@@ -203,7 +217,8 @@ void MappingLoaderSm::handleQueueProcessTimer() {
             FLINQ(th, 8, "Chip-" << chipId_ << " handleQueueProcessTimer fail, remove all pending");
             // The five mapping queues only: a control change is no mapping of the aborted
             // computation and is still carried over by the next run.
-            clearQueues();
+            if (clearQueues())
+                resyncPending_ = true;
             return;
         case unknown_:
         case aclIdAlloc_:
@@ -217,6 +232,8 @@ void MappingLoaderSm::handleQueueProcessTimer() {
                   "Chip-" << chipId_ << " handleQueueProcessTimer not in stable state, returning");
             return;
     }
+    if (state == idle_ && std::exchange(resyncPending_, false))
+        queueDifferences();
     // The run works on what is queued now; a change made by a watcher of the output while it
     // runs is queued afresh (and the timer armed) instead of being lost with this run's keys.
     const std::set<Zamu::IntfId> intfQueue = std::exchange(intfQueue_, {});
@@ -258,12 +275,32 @@ void MappingLoaderSm::handleQueueProcessTimer() {
     }
 }
 
-void MappingLoaderSm::clearQueues() {
+bool MappingLoaderSm::clearQueues() {
+    const bool held = !intfQueue_.empty() || !routedPortQueue_.empty() || !vlanQueue_.empty() ||
+                      !subIntfQueue_.empty() || !chipRuleListIdKeyQueue_.empty();
     intfQueue_.clear();
     routedPortQueue_.clear();
     vlanQueue_.clear();
     subIntfQueue_.clear();
     chipRuleListIdKeyQueue_.clear();
+    return held;
+}
+
+void MappingLoaderSm::queueDifferences() {
+    FLINQ(th, 8,
+          "Chip-" << chipId_
+                  << " handleQueueProcessTimer reconciling the keys an aborted cycle dropped");
+    const Mirel::ChipDataFlowConfig& in = *inputChipDataFlowConfig_;
+    const Mirel::ChipDataFlowConfig& out = *outputChipDataFlowConfig_;
+    queueTableDifferences(intfQueue_, in.intfToHwAclIndex(), out.intfToHwAclIndex());
+    queueTableDifferences(routedPortQueue_, in.routedPortToHwAclIndex(),
+                          out.routedPortToHwAclIndex());
+    queueTableDifferences(vlanQueue_, in.vlanToHwAclIndex(), out.vlanToHwAclIndex());
+    queueTableDifferences(subIntfQueue_, in.subIntfToHwAclIndex(), out.subIntfToHwAclIndex());
+    queueTableDifferences(chipRuleListIdKeyQueue_, in.chipRuleListKeyToId(),
+                          out.chipRuleListKeyToId());
+    if (in.globalAclControl() != out.globalAclControl())
+        globalAclControlChanged_ = true;
 }
 
 Vorn::Ptr<MappingLoaderSm> mappingLoaderSmFactory(

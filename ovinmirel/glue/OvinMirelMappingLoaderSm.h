@@ -17,7 +17,12 @@
 //  2. The output is written only in idle, success and mappingLoader; in aborting and fail the
 //     five queues are dropped (the aborted computation's mappings are never loaded, while a
 //     pending globalAclControl change is kept); in every other state they wait.
-//  3. Safe order within one run: new chip rule list keys are set before any place is pointed
+//  3. Nothing is lost for good by that drop. The input follows the chip's active root, which
+//     an aborted cycle leaves in place, so a key dropped there may well be a change the chip
+//     needs (a port that left it while another chip failed). When keys were dropped, the next
+//     run in idle queues every key on which input and output differ and processes them in the
+//     usual order: once idle, the output equals the input.
+//  4. Safe order within one run: new chip rule list keys are set before any place is pointed
 //     at them, old ones are cleared only after no place points at them, and globalAclControl
 //     is written last.
 // Owns: shared references to its input, output and GlueStatus; its timer on the given wheel.
@@ -70,6 +75,8 @@ class MappingLoaderSm : public Vorn::StateMachine {
         return chipRuleListIdKeyQueue_;
     }
     bool globalAclControlChanged() const { return globalAclControlChanged_; }
+    // Keys were dropped by an aborted cycle: the next run in idle reconciles input and output.
+    bool resyncPending() const { return resyncPending_; }
     const Brix::Timer& queueProcessTimer() const { return queueProcessTimer_; }
     // A setting for the owner; the queue timer does not read it (it always fires at the next
     // service of the wheel).
@@ -97,7 +104,9 @@ class MappingLoaderSm : public Vorn::StateMachine {
 
   private:
     void armQueueProcessTimer();
-    void clearQueues();
+    // Drops the five queues; true when any of them held a key.
+    bool clearQueues();
+    void queueDifferences();
 
     const Mirel::ChipId chipId_;
     const Vorn::Ptr<const Mirel::ChipDataFlowConfig> inputChipDataFlowConfig_;
@@ -109,6 +118,7 @@ class MappingLoaderSm : public Vorn::StateMachine {
     std::set<Zamu::IntfId> subIntfQueue_;
     std::set<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue_;
     bool globalAclControlChanged_ = false;
+    bool resyncPending_ = false;
     Vorn::Seconds queueProcessDelay_ = 0.0;
     Brix::Timer queueProcessTimer_;
     Vorn::Subscription intfSub_;

@@ -246,12 +246,48 @@ TEST_F(MappingLoaderSmTest, AbortingAndFailDropWhatIsPending) {
                       loader->vlanQueue().size() + loader->subIntfQueue().size() +
                       loader->chipRuleListIdKeyQueue().size(),
                   0u);
-        // Later runs do not bring the discarded mappings back; the control change stays due.
-        glueStatus->glueSmStateIs(idle_);
-        wheel.runUntilIdle();
+        // The failed cycle's own mappingLoader pass writes none of the mappings (the control
+        // change, kept, is written) ...
+        glueStatus->glueSmStateIs(mappingLoader_);
         EXPECT_EQ(dump(*output),
                   (Strings{"intf Ethernet1=1", "control " + str(input->globalAclControl())}));
+        EXPECT_TRUE(loader->resyncPending());
+        // ... but the input follows the active root the abort left in place, so once idle the
+        // output is reconciled with it: nothing the chip needs is lost with the dropped keys.
+        glueStatus->glueSmStateIs(idle_);
+        wheel.runUntilIdle();
+        std::vector<std::string> expected = kFilled;
+        expected[1] = "intf Ethernet1=2";
+        expected.push_back("control " + str(input->globalAclControl()));
+        EXPECT_EQ(dump(*output), expected);
+        EXPECT_FALSE(loader->resyncPending());
     }
+}
+
+TEST_F(MappingLoaderSmTest, ReconcilingAfterAnAbortClearsWhatTheInputNoLongerHolds) {
+    start();
+    fillInput();
+    wheel.runUntilIdle();
+    ASSERT_EQ(dump(*output), kFilled);
+    // The port leaves while another chip's failure aborts the cycle: its key is dropped.
+    glueStatus->glueSmStateIs(computing_);
+    input->intfToHwAclIndexDel("Ethernet1");
+    glueStatus->glueSmStateIs(aborting_);
+    glueStatus->glueSmStateIs(fail_);
+    glueStatus->glueSmStateIs(mappingLoader_);
+    EXPECT_EQ(dump(*output), kFilled);
+    Flinq::Capture cap;
+    glueStatus->glueSmStateIs(idle_);
+    wheel.runUntilIdle();
+    EXPECT_TRUE(
+        cap.has("Chip-3 handleQueueProcessTimer reconciling the keys an aborted cycle dropped"));
+    EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer clearing intfToHwAclIndex[Ethernet1]"));
+    std::vector<std::string> expected = kFilled;
+    expected.erase(expected.begin() + 1);
+    EXPECT_EQ(dump(*output), expected);
+    // An abort with nothing queued leaves nothing to reconcile.
+    glueStatus->glueSmStateIs(aborting_);
+    EXPECT_FALSE(loader->resyncPending());
 }
 
 TEST_F(MappingLoaderSmTest, LifeCycleAndReferences) {
