@@ -236,10 +236,10 @@ Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
     return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
 }
 
-// An ACL of the active root: its ids, and the hash it contributes to a key's hash.
+// An ACL of the active root: its ids, and the value a key's field holding it shares.
 struct MappingSm::ActiveAcl {
     const Mirel::AclIdTypeSet* ids;
-    uint32_t fieldHash;
+    HwAclIndexKey::SharedFieldValue field;
 };
 
 // The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
@@ -297,7 +297,7 @@ class MappingSm::ActiveAcls {
             size_t i = hash & mask_;
             while (slots_[i].key)
                 i = (i + 1) & mask_;
-            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)}};
+            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), HwAclIndexKey::fieldValue(acl)}};
         }
         filled_ = true;
     }
@@ -463,7 +463,7 @@ void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAc
         VORN_ASSERT(false);
     }
     // A later ACL of the same kind and direction overwrites an earlier one.
-    keyIds.key.fieldIs(HwAclIndexKey::Field(field), acl, active.fieldHash);
+    keyIds.key.fieldIs(HwAclIndexKey::Field(field), active.field);
     keyIds.ids[field] = active.ids;
 }
 
