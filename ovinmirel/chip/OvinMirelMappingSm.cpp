@@ -432,6 +432,7 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
     FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
     const ActiveAcls& activeAcls = this->activeAcls();
     AclKeySet acls;
+    acls.reserve(entry->aclKeys());
     for (const Ovin::AclKey& acl : entry->aclKey()) {
         const ActiveAcl* active = activeAcls.find(acl);
         if (!active) {
@@ -440,7 +441,7 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
         }
         const Mirel::TableType tableType = tableTypeOf(acl, *active->ids);
         FLINQ(th, 8, "      adding " << acl);
-        acls.insert(acls.end(), acl);
+        acls.insert(acl);
         if (keyIds)
             addToKey<F>(*keyIds, acl, *active, tableType);
     }

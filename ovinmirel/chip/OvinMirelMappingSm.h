@@ -50,10 +50,13 @@
 //     Otherwise the review stops ("    no racls on vlan in active config, ignore"; "subintf"
 //     for a sub-interface), which is exactly when it would change nothing.
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <optional>
-#include <set>
+#include <vector>
 
 #include "ovinmirel/chip/OvinMirelHwAclIndex.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
@@ -66,7 +69,43 @@
 
 namespace OvinMirel {
 
-using AclKeySet = std::set<Ovin::AclKey>;
+// The ACLs of one place, in key order, each once. One sorted vector rather than a std::set:
+// a place holds a handful of ACLs, and a rebuild makes one of these for every place of the
+// chip, so it costs one allocation per place instead of one per ACL.
+class AclKeySet {
+  public:
+    using value_type = Ovin::AclKey;
+    using const_iterator = std::vector<Ovin::AclKey>::const_iterator;
+    using iterator = const_iterator;
+
+    AclKeySet() = default;
+    AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
+        for (const Ovin::AclKey& acl : acls)
+            insert(acl);
+    }
+
+    const_iterator begin() const { return acls_.begin(); }
+    const_iterator end() const { return acls_.end(); }
+    size_t size() const { return acls_.size(); }
+    bool empty() const { return acls_.empty(); }
+    bool contains(const Ovin::AclKey& acl) const {
+        return std::binary_search(acls_.begin(), acls_.end(), acl);
+    }
+    // Room for n ACLs, for a caller that knows how many may come.
+    void reserve(size_t n) { acls_.reserve(n); }
+    // Adds acl in its place; false when it is there already.
+    bool insert(const Ovin::AclKey& acl) {
+        const auto at = std::lower_bound(acls_.begin(), acls_.end(), acl);
+        if (at != acls_.end() && *at == acl)
+            return false;
+        acls_.insert(at, acl);
+        return true;
+    }
+    bool operator==(const AclKeySet&) const = default;
+
+  private:
+    std::vector<Ovin::AclKey> acls_;
+};
 
 class MappingSm : public Vorn::StateMachine {
     VORN_ENTITY("OvinMirel::MappingSm")
