@@ -327,66 +327,74 @@ MappingSm::~MappingSm() = default;
 
 const MappingSm::ActiveAcls& MappingSm::activeAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
-    if (activeAcls_ && rootId && *rootId == activeAcls_->root()->rootConfigId() &&
-        !activeAcls_->stale()) {
+    VORN_ASSERT_MSG(rootId, "activeRootConfig");
+    return activeAclsOf(*rootId);
+}
+
+const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
+    if (activeAcls_ && rootId == activeAcls_->root()->rootConfigId() && !activeAcls_->stale())
         return *activeAcls_;
+    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
+        glueStatus_->rootConfigColl()->rootConfig(rootId);
+    if (!activeRootConfig) {
+        FLINQ(th, kFast, "rootId " << rootId << " missing root config");
+        VORN_ASSERT(activeRootConfig);
     }
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
-    VORN_ASSERT(activeRootConfig);
     activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig);
     return *activeAcls_;
 }
 
 // ---- gates ----
 
-bool MappingSm::shouldUpdateInternalMapping() const {
+const MappingSm::ActiveAcls* MappingSm::mappedRootAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     if (!rootId) {
         FLINQ(th, 8, "    no active root");
-        return false;
+        return nullptr;
     }
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
-        glueStatus_->rootConfigColl()->rootConfig(*rootId);
-    if (!activeRootConfig) {
-        FLINQ(th, kFast, "rootId " << *rootId << " missing root config");
-        VORN_ASSERT(activeRootConfig);
-    }
-    if (activeRootConfig->aclKeyToAclIdTypeSet().empty()) {
+    const ActiveAcls& active = activeAclsOf(*rootId);
+    if (active.root()->aclKeyToAclIdTypeSet().empty()) {
         FLINQ(th, 8, "    no active acls");
-        return false;
+        return nullptr;
     }
-    return true;
+    return &active;
+}
+
+bool MappingSm::shouldUpdateInternalMapping() const {
+    return mappedRootAcls() != nullptr;
 }
 
 template <class F>
-bool MappingSm::gate(const typename F::Place& place, const typename F::PolicyEntry* entry) const {
-    if (!shouldUpdateInternalMapping())
-        return false;
+const MappingSm::ActiveAcls* MappingSm::gate(const typename F::Place& place,
+                                             const typename F::PolicyEntry* entry) const {
+    const ActiveAcls* active = mappedRootAcls();
+    if (!active)
+        return nullptr;
     if constexpr (std::is_same_v<F, VlanFamily> || std::is_same_v<F, SubIntfFamily>) {
-        // Something to remove, or an ACL of the place that the active root holds.
-        if (F::internal(*this).contains(place) || F::placeToKey(*this).contains(place) ||
-            F::waiting(*this).contains(place)) {
-            return true;
-        }
-        const ActiveAcls& active = activeAcls();
+        // An ACL of the place that the active root holds, or something to remove.
         if (entry) {
             for (const Ovin::AclKey& acl : entry->aclKey()) {
-                if (active.find(acl))
-                    return true;
+                if (active->find(acl))
+                    return active;
             }
         }
+        if (F::internal(*this).contains(place) || F::placeToKey(*this).contains(place) ||
+            F::waiting(*this).contains(place)) {
+            return active;
+        }
         FLINQ(th, 8, "    no racls on " << F::kWord << " in active config, ignore");
-        return false;
+        return nullptr;
     }
-    return true;
+    return active;
 }
 
 bool MappingSm::shouldUpdateInternalVlanMapping(Bridging::VlanId vlanId) const {
-    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr());
+    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr()) != nullptr;
 }
 
 bool MappingSm::shouldUpdateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) const {
-    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr());
+    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr()) !=
+           nullptr;
 }
 
 // ---- one place ----
@@ -413,24 +421,27 @@ void MappingSm::process(const typename F::Place& place, const typename F::Policy
         VORN_ASSERT_MSG(Zamu::SubIntfId::isSubIntfId(place),
                         "Zamu::SubIntfId::isSubIntfId( subIntfId )");
     }
-    if (!gate<F>(place, entry))
+    const ActiveAcls* active = gate<F>(place, entry);
+    if (!active)
         return;
     // The key is worked out on the way, from the ACLs just looked up.
     KeyIds keyIds;
-    const bool mapped = updateInternalMapping<F>(place, entry, &keyIds);
+    const bool mapped = updateInternalMapping<F>(place, entry, *active, &keyIds);
     maybeUpdatePdMapping<F>(place, mapped ? &keyIds : nullptr);
 }
 
 template <class F>
 bool MappingSm::updateInternalMapping(const typename F::Place& place,
-                                      const typename F::PolicyEntry* entry, KeyIds* keyIds) {
+                                      const typename F::PolicyEntry* entry,
+                                      const ActiveAcls& activeAcls, KeyIds* keyIds) {
     VORN_ASSERT(initialized());
+    // The old entry goes; a new one replaces it in the same write, below.
     FLINQ(th, 8, "    remove " << place << " from internal " << F::kWord << " mapping");
-    F::internal(*this).del(place);
-    if (!entry)
+    if (!entry) {
+        F::internal(*this).del(place);
         return false;
+    }
     FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
-    const ActiveAcls& activeAcls = this->activeAcls();
     AclKeySet acls;
     acls.reserve(entry->aclKeys());
     for (const Ovin::AclKey& acl : entry->aclKey()) {
@@ -447,6 +458,7 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
     }
     if (acls.empty()) {
         FLINQ(th, 8, "    no active acls found");
+        F::internal(*this).del(place);
         return false;
     }
     F::internal(*this).is(place, std::move(acls));
@@ -540,7 +552,8 @@ template <class F>
 void MappingSm::maybeUpdatePdMapping(const typename F::Place& place, const KeyIds* known) {
     VORN_ASSERT(initialized());
     F::waiting(*this).del(place);  // decided again below
-    if (!F::internal(*this).contains(place)) {
+    // A caller that knows the key has just filed the place's internal entry.
+    if (!known && !F::internal(*this).contains(place)) {
         FLINQ(th, 8, "    " << F::kWord << " " << place << " removed, delete pd mapping");
         deletePdMapping<F>(place);
         return;
@@ -872,20 +885,20 @@ void MappingSm::processSubIntf(const Zamu::IntfId& subIntfId) {
 }
 
 void MappingSm::updateInternalIntfMapping(const Zamu::IntfId& intfId) {
-    updateInternalMapping<IntfFamily>(intfId,
-                                      IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
+    updateInternalMapping<IntfFamily>(
+        intfId, IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr(), activeAcls());
 }
 void MappingSm::updateInternalRoutedPortMapping(const Zamu::IntfId& intfId) {
     updateInternalMapping<RoutedPortFamily>(
-        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
+        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr(), activeAcls());
 }
 void MappingSm::updateInternalVlanMapping(Bridging::VlanId vlanId) {
-    updateInternalMapping<VlanFamily>(vlanId,
-                                      VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr());
+    updateInternalMapping<VlanFamily>(
+        vlanId, VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr(), activeAcls());
 }
 void MappingSm::updateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) {
     updateInternalMapping<SubIntfFamily>(
-        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr());
+        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr(), activeAcls());
 }
 
 HwAclIndexKey MappingSm::getIntfHwAclIndexKey(const Zamu::IntfId& intfId) const {

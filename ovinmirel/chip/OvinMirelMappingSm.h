@@ -217,6 +217,7 @@ class MappingSm : public Vorn::StateMachine {
     struct SubIntfFamily;
     struct KeyIds;
     struct ActiveAcl;
+    class ActiveAcls;
     template <class F>
     class PlaceWatcher;
     using IntfPolicyField = Vorn::EntityMapField<Zamu::IntfId, IntfAclKeySet, Vorn::Ordered>;
@@ -229,20 +230,27 @@ class MappingSm : public Vorn::StateMachine {
     void lookUpAndProcess(const typename F::Place& place);
     template <class F>
     void process(const typename F::Place& place, const typename F::PolicyEntry* entry);
+    // The active root's ACLs when the place is to be reviewed (the family's gate), else null.
     template <class F>
-    bool gate(const typename F::Place& place, const typename F::PolicyEntry* entry) const;
+    const ActiveAcls* gate(const typename F::Place& place,
+                           const typename F::PolicyEntry* entry) const;
     // Fills keyIds (when given) with the key of the new internal entry; false when the place
     // has none.
     template <class F>
     bool updateInternalMapping(const typename F::Place& place, const typename F::PolicyEntry* entry,
-                               KeyIds* keyIds = nullptr);
+                               const ActiveAcls& activeAcls, KeyIds* keyIds = nullptr);
     template <class F>
     // `tableType`: the ACL's, as tableTypeOf gives it.
     static void addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active,
                          Mirel::TableType tableType);
-    class ActiveAcls;
     // The active root's ACLs. REQUIRES: an active root with a configuration.
     const ActiveAcls& activeAcls() const;
+    // The same for the active root `rootId`; its table is kept while its configuration stays.
+    // A root id without a configuration stops the process ("activeRootConfig").
+    const ActiveAcls& activeAclsOf(uint32_t rootId) const;
+    // The active root's ACLs when the chip has an active root holding ACLs; null (traced) when
+    // it has no active root or one without ACLs. The common gate of all families.
+    const ActiveAcls* mappedRootAcls() const;
     template <class F>
     KeyIds hwAclIndexKeyIds(const typename F::Place& place) const;
     template <class F>
