@@ -100,10 +100,11 @@ HwAclIndexKey::HwAclIndexKey(Ovin::AclKey v4PAclIn, Ovin::AclKey v6PAclIn, Ovin:
         fieldIs(Field(i), *all[i]);
 }
 
-HwAclIndexKey::SharedFieldValue HwAclIndexKey::fieldValue(const Ovin::AclKey& aclKey) {
-    if (unused(aclKey))
-        return nullptr;
-    return SharedFieldValue(new FieldValue(aclKey));
+SharedAclKey::SharedAclKey(const Ovin::AclKey& aclKey)
+    : aclKey_(aclKey), fieldHash_(aclKeyHash(aclKey)), isDefault_(unused(aclKey)) {}
+
+AclKeyRef sharedAclKeyFactory(const Ovin::AclKey& aclKey) {
+    return Vorn::make<const SharedAclKey>(aclKey);
 }
 
 const Ovin::AclKey& HwAclIndexKey::field(Field f) const {
@@ -111,8 +112,14 @@ const Ovin::AclKey& HwAclIndexKey::field(Field f) const {
     return fields_[f] ? fields_[f]->aclKey() : kUnused;
 }
 
-void HwAclIndexKey::fieldIs(Field f, SharedFieldValue value) {
-    fields_[f] = std::move(value);
+void HwAclIndexKey::fieldIs(Field f, const Ovin::AclKey& aclKey) {
+    fieldIs(f, unused(aclKey) ? nullptr : sharedAclKeyFactory(aclKey));
+}
+
+void HwAclIndexKey::fieldIs(Field f, AclKeyRef aclKey) {
+    if (aclKey && aclKey->isDefault())
+        aclKey = nullptr;
+    fields_[f] = std::move(aclKey);
     hashKnown_ = false;
 }
 
@@ -147,12 +154,12 @@ bool HwAclIndexKey::operator==(const HwAclIndexKey& o) const {
     if (hashKnown_ && o.hashKnown_ && hash_ != o.hash_)
         return false;
     for (int i = 0; i < kFieldCount; ++i) {
-        const FieldValue* a = fields_[i].ptr();
-        const FieldValue* b = o.fields_[i].ptr();
-        // Keys built from one value per ACL share it: most fields compare by address.
+        const SharedAclKey* a = fields_[i].ptr();
+        const SharedAclKey* b = o.fields_[i].ptr();
+        // Keys built from one shared key per ACL: most fields compare by address.
         if (a == b)
             continue;
-        if (!a || !b || a->hash() != b->hash() || !(a->aclKey() == b->aclKey()))
+        if (!a || !b || a->fieldHash() != b->fieldHash() || !(a->aclKey() == b->aclKey()))
             return false;
     }
     return true;
@@ -170,7 +177,7 @@ bool HwAclIndexKey::operator<(const HwAclIndexKey& o) const {
 }
 
 bool HwAclIndexKey::operator!() const {
-    for (const SharedFieldValue& f : fields_) {
+    for (const AclKeyRef& f : fields_) {
         if (f)
             return false;
     }
@@ -181,8 +188,8 @@ uint32_t HwAclIndexKey::computeHash() const {
     // Most fields of a key are unused: their hash is worked out once.
     static const uint32_t kUnusedFieldHash = aclKeyHash(Ovin::AclKey{});
     Vorn::Hash::State state;
-    for (const SharedFieldValue& f : fields_)
-        Vorn::Hash::mix(state, f ? f->hash() : kUnusedFieldHash);
+    for (const AclKeyRef& f : fields_)
+        Vorn::Hash::mix(state, f ? f->fieldHash() : kUnusedFieldHash);
     return Vorn::Hash::result(state);
 }
 

@@ -26,6 +26,28 @@
 
 namespace OvinMirel {
 
+// An ACL key held by reference: read-only, shared by everything that holds the ACL, with the
+// hash it contributes as a field of a HwAclIndexKey. The PD mapping makes one per ACL of the
+// active root and hands references to every place and key that holds the ACL, so copying one
+// costs a reference count instead of an ACL key.
+class SharedAclKey : public Vorn::PtrInterface {
+  public:
+    explicit SharedAclKey(const Ovin::AclKey& aclKey);
+    const Ovin::AclKey& aclKey() const { return aclKey_; }
+    // HwAclIndexKey::fieldHash(aclKey()).
+    uint32_t fieldHash() const { return fieldHash_; }
+    // The default ACL key, which leaves a field of a HwAclIndexKey unused.
+    bool isDefault() const { return isDefault_; }
+
+  private:
+    const Ovin::AclKey aclKey_;
+    const uint32_t fieldHash_;
+    const bool isDefault_;
+};
+using AclKeyRef = Vorn::Ptr<const SharedAclKey>;
+
+AclKeyRef sharedAclKeyFactory(const Ovin::AclKey& aclKey);
+
 class HwAclIndexKey {
   public:
     // The ten fields, in field order (which is also the order of comparison and hashing).
@@ -57,33 +79,12 @@ class HwAclIndexKey {
     // "invalid HwAclIndexKey text: <reason>"; the ACL keys' own errors pass through.
     explicit HwAclIndexKey(std::string_view text);
 
-    // An ACL key as a used field holds it: read-only, with its field hash. Keys are built
-    // place by place from ACLs that many places share, so a caller that builds many keys
-    // makes one value per ACL and gives it to every key that holds the ACL: such a key costs
-    // no allocation, and its copies share their fields.
-    class FieldValue : public Vorn::PtrInterface {
-      public:
-        const Ovin::AclKey& aclKey() const { return aclKey_; }
-        uint32_t hash() const { return hash_; }
-
-      private:
-        friend class HwAclIndexKey;
-        explicit FieldValue(const Ovin::AclKey& aclKey)
-            : aclKey_(aclKey), hash_(HwAclIndexKey::fieldHash(aclKey)) {}
-        const Ovin::AclKey aclKey_;
-        const uint32_t hash_;
-    };
-    using SharedFieldValue = Vorn::Ptr<const FieldValue>;
-    // The value of a field holding aclKey; null for the default ACL key, which leaves a field
-    // unused.
-    static SharedFieldValue fieldValue(const Ovin::AclKey& aclKey);
-
     // A field; an unused one holds the default ACL key.
     const Ovin::AclKey& field(Field f) const;
     // Sets a field; the default ACL key leaves it unused.
-    void fieldIs(Field f, const Ovin::AclKey& aclKey) { fieldIs(f, fieldValue(aclKey)); }
-    // The same with a shared value; null leaves the field unused.
-    void fieldIs(Field f, SharedFieldValue value);
+    void fieldIs(Field f, const Ovin::AclKey& aclKey);
+    // The same with a shared ACL key, which the field then shares (null leaves it unused).
+    void fieldIs(Field f, AclKeyRef aclKey);
     // What a field holding aclKey contributes to hash(): Jenkins' one-at-a-time hash over the
     // 4 little-endian bytes of the hash of the ACL name (0 when empty), the 4 bytes of the ACL
     // type, the direction and flag bytes, the 4 bytes of the VLAN id (0 when none) and the 4
@@ -122,10 +123,10 @@ class HwAclIndexKey {
   private:
     uint32_t computeHash() const;
 
-    // Only the used fields hold anything, a reference to their shared value; an unused field
+    // Only the used fields hold anything, a reference to their shared ACL key; an unused field
     // is null. (Ten ACL keys held in place would make every key about 1 KB to build and copy,
     // though a place uses two or three of them.)
-    std::array<SharedFieldValue, kFieldCount> fields_;
+    std::array<AclKeyRef, kFieldCount> fields_;
     mutable uint32_t hash_ = 0;
     mutable bool hashKnown_ = false;
 };

@@ -69,6 +69,39 @@ std::string keyFields(const HwAclIndexKey& key) {
 
 }  // namespace
 
+AclKeySet::AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
+    for (const Ovin::AclKey& acl : acls)
+        insert(acl);
+}
+
+namespace {
+
+bool aclKeyLess(const AclKeyRef& a, const Ovin::AclKey& b) {
+    return a->aclKey() < b;
+}
+
+}  // namespace
+
+bool AclKeySet::contains(const Ovin::AclKey& acl) const {
+    const auto at = std::lower_bound(acls_.begin(), acls_.end(), acl, aclKeyLess);
+    return at != acls_.end() && (*at)->aclKey() == acl;
+}
+
+bool AclKeySet::insert(const AclKeyRef& acl) {
+    const auto at = std::lower_bound(acls_.begin(), acls_.end(), acl->aclKey(), aclKeyLess);
+    if (at != acls_.end() && (*at)->aclKey() == acl->aclKey())
+        return false;
+    acls_.insert(at, acl);
+    return true;
+}
+
+bool AclKeySet::operator==(const AclKeySet& o) const {
+    return std::equal(acls_.begin(), acls_.end(), o.acls_.begin(), o.acls_.end(),
+                      [](const AclKeyRef& a, const AclKeyRef& b) {
+                          return a == b || a->aclKey() == b->aclKey();
+                      });
+}
+
 // The four families differ only in what these traits name: the policy collection read, the
 // internal mapping, the table types put in the key (through the pool), the pool, the 1st-level
 // table written, the key-to-place set, the waiting set and the words of the traces.
@@ -236,10 +269,11 @@ Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
     return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
 }
 
-// An ACL of the active root: its ids, and the value a key's field holding it shares.
+// An ACL of the active root: its ids, and the shared key that places' ACL sets and hardware
+// ACL index keys holding it refer to.
 struct MappingSm::ActiveAcl {
     const Mirel::AclIdTypeSet* ids;
-    HwAclIndexKey::SharedFieldValue field;
+    AclKeyRef acl;
 };
 
 // The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
@@ -297,7 +331,7 @@ class MappingSm::ActiveAcls {
             size_t i = hash & mask_;
             while (slots_[i].key)
                 i = (i + 1) & mask_;
-            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), HwAclIndexKey::fieldValue(acl)}};
+            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), sharedAclKeyFactory(acl)}};
         }
         filled_ = true;
     }
@@ -452,7 +486,7 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
         }
         const Mirel::TableType tableType = tableTypeOf(acl, *active->ids);
         FLINQ(th, 8, "      adding " << acl);
-        acls.insert(acl);
+        acls.insert(active->acl);
         if (keyIds)
             addToKey<F>(*keyIds, acl, *active, tableType);
     }
@@ -476,7 +510,7 @@ void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAc
         VORN_ASSERT(false);
     }
     // A later ACL of the same kind and direction overwrites an earlier one.
-    keyIds.key.fieldIs(HwAclIndexKey::Field(field), active.field);
+    keyIds.key.fieldIs(HwAclIndexKey::Field(field), active.acl);
     keyIds.ids[field] = active.ids;
 }
 

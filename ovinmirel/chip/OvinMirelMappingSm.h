@@ -54,6 +54,7 @@
 #include <array>
 #include <cstddef>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -69,42 +70,55 @@
 
 namespace OvinMirel {
 
-// The ACLs of one place, in key order, each once. One sorted vector rather than a std::set:
-// a place holds a handful of ACLs, and a rebuild makes one of these for every place of the
-// chip, so it costs one allocation per place instead of one per ACL.
+// The ACLs of one place, in key order, each once. A sorted vector of references to shared ACL
+// keys rather than a std::set of copies: a place holds a handful of ACLs, and a rebuild makes
+// one of these for every place of the chip from the active root's shared keys, so it costs one
+// small allocation per place and a reference count per ACL. Reads like a set of ACL keys.
 class AclKeySet {
   public:
-    using value_type = Ovin::AclKey;
-    using const_iterator = std::vector<Ovin::AclKey>::const_iterator;
+    class const_iterator {
+      public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Ovin::AclKey;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const Ovin::AclKey*;
+        using reference = const Ovin::AclKey&;
+
+        const_iterator() = default;
+        explicit const_iterator(std::vector<AclKeyRef>::const_iterator at) : at_(at) {}
+        const Ovin::AclKey& operator*() const { return (*at_)->aclKey(); }
+        const Ovin::AclKey* operator->() const { return &(*at_)->aclKey(); }
+        const_iterator& operator++() {
+            ++at_;
+            return *this;
+        }
+        const_iterator operator++(int) { return const_iterator(at_++); }
+        bool operator==(const const_iterator&) const = default;
+
+      private:
+        std::vector<AclKeyRef>::const_iterator at_;
+    };
     using iterator = const_iterator;
+    using value_type = Ovin::AclKey;
 
     AclKeySet() = default;
-    AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
-        for (const Ovin::AclKey& acl : acls)
-            insert(acl);
-    }
+    AclKeySet(std::initializer_list<Ovin::AclKey> acls);
 
-    const_iterator begin() const { return acls_.begin(); }
-    const_iterator end() const { return acls_.end(); }
+    const_iterator begin() const { return const_iterator(acls_.begin()); }
+    const_iterator end() const { return const_iterator(acls_.end()); }
     size_t size() const { return acls_.size(); }
     bool empty() const { return acls_.empty(); }
-    bool contains(const Ovin::AclKey& acl) const {
-        return std::binary_search(acls_.begin(), acls_.end(), acl);
-    }
+    bool contains(const Ovin::AclKey& acl) const;
     // Room for n ACLs, for a caller that knows how many may come.
     void reserve(size_t n) { acls_.reserve(n); }
-    // Adds acl in its place; false when it is there already.
-    bool insert(const Ovin::AclKey& acl) {
-        const auto at = std::lower_bound(acls_.begin(), acls_.end(), acl);
-        if (at != acls_.end() && *at == acl)
-            return false;
-        acls_.insert(at, acl);
-        return true;
-    }
-    bool operator==(const AclKeySet&) const = default;
+    // Adds the ACL in its place; false when it is there already.
+    bool insert(const Ovin::AclKey& acl) { return insert(sharedAclKeyFactory(acl)); }
+    bool insert(const AclKeyRef& acl);
+    // The same ACL keys.
+    bool operator==(const AclKeySet& o) const;
 
   private:
-    std::vector<Ovin::AclKey> acls_;
+    std::vector<AclKeyRef> acls_;
 };
 
 class MappingSm : public Vorn::StateMachine {
