@@ -74,6 +74,21 @@ AclKeySet::AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
         insert(acl);
 }
 
+AclKeySet::AclKeySet(AclKeySet&& o) noexcept
+    : inPlaceCount_(std::exchange(o.inPlaceCount_, 0)),
+      inPlace_(std::move(o.inPlace_)),
+      spilled_(std::move(o.spilled_)) {
+    o.spilled_.clear();
+}
+
+AclKeySet& AclKeySet::operator=(AclKeySet&& o) noexcept {
+    inPlaceCount_ = std::exchange(o.inPlaceCount_, 0);
+    inPlace_ = std::move(o.inPlace_);
+    spilled_ = std::move(o.spilled_);
+    o.spilled_.clear();
+    return *this;
+}
+
 namespace {
 
 bool aclKeyLess(const AclKeyRef& a, const Ovin::AclKey& b) {
@@ -83,22 +98,40 @@ bool aclKeyLess(const AclKeyRef& a, const Ovin::AclKey& b) {
 }  // namespace
 
 bool AclKeySet::contains(const Ovin::AclKey& acl) const {
-    const auto at = std::lower_bound(acls_.begin(), acls_.end(), acl, aclKeyLess);
-    return at != acls_.end() && (*at)->aclKey() == acl;
+    const std::span<const AclKeyRef> held = refs();
+    const auto at = std::lower_bound(held.begin(), held.end(), acl, aclKeyLess);
+    return at != held.end() && (*at)->aclKey() == acl;
 }
 
 bool AclKeySet::insert(const AclKeyRef& acl) {
-    const auto at = std::lower_bound(acls_.begin(), acls_.end(), acl->aclKey(), aclKeyLess);
-    if (at != acls_.end() && (*at)->aclKey() == acl->aclKey())
+    const std::span<const AclKeyRef> held = refs();
+    const auto at = std::lower_bound(held.begin(), held.end(), acl->aclKey(), aclKeyLess);
+    if (at != held.end() && (*at)->aclKey() == acl->aclKey())
         return false;
-    acls_.insert(at, acl);
+    const size_t pos = size_t(at - held.begin());
+    if (spilled_.empty() && inPlaceCount_ < kInPlace) {
+        std::move_backward(inPlace_.begin() + pos, inPlace_.begin() + inPlaceCount_,
+                           inPlace_.begin() + inPlaceCount_ + 1);
+        inPlace_[pos] = acl;
+        ++inPlaceCount_;
+        return true;
+    }
+    if (spilled_.empty()) {
+        spilled_.reserve(2 * kInPlace);
+        for (size_t i = 0; i < inPlaceCount_; ++i)
+            spilled_.push_back(std::move(inPlace_[i]));
+        inPlaceCount_ = 0;
+    }
+    spilled_.insert(spilled_.begin() + std::ptrdiff_t(pos), acl);
     return true;
 }
 
 bool AclKeySet::operator==(const AclKeySet& o) const {
-    return std::equal(acls_.begin(), acls_.end(), o.acls_.begin(), o.acls_.end(),
-                      [](const AclKeyRef& a, const AclKeyRef& b) {
-                          return a == b || a->aclKey() == b->aclKey();
+    const std::span<const AclKeyRef> a = refs();
+    const std::span<const AclKeyRef> b = o.refs();
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const AclKeyRef& x, const AclKeyRef& y) {
+                          return x == y || x->aclKey() == y->aclKey();
                       });
 }
 
@@ -477,7 +510,6 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
     }
     FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
     AclKeySet acls;
-    acls.reserve(entry->aclKeys());
     for (const Ovin::AclKey& acl : entry->aclKey()) {
         const ActiveAcl* active = activeAcls.find(acl);
         if (!active) {

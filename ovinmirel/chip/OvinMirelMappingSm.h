@@ -57,6 +57,7 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "ovinmirel/chip/OvinMirelHwAclIndex.h"
@@ -70,10 +71,11 @@
 
 namespace OvinMirel {
 
-// The ACLs of one place, in key order, each once. A sorted vector of references to shared ACL
-// keys rather than a std::set of copies: a place holds a handful of ACLs, and a rebuild makes
-// one of these for every place of the chip from the active root's shared keys, so it costs one
-// small allocation per place and a reference count per ACL. Reads like a set of ACL keys.
+// The ACLs of one place, in key order, each once, as references to shared ACL keys rather than
+// a std::set of copies: a place holds a handful of ACLs, and a rebuild makes one of these for
+// every place of the chip from the active root's shared keys. Up to kInPlace references are
+// kept in the set itself, so most sets cost no allocation of their own; a larger set keeps all
+// of them in a vector. Reads like a set of ACL keys.
 class AclKeySet {
   public:
     class const_iterator {
@@ -85,7 +87,7 @@ class AclKeySet {
         using reference = const Ovin::AclKey&;
 
         const_iterator() = default;
-        explicit const_iterator(std::vector<AclKeyRef>::const_iterator at) : at_(at) {}
+        explicit const_iterator(const AclKeyRef* at) : at_(at) {}
         const Ovin::AclKey& operator*() const { return (*at_)->aclKey(); }
         const Ovin::AclKey* operator->() const { return &(*at_)->aclKey(); }
         const_iterator& operator++() {
@@ -96,21 +98,24 @@ class AclKeySet {
         bool operator==(const const_iterator&) const = default;
 
       private:
-        std::vector<AclKeyRef>::const_iterator at_;
+        const AclKeyRef* at_ = nullptr;
     };
     using iterator = const_iterator;
     using value_type = Ovin::AclKey;
 
     AclKeySet() = default;
     AclKeySet(std::initializer_list<Ovin::AclKey> acls);
+    AclKeySet(const AclKeySet&) = default;
+    AclKeySet& operator=(const AclKeySet&) = default;
+    // The set moved from is left empty.
+    AclKeySet(AclKeySet&& o) noexcept;
+    AclKeySet& operator=(AclKeySet&& o) noexcept;
 
-    const_iterator begin() const { return const_iterator(acls_.begin()); }
-    const_iterator end() const { return const_iterator(acls_.end()); }
-    size_t size() const { return acls_.size(); }
-    bool empty() const { return acls_.empty(); }
+    const_iterator begin() const { return const_iterator(refs().data()); }
+    const_iterator end() const { return const_iterator(refs().data() + refs().size()); }
+    size_t size() const { return refs().size(); }
+    bool empty() const { return refs().empty(); }
     bool contains(const Ovin::AclKey& acl) const;
-    // Room for n ACLs, for a caller that knows how many may come.
-    void reserve(size_t n) { acls_.reserve(n); }
     // Adds the ACL in its place; false when it is there already.
     bool insert(const Ovin::AclKey& acl) { return insert(sharedAclKeyFactory(acl)); }
     bool insert(const AclKeyRef& acl);
@@ -118,7 +123,16 @@ class AclKeySet {
     bool operator==(const AclKeySet& o) const;
 
   private:
-    std::vector<AclKeyRef> acls_;
+    static constexpr size_t kInPlace = 3;
+    std::span<const AclKeyRef> refs() const {
+        if (!spilled_.empty())
+            return spilled_;
+        return {inPlace_.data(), inPlaceCount_};
+    }
+
+    size_t inPlaceCount_ = 0;                  // used while spilled_ is empty
+    std::array<AclKeyRef, kInPlace> inPlace_;  // the first inPlaceCount_ are the set
+    std::vector<AclKeyRef> spilled_;           // the set, once it outgrew inPlace_
 };
 
 class MappingSm : public Vorn::StateMachine {
