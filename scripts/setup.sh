@@ -2,7 +2,7 @@
 # Installs the Debian packages the build, tests and benchmarks need, when they are missing.
 set -euo pipefail
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev libcli11-dev
-    nlohmann-json3-dev)
+    nlohmann-json3-dev pkg-config)
 missing=()
 for p in "${packages[@]}"; do
     dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -590,15 +590,17 @@ void AclHelper::showIpAclRule(uint32_t ctx, uint32_t flags, const Ovin::AclData&
 
 // ---- Counters ----
 
+// The ids the chip is programmed with: those of its active root. (The allocator's response is
+// renumbered every cycle, and after a failed cycle no longer matches what the chip runs.)
 Vorn::Ptr<Mirel::AclIdTypeSet> AclHelper::aclIdsOnChip(Mirel::ChipId chip,
                                                        const Ovin::AclKey& key) const {
-    const Vorn::Ptr<AclIdResponseColl> responses = glueStatus_->aclIdResponseColl();
-    if (!responses)
+    const uint32_t* active = glueStatus_->activeRootSmId(chip);
+    if (!active)
         return nullptr;
-    const Vorn::Ptr<AclIdResponse> response = responses->chipAclIdResponse(chip);
-    if (!response)
+    const Vorn::Ptr<Mirel::RootConfig> root = glueStatus_->rootConfigColl()->rootConfig(*active);
+    if (!root)
         return nullptr;
-    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = response->response(key);
+    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root->aclKeyToAclIdTypeSet(key);
     return ids && ids->aclIdTypes() ? ids : nullptr;
 }
 
@@ -623,9 +625,24 @@ uint64_t AclHelper::aclRuleCountersSinceLastPoll(const Ovin::AclData& aclData, u
           "AclHelper::aclRuleCountersSinceLastPoll aclKey "
               << aclData.key << " ruleNum=" << ruleNum << " aclRuleId=" << id
               << " counters Enabled " << aclData.countersEnabled);
-    // Per-chip counters arrive with the driver's counter status (by ACL id and rule id); until
-    // it is published, no chip the ACL is placed on has a count to add.
-    return 0;
+    const Vorn::Ptr<const Mirel::PDStatus> pd = pDStatus();
+    const Vorn::Ptr<AclChipColl> chips = index_->aclChipMapping(aclData.key);
+    if (!pd || !chips)
+        return 0;
+    uint64_t total = 0;
+    for (const Mirel::ChipId& chip : chips->chipIntfMapping().sortedKeys()) {
+        const Vorn::Ptr<Mirel::AclIdTypeSet> ids = aclIdsOnChip(chip, aclData.key);
+        const Vorn::Ptr<Mirel::ChipPDStatus> chipStatus = pd->chipPDStatus(chip);
+        if (!ids || !chipStatus)
+            continue;
+        for (const auto& [protocol, aclId] : ids->aclIdType()) {
+            if (const uint64_t* hits = chipStatus->ruleCounter(Mirel::RuleCounterKey{aclId, id})) {
+                FLINQ(th, 8, "    Chip-" << chip << " " << aclId << " hits " << *hits);
+                total += *hits;
+            }
+        }
+    }
+    return total;
 }
 
 Vorn::Ptr<AclHelper> aclHelperFactory(

@@ -9,12 +9,14 @@
 //
 // Writes: the ACL store (OvinMirelAclColl: entries, rules, interface sets, created/inUse) and
 //   GlueConfig (blockedIntf, prepareCommitKickTime).
-// Reads: the mapping Index (chips an ACL is placed on), GlueStatus (per-chip ACL ids).
+// Reads: the mapping Index (chips an ACL is placed on), GlueStatus (per-chip ACL ids), and for
+//   the rule counters the driver's PDStatus (per chip, hits by chip rule list and rule).
 // Invariants:
 //  1. A refused rule (aclCreateNotSupportedByHw) leaves the store exactly as it was.
 //  2. ruleCountByProtocol of an ACL sums to the number of its ipRuleById entries.
 //  3. An interface id lands in the store set of its kind (OvinMirelAcl::aclIntfSetFor).
-// Owns shared references to the five entities it was built with; watches nothing.
+// Owns shared references to the five entities it was built with, and to the PDStatus the agent
+// hands it for counters (pDStatusIs); watches nothing.
 
 #include <cstdint>
 
@@ -24,6 +26,7 @@
 #include "ovinmirel/index/OvinMirelIndex.h"
 #include "platform/mirel/AclRule.h"
 #include "platform/mirel/HwCapability.h"
+#include "platform/mirel/PDStatus.h"
 #include "platform/ovin/OvinHelperAclHelper.h"
 
 namespace OvinMirel {
@@ -45,6 +48,10 @@ class AclHelper : public OvinHelper::AclHelper {
         return hwCapabilityColl_;
     }
     const Vorn::Ptr<const Index>& index() const { return index_; }
+    // Where the rule counters come from: the driver's per-chip status. Not one of the factory's
+    // references (the engine's contract has five); the agent sets it once the driver's status
+    // exists. Without it every count is 0.
+    VORN_PTR_ATTR(const Mirel::PDStatus, pDStatus)
 
     // Sets initialized and routerAclSupported.
     void handleInitialized();
@@ -138,8 +145,10 @@ class AclHelper : public OvinHelper::AclHelper {
     void showIpAclRule(uint32_t ctx, uint32_t flags, const Ovin::AclData& aclData, uint32_t ruleNum,
                        Acl::UniqueId id) override;
 
-    // Counters: whether the ACL has an ACL id on some chip it is placed on; the per-rule
-    // counts summed over those chips.
+    // Counters: whether the ACL has an ACL id on some chip it is placed on; the rule's hits
+    // summed over every chip the Index places the ACL on, under each of the chip's ACL ids for
+    // it (a split ACL has two). A chip without an ACL id or a count for the rule adds 0, and
+    // so does an ACL on no chip.
     bool aclCountersAllocated(const Ovin::AclData& aclData) const override;
     uint64_t aclRuleCountersSinceLastPoll(const Ovin::AclData& aclData, uint32_t ruleNum,
                                           Acl::UniqueId id) override;
@@ -169,7 +178,7 @@ class AclHelper : public OvinHelper::AclHelper {
                                               uint16_t high);
 
   private:
-    // The chip's ACL ids for the ACL; null when the chip has none (yet).
+    // The ACL's ids in the chip's active root; null when the chip runs none for it.
     Vorn::Ptr<Mirel::AclIdTypeSet> aclIdsOnChip(Mirel::ChipId chip, const Ovin::AclKey& key) const;
 
     const Vorn::Ptr<OvinMirelAclColl> aclColl_;

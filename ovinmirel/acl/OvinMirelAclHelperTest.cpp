@@ -676,19 +676,76 @@ TEST_F(AclHelperTest, CountersFollowTheChipsAndTheirAclIds) {
     index_->aclChipMappingIs(v4_.key)->chipIntfMappingIs(Mirel::ChipId(2))->intfIdIs("Ethernet1");
     glueStatus_->initialize();
     EXPECT_FALSE(helper_->aclCountersAllocated(v4_));
-    ASSERT_TRUE(glueStatus_->aclIdResponseColl());
-    const Vorn::Ptr<AclIdResponse> response =
-        glueStatus_->aclIdResponseColl()->chipAclIdResponseIs(Mirel::ChipId(2));
-    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = response->responseIs(v4_.key);
+    // The ids are those of the chip's active root: an attempt root does not count.
+    const Vorn::Ptr<Mirel::RootConfig> attempt = glueStatus_->rootConfigColl()->rootConfigIs(5);
+    attempt->aclKeyToAclIdTypeSetIs(v4_.key)->aclIdTypeIs(
+        Mirel::protocolAll_, Mirel::AclId(Mirel::ipv4PortAcl_, 2, Acl::aclDirectionIn));
+    glueStatus_->attemptRootSmIdIs(Mirel::ChipId(2), 5);
+    EXPECT_FALSE(helper_->aclCountersAllocated(v4_));
+    const Vorn::Ptr<Mirel::RootConfig> root = glueStatus_->rootConfigColl()->rootConfigIs(4);
+    glueStatus_->activeRootSmIdIs(Mirel::ChipId(2), 4);
+    const Vorn::Ptr<Mirel::AclIdTypeSet> ids = root->aclKeyToAclIdTypeSetIs(v4_.key);
     EXPECT_FALSE(helper_->aclCountersAllocated(v4_));  // an empty id set allocates nothing
     ids->aclIdTypeIs(Mirel::protocolAll_,
                      Mirel::AclId(Mirel::ipv4PortAcl_, 3, Acl::aclDirectionIn));
     EXPECT_TRUE(helper_->aclCountersAllocated(v4_));
     // An id on a chip the ACL is not placed on does not count.
     const Ovin::AclData other = dataOf(aclKey("other", Acl::aclTypeIpv4));
-    response->responseIs(other.key)->aclIdTypeIs(
+    root->aclKeyToAclIdTypeSetIs(other.key)->aclIdTypeIs(
         Mirel::protocolAll_, Mirel::AclId(Mirel::ipv4PortAcl_, 4, Acl::aclDirectionIn));
     EXPECT_FALSE(helper_->aclCountersAllocated(other));
+}
+
+// Rule hits summed over the chips the Index places the ACL on, under each of a chip's ids.
+TEST_F(AclHelperTest, RuleCountersAddUpOverTheChipsOfTheAcl) {
+    precreate(v4_);
+    const Acl::UniqueId rule{7};
+    const Mirel::AclId id1(Mirel::ipv4PortAcl_, 1, Acl::aclDirectionIn);
+    const Mirel::AclId tcp3(Mirel::ipv4PortAcl_, 3, Acl::aclDirectionIn);
+    const Mirel::AclId rest3(Mirel::ipv4PortAcl_, 4, Acl::aclDirectionIn);
+    const Vorn::Ptr<Mirel::PDStatus> pd = Mirel::pdStatusFactory("pdStatus");
+    glueStatus_->initialize();
+    auto place = [&](uint32_t chip) {
+        index_->aclChipMappingIs(v4_.key)
+            ->chipIntfMappingIs(Mirel::ChipId(chip))
+            ->intfIdIs(Zamu::IntfId::ethernet(chip));
+    };
+    // The chip's active root holds the ACL's ids.
+    auto ids = [&](uint32_t chip) {
+        glueStatus_->activeRootSmIdIs(Mirel::ChipId(chip), chip * 2 + 1);
+        return glueStatus_->rootConfigColl()
+            ->rootConfigIs(chip * 2 + 1)
+            ->aclKeyToAclIdTypeSetIs(v4_.key);
+    };
+    auto hits = [&](uint32_t chip, const Mirel::AclId& id, Acl::UniqueId u, uint64_t n) {
+        pd->chipPDStatusIs(Mirel::ChipId(chip))->ruleCounterIs(Mirel::RuleCounterKey{id, u}, n);
+    };
+    auto poll = [&] { return helper_->aclRuleCountersSinceLastPoll(v4_, 10, rule); };
+
+    // Chip 1: one id; chip 3: split in two; chip 2: placed, counted, but without an id; chip 4:
+    // an id and counts, but the ACL is not placed there.
+    place(1);
+    place(2);
+    place(3);
+    ids(1)->aclIdTypeIs(Mirel::protocolAll_, id1);
+    ids(3)->aclIdTypeIs(Mirel::protocolTcp_, tcp3);
+    ids(3)->aclIdTypeIs(Mirel::protocolNonTcp_, rest3);
+    ids(4)->aclIdTypeIs(Mirel::protocolAll_, id1);
+    hits(1, id1, rule, 5);
+    hits(1, id1, Acl::UniqueId{8}, 1000);  // another rule
+    hits(2, id1, rule, 1000);              // no id on chip 2
+    hits(3, tcp3, rule, 20);
+    hits(3, rest3, rule, 300);
+    hits(4, id1, rule, 1000);  // not placed on chip 4
+    EXPECT_EQ(poll(), 0u) << "no driver status handed in yet";
+    helper_->pDStatusIs(pd);
+    EXPECT_EQ(poll(), 325u);
+    EXPECT_TRUE(cap_.hasSubstring("    Chip-3 AclId{tableType=1, chipRuleListId=4"));
+
+    pd->chipPDStatusDel(Mirel::ChipId(3));  // a chip the driver no longer reports on adds 0
+    EXPECT_EQ(poll(), 5u);
+    index_->aclChipMappingDel(v4_.key);  // on no chip
+    EXPECT_EQ(poll(), 0u);
 }
 
 TEST_F(AclHelperTest, TraceAclDataWritesKeyAndRules) {

@@ -108,6 +108,13 @@ void OvinMirelAclSm::handleDpAclUpdateRequestTime() {
     }
     const GlueSmState state = gs->glueSmState();
     FLINQ(th, 8, "   GlueSm State: " << state);
+    if (gs->cycleRequestQueued() &&
+        (state == idle_ || state == success_ || state == fail_ || state == aclIdAllocFail_)) {
+        // A held request follows this cycle, which may not carry the engine's latest update.
+        // Every cycle commits the whole configuration, so the next outcome answers for both.
+        FLINQ(th, 8, "   a held cycle follows, waiting for its outcome");
+        return;
+    }
     switch (state) {
         case idle_:
             if (dpAclUpdateRequestPending())

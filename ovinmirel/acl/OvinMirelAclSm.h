@@ -23,6 +23,11 @@
 //                   created ACL gets 17; the latest request time goes to dpAclUpdateTime,
 //                   which releases waiting clients.
 //   anything else   nothing: the engine keeps waiting until the cycle ends.
+// While GlueStatus.cycleRequestQueued is set (a request, maybe the engine's latest, arrived
+// while a cycle ran and is held for the next one), the four reactions above wait for the
+// cycle that follows: every cycle commits the whole configuration, so its outcome answers for
+// the update the running cycle did not carry. Releasing clients on the running cycle's result
+// would tell them of hardware that does not yet have their change.
 //
 // Outcomes. A cycle is all or nothing, so after fail or aclIdAllocFail no change of the cycle
 // reached any chip: every created ACL is reported 17 (the engine's failure), whether or not it

@@ -238,6 +238,7 @@ void GlueSm::handlePrepareCommit() {
         // Decision a: obeyed once this cycle is idle.
         FLINQ(th, 2, "  commit cycle in progress (" << state << "), holding the request");
         cycleRequestQueuedIs(true);
+        glueStatus_->cycleRequestQueuedIs(true);
         return;
     }
     chipUpdateTimer_.expiryIs(Vorn::kInfinity);
@@ -336,6 +337,7 @@ void GlueSm::changeGlueSmState(GlueSmState newState) {
         // Decision a: the held request was due already, so no delay.
         FLINQ(th, 2, "  cycle idle, scheduling the held handlePrepareCommit to run");
         cycleRequestQueuedIs(false);
+        glueStatus_->cycleRequestQueuedIs(false);
         chipUpdateTimer_.expiryIs(Vorn::currentTime());
     }
 }

@@ -120,6 +120,8 @@ class GlueSm : public Vorn::StateMachine {
     // A cycle was asked for while some chip was unstable; it starts when the last one is stable.
     VORN_ATTR(bool, hwUnstableUpdateQueued, false)
     // A cycle was asked for while one ran; it starts once that one is idle (decision a).
+    // Published as GlueStatus.cycleRequestQueued, so that the agent does not take the running
+    // cycle's outcome for the held request's.
     VORN_ATTR(bool, cycleRequestQueued, false)
     const Brix::Timer& chipUpdateTimer() const { return chipUpdateTimer_; }
 

@@ -164,6 +164,10 @@ class GlueStatus : public Vorn::Entity {
     // The answer slot for the glue configuration's prepareCommitKickTime; the glue itself
     // never writes it.
     VORN_ATTR(Vorn::Seconds, prepareCommitKickResponse, 0.0)
+    // A cycle was asked for while this one ran, and follows it: the outcome of the running
+    // cycle is not the outcome of that request (the glue sets it, and clears it just after
+    // the running cycle's idle).
+    VORN_ATTR(bool, cycleRequestQueued, false)
 
     // The root collections: GlueStatus's own until the driver's are handed in. Never null: a
     // null one is refused ("null _rootConfigColl parameter to mutator for

@@ -149,6 +149,16 @@ void TestAgentMockSm::handleActiveConfig() {
     }
 }
 
+void TestAgentMockSm::ruleCounterIs(const Mirel::AclId& aclId, Acl::UniqueId id, uint64_t hits) {
+    FLINQ(th, 8,
+          "Chip-" << chipId_ << " ruleCounterIs " << aclId << " aclRuleId=" << id << " " << hits);
+    chipPDStatus_->ruleCounterIs(Mirel::RuleCounterKey{aclId, id}, hits);
+}
+
+void TestAgentMockSm::ruleCounterDel(const Mirel::AclId& aclId, Acl::UniqueId id) {
+    chipPDStatus_->ruleCounterDel(Mirel::RuleCounterKey{aclId, id});
+}
+
 void TestAgentMockSm::later(Vorn::Seconds at, Mirel::XformType t, const Mirel::XformStatus& answer,
                             bool repeat) {
     const uint64_t id = nextDelivery_++;

@@ -15,6 +15,8 @@
 //  - handleActiveConfig: acknowledges the active request: a transform whose activeRequestId
 //    differs from the acknowledged one gets its status's activeRequestId set to it (nothing
 //    else changes). Faults do not touch acknowledgements.
+//  - ruleCounterIs: the hits the driver counted for one rule of one chip rule list, as the
+//    test or the simulator sets them (the ACL helper sums them over chips).
 // Faults: before each answer the mock takes the chip's fault from the fault plan
 //          (TestAgentFaultPlan::takeFault): it fails the answer with the fault's code, writes
 //          it late, writes it again a pass later (answers 2), or drops it.
@@ -68,6 +70,11 @@ class TestAgentMockSm : public Vorn::StateMachine {
     void handleDelete() override;
     void handleAttemptedConfig();
     void handleActiveConfig();
+
+    // The driver's count for a rule (its unique id) of a chip rule list, in the chip's PD
+    // status; 0 keeps an entry (the driver polled and saw none), ruleCounterDel drops it.
+    void ruleCounterIs(const Mirel::AclId& aclId, Acl::UniqueId id, uint64_t hits);
+    void ruleCounterDel(const Mirel::AclId& aclId, Acl::UniqueId id);
 
   private:
     void watchXformConfig(Mirel::XformType t);

@@ -1,0 +1,363 @@
+// The test agent root: the agent's start-up order, chips and ports as the driver publishes
+// them (their records and machines follow), a port that moves takes its programming along,
+// bad input is refused and changes nothing, the event loop on the virtual clock, and the
+// test helpers around the ACL helper.
+
+#include "ovinmirel/testagent/OvinMirelTestAgentRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ovinmirel/testagent/OvinMirelTestAgentRootTestWorld.h"
+#include "platform/flinq/Flinq.h"
+#include "platform/ovin/AclRuleText.h"
+#include "platform/vorn/Exception.h"
+
+namespace OvinMirel {
+namespace {
+
+using TestAgentTest::aclKey;
+using TestAgentTest::World;
+using Zamu::IntfId;
+
+const Ovin::AclKey kWeb = aclKey("web");
+
+TEST(TestAgentRootTest, StartsEveryPieceInTheAgentsOrder) {
+    using Marker = std::pair<std::string, std::string>;
+    const std::vector<Marker> order = {
+        {"OvinMirelStatus", "initStatus OvinMirelStatus"},
+        {"OvinMirelAclHelper", "AclHelper::handleInitialized"},
+        {"OvinMirelTestAclHelper", "TestAclHelper::hwInit"},
+        {"OvinMirelAclHelper", "AclHelper::verifyHwInit"},
+        {"OvinMirelIndexSm", "handleInitialized"},
+        {"OvinMirelGlueSm", "handleInitialized"},
+        {"OvinAclSm", "AclSm::handleInitialized"},
+        {"OvinMirelTestAgentMockSmManager", "handleInitialized"},
+        {"OvinMirelLagPhyIntfMappingSm", "LagPhyIntfMappingSm::handleInitialized"},
+        {"OvinMirelCapacity", "handleInitialized"},
+    };
+    Flinq::Capture cap;
+    World w;
+    std::vector<Marker> seen;
+    for (const Flinq::Line& l : cap.lines()) {
+        const Marker m{l.handle, l.text};
+        if (std::find(order.begin(), order.end(), m) != order.end())
+            seen.push_back(m);
+    }
+    EXPECT_EQ(seen, order);
+
+    // Each machine is initialised, on the status root's children, the glue status with the
+    // driver's root collections.
+    const TestAgentRoot& r = *w.root;
+    EXPECT_TRUE(r.indexSm()->initialized());
+    EXPECT_TRUE(r.ovinMirelGlueSm()->initialized());
+    EXPECT_TRUE(r.ovinMirelGlueSm()->blockIntfLoaderSm());
+    EXPECT_TRUE(r.ovinAclSm()->initialized());
+    EXPECT_TRUE(r.mockSmManager()->initialized());
+    EXPECT_TRUE(r.lagPhyIntfMappingSm()->initialized());
+    EXPECT_TRUE(r.capacitySm()->initialized());
+    EXPECT_EQ(r.ovinMirelGlueSm()->glueStatus(), w.status()->glueStatus());
+    EXPECT_EQ(w.glueStatus()->rootConfigColl(), w.status()->rootConfigColl());
+    EXPECT_EQ(w.glueStatus()->rootStatusColl(), w.status()->rootStatusColl());
+    EXPECT_EQ(r.vlanPhyIntfConfigLib(), w.status()->vlanPhyIntfConfigDir());
+    EXPECT_EQ(r.ovinMirelAclHelper()->pDStatus(), w.status()->pDStatus());
+    EXPECT_TRUE(w.status()->hwCapabilityColl()->hwCapability());
+    EXPECT_EQ(r.ovinAclSm()->aclHelper(), r.ovinMirelAclHelper());
+}
+
+TEST(TestAgentRootTest, RefusesToStartWithoutAVirtualClock) {
+    Brix::TimerWheel wheel;
+    EXPECT_THROW(testAgentRootFactory("root", wheel), std::logic_error);
+}
+
+TEST(TestAgentRootTest, ChipsBringTheirRecordsAndMachinesAndTakeThemAway) {
+    World w;
+    w.chip(1);
+    TestAgentChipCapability small;
+    small.chipRuleListIdMax = 3;
+    small.aclTypeCombinations = {Mirel::AclTypeCombinationBitMask::kV4PaclIn,
+                                 Mirel::AclTypeCombinationBitMask::kMacIn};
+    w.chip(2, small);
+    w.port("Ethernet1", 1);
+    w.port("Ethernet2", 2);
+    w.settle();
+    const Vorn::Ptr<GlueSm> glue = w.root->ovinMirelGlueSm();
+    for (uint32_t id : {1u, 2u}) {
+        SCOPED_TRACE(id);
+        const Mirel::ChipId chip(id);
+        EXPECT_TRUE(w.root->chip(chip));
+        EXPECT_TRUE(w.glueStatus()->aclIdResponseColl()->chipAclIdResponse(chip));
+        ASSERT_TRUE(w.status()->pDConfig()->chipConfig(chip));
+        EXPECT_TRUE(w.status()->pDConfig()->chipConfig(chip)->initialized());
+        EXPECT_TRUE(w.root->mockSmColl()->mockSm(chip));
+        EXPECT_TRUE(glue->aclIdAllocSmColl()->chipAclIdAllocSm(chip));
+        EXPECT_TRUE(glue->mappingSmColl()->sm(chip));
+        EXPECT_TRUE(w.glueStatus()->activeRootSmId(chip)) << "the first cycle loads a root";
+    }
+    // The capability is as given: a second priority list replaces the first one.
+    const auto cap2 = w.status()->hwCapabilityColl()->chipHwCapability(Mirel::ChipId(2));
+    ASSERT_TRUE(cap2);
+    EXPECT_EQ(cap2->chipRuleListIdMax(), 3u);
+    EXPECT_EQ(cap2->aclTypeCombinationByPrioritys(), 2u);
+    w.chip(2, {});
+    EXPECT_EQ(cap2->aclTypeCombinationByPrioritys(), 1u);
+    EXPECT_EQ(cap2->chipRuleListIdMax(), 63u);
+
+    w.root->chipDel(Mirel::ChipId(1));
+    w.settle();
+    const Mirel::ChipId gone(1);
+    EXPECT_FALSE(w.root->chip(gone));
+    EXPECT_FALSE(w.status()->pDStatus()->intfMapping("Ethernet1")) << "its ports go with it";
+    EXPECT_FALSE(w.status()->pDConfig()->chipConfig(gone));
+    EXPECT_FALSE(w.root->mockSmColl()->mockSm(gone));
+    EXPECT_FALSE(glue->aclIdAllocSmColl()->chipAclIdAllocSm(gone));
+    EXPECT_FALSE(w.glueStatus()->activeRootSmId(gone));
+    EXPECT_TRUE(w.root->chip(Mirel::ChipId(2)));
+    EXPECT_TRUE(w.status()->pDStatus()->intfMapping("Ethernet2"));
+    w.root->chipDel(Mirel::ChipId(7));  // not there: nothing
+}
+
+// The chip's loaded first-level entries, by interface.
+std::vector<std::string> loadedPorts(const World& w, uint32_t chip) {
+    std::vector<std::string> out;
+    if (const auto loaded = w.loaded(chip)) {
+        for (const auto& [intf, index] : loaded->intfToHwAclIndex())
+            out.push_back(intf.name());
+    }
+    return out;
+}
+
+TEST(TestAgentRootTest, APortThatMovesTakesItsProgrammingAlong) {
+    World w;
+    w.chip(1);
+    w.chip(2);
+    w.port("Ethernet1", 1);
+    w.port("Ethernet2", 1);
+    w.rule("web", Acl::aclTypeIpv4, "10 permit tcp any any eq 443");
+    w.bind("Ethernet1", "web");
+    w.settle();
+    EXPECT_EQ(loadedPorts(w, 1), std::vector<std::string>{"Ethernet1"});
+    EXPECT_EQ(loadedPorts(w, 2), std::vector<std::string>{});
+
+    w.port("Ethernet1", 2);
+    w.settle();
+    EXPECT_EQ(loadedPorts(w, 1), std::vector<std::string>{});
+    EXPECT_EQ(loadedPorts(w, 2), std::vector<std::string>{"Ethernet1"});
+    EXPECT_TRUE(w.aclIds(2, kWeb));
+    EXPECT_EQ(w.outcome(kWeb)->state(), Acl::aclDpInstalled);
+
+    w.root->portDel("Ethernet1");
+    w.settle();
+    EXPECT_EQ(loadedPorts(w, 2), std::vector<std::string>{});
+}
+
+// What the root's inputs hold, in words: changed by nothing that was refused.
+std::vector<std::string> inputsOf(const World& w) {
+    std::vector<std::string> out;
+    const Status& s = *w.status();
+    for (const auto& c : s.hwCapabilityColl()->chipHwCapability().sortedKeys())
+        out.push_back("chip " + std::to_string(c.value()));
+    for (const auto& p : s.pDStatus()->intfMapping().sortedKeys())
+        out.push_back("port " + p.name());
+    for (const auto& v : s.vlanPhyIntfConfigDir()->vlanPhyIntfConfig().sortedKeys())
+        out.push_back("vlan " + TestSupport::str(v));
+    for (const auto& [port, lag] : w.root->lagConfig()->channelGroup())
+        out.push_back("lag " + port.name() + " " + lag.name());
+    for (const auto& i : w.root->subIntfConfigDir()->intfConfig().sortedKeys())
+        out.push_back("sub " + i.name());
+    for (const auto& [key, acl] : w.root->aclConfig()->acl())
+        out.push_back("acl " + key.str() + " " + std::to_string(acl->entrys()));
+    for (const auto& [b, name] : w.root->intfConfig()->appliedAcl())
+        out.push_back("binding " + TestSupport::str(b) + " " + name);
+    return out;
+}
+
+TEST(TestAgentRootTest, BadInputIsRefusedAndChangesNothing) {
+    World w;
+    w.chip(1);
+    w.port("Ethernet1", 1);
+    w.rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
+    w.bind("Ethernet9", "web");  // on no chip: stored, with no ACL id anywhere
+    struct Case {
+        const char* name;
+        std::function<void(TestAgentRoot&)> call;
+        std::string text;  // empty: only the type is checked
+        bool range = false;
+    };
+    const std::vector<Case> cases = {
+        {"chip id beyond the root ids",
+         [](TestAgentRoot& r) { r.chipIs(Mirel::ChipId(0x80000000u)); },
+         "TestAgentRoot::chip > 2147483647 not allowed", true},
+        {"a combination beyond ten bits",
+         [](TestAgentRoot& r) {
+             TestAgentChipCapability c;
+             c.aclTypeCombinations = {0x001, 0x400};
+             r.chipIs(Mirel::ChipId(3), c);
+         },
+         "AclTypeCombinationBitMask::value > 0x3ff not allowed", true},
+        {"a port that is not Ethernet",
+         [](TestAgentRoot& r) { r.portIs("Vlan10", Mirel::ChipId(1)); },
+         "TestAgentRoot::port: Vlan10 is not an Ethernet interface"},
+        {"a port on an absent chip",
+         [](TestAgentRoot& r) { r.portIs("Ethernet2", Mirel::ChipId(9)); },
+         "TestAgentRoot::port: Chip-9 is not present"},
+        {"VLAN 0", [](TestAgentRoot& r) { r.vlanMemberIs(0, "Ethernet1"); },
+         "VlanId::value < 1 or > 4094 not allowed", true},
+        {"a VLAN member that is not Ethernet",
+         [](TestAgentRoot& r) { r.vlanMemberIs(10, "Port-Channel1"); },
+         "TestAgentRoot::vlanMember: Port-Channel1 is not an Ethernet interface"},
+        {"a LAG that is not a port-channel",
+         [](TestAgentRoot& r) { r.lagMemberIs("Ethernet1", "Vlan5"); },
+         "TestAgentLagConfig::channelGroup: Vlan5 is not a port-channel interface"},
+        {"a sub-interface that is none", [](TestAgentRoot& r) { r.subIntfIs("Ethernet1"); },
+         "TestAgentRoot::subIntf: Ethernet1 is not a sub-interface"},
+        {"a rule the reader refuses",
+         [](TestAgentRoot& r) {
+             r.aclRuleIs("other", Acl::aclTypeIpv4, "10 permit ip any any ttl eq 5");
+         },
+         ""},
+        {"a rule of the wrong family",
+         [](TestAgentRoot& r) {
+             r.aclEntryIs("other", Acl::aclTypeIpv4, 10, Acl::AclEntry::mac({}));
+         },
+         ""},
+        {"a bad ACL name in a binding",
+         [](TestAgentRoot& r) {
+             r.aclBindingIs("Ethernet1", Acl::aclTypeIpv4, Acl::aclDirectionIn, "no spaces");
+         },
+         "invalid ACL name 'no spaces'"},
+        {"counters of an ACL nobody configured",
+         [](TestAgentRoot& r) { r.aclCountersEnabledIs("other", Acl::aclTypeIpv4, true); },
+         "TestAgentRoot::aclCountersEnabled: no ACL other/ip"},
+        {"a counter on a chip without a mock",
+         [](TestAgentRoot& r) { r.ruleCounterIs(Mirel::ChipId(5), kWeb, 10, 1); },
+         "TestAgentRoot::ruleCounter: Chip-5 has no driver mock"},
+        {"a counter for an ACL that is not stored",
+         [](TestAgentRoot& r) { r.ruleCounterIs(Mirel::ChipId(1), aclKey("nope"), 10, 1); },
+         "TestAgentRoot::ruleCounter: nope/ip/in has no rule 10"},
+        {"a counter for an ACL without an id on the chip",
+         [](TestAgentRoot& r) { r.ruleCounterIs(Mirel::ChipId(1), kWeb, 10, 1); },
+         "TestAgentRoot::ruleCounter: web/ip/in has no ACL id on Chip-1"},
+        {"a run back in time", [](TestAgentRoot& r) { r.runUntil(50.0); },
+         "TestAgentRoot::runUntil: a time before now"},
+    };
+    w.settle();
+    ASSERT_TRUE(w.stored(kWeb));
+    const std::vector<std::string> before = inputsOf(w);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        try {
+            c.call(*w.root);
+            ADD_FAILURE() << "accepted";
+        } catch (const Vorn::RangeException& e) {
+            EXPECT_TRUE(c.range) << e.what();
+            EXPECT_EQ(e.what(), c.text);
+        } catch (const std::invalid_argument& e) {
+            EXPECT_FALSE(c.range) << e.what();
+            if (!c.text.empty()) {
+                EXPECT_EQ(e.what(), c.text);
+            }
+        }
+        EXPECT_EQ(inputsOf(w), before);
+    }
+}
+
+TEST(TestAgentRootTest, TheEventLoopRunsOnTheVirtualClock) {
+    World w;
+    w.chip(1);
+    const Vorn::Seconds start = w.clock->now();
+    // A chip's arrival makes a cycle one chipUpdateProcDelay later.
+    w.root->runFor(0.5);
+    EXPECT_EQ(w.clock->now(), start + 0.5);
+    EXPECT_EQ(w.root->cycles(), 0u);
+    w.root->runUntil(start + 1.0);
+    EXPECT_EQ(w.root->cycles(), 1u);
+    EXPECT_EQ(w.glueStatus()->glueSmState(), idle_);
+    const size_t passes = w.root->passes();
+    // Idle with only the capacity poll armed: nothing runs and time stands.
+    ASSERT_TRUE(w.root->capacitySm()->pollTimer().armed());
+    const Vorn::Seconds now = w.clock->now();
+    w.root->runUntilIdle();
+    EXPECT_EQ(w.clock->now(), now);
+    EXPECT_EQ(w.root->passes(), passes);
+
+    // A timer that re-arms itself for ever never lets it settle.
+    Brix::Timer forever(w.wheel, {});
+    forever.callbackIs([&] { forever.expiryIs(Vorn::currentTime() + 1.0); });
+    forever.expiryIs(now + 1.0);
+    EXPECT_THROW(w.root->runUntilIdle(), std::runtime_error);
+    forever.expiryIs(Vorn::kInfinity);
+}
+
+TEST(TestAgentRootTest, RoutedPortSharingIsOneSwitch) {
+    World w;
+    const Ovin::AclKey racl = aclKey("r", Acl::aclTypeIpv4, 10);
+    EXPECT_FALSE(w.root->ovinMirelAclHelper()->routedPortAclSharingSupported(racl));
+    w.root->routedPortAclSharingIs(true);
+    EXPECT_TRUE(w.root->ovinMirelAclHelper()->routedPortAclSharingSupported(racl));
+    EXPECT_TRUE(w.status()->hwCapabilityColl()->hwCapability()->routedPortRaclSharingSupported());
+    w.root->routedPortAclSharingIs(false);
+    EXPECT_FALSE(w.status()->hwCapabilityColl()->hwCapability()->routedPortRaclSharingSupported());
+}
+
+// The test helper calls the helper as the engine does: an IPv4 subrule with its ports, an IPv6
+// one, and a fragment entry land in the store; a rule the chips cannot express does not.
+TEST(TestAgentRootTest, TheTestHelperCreatesRulesThroughTheHelper) {
+    World w;
+    const Vorn::Ptr<AclHelperTestHelper> t =
+        aclHelperTestHelperFactory("testHelper", w.root->ovinMirelAclHelper());
+    auto ipRule = [](const char* line, Acl::AclType type) {
+        const Acl::RuleTextResult r = Acl::parseRuleText(line, type);
+        EXPECT_TRUE(r.ok()) << r.error;
+        return r.ok() ? r.rule->entry.ipRule() : Acl::IpRuleConfig();
+    };
+    Ovin::AclData v4;
+    v4.key = aclKey("v4");
+    Ovin::AclData v6;
+    v6.key = aclKey("v6", Acl::aclTypeIpv6);
+    Ovin::AclDataStatus status;
+    w.root->ovinMirelAclHelper()->precreateAcl(v4, status);
+    w.root->ovinMirelAclHelper()->precreateAcl(v6, status);
+
+    TestSubrulePorts https;
+    https.dstPort = 443;
+    https.dstPortMask = 0xffff;
+    https.l4 = true;
+    EXPECT_EQ(t->createIpAclSubrule(v4, ipRule("10 permit tcp any any", Acl::aclTypeIpv4),
+                                    Acl::UniqueId{1}, 10, 0, https),
+              Ovin::aclCreateOk);
+    EXPECT_EQ(t->createIpFragRule(v4, ipRule("20 deny ip 10.0.0.0/8 any", Acl::aclTypeIpv4),
+                                  Acl::UniqueId{2}, 20, 0),
+              Ovin::aclCreateOk);
+    EXPECT_EQ(t->createIp6AclSubrule(v6, ipRule("10 permit ipv6 any any", Acl::aclTypeIpv6),
+                                     Acl::UniqueId{3}, 10, 0),
+              Ovin::aclCreateOk);
+    w.root->ovinMirelAclHelper()->establishedSupportedIs(false);
+    EXPECT_EQ(
+        t->createIpAclSubrule(v4, ipRule("30 permit tcp any any established", Acl::aclTypeIpv4),
+                              Acl::UniqueId{4}, 30, 0),
+        Ovin::aclCreateNotSupportedByHw);
+
+    const Vorn::Ptr<OvinMirelAcl> a4 = w.stored(v4.key);
+    const Vorn::Ptr<OvinMirelAcl> a6 = w.stored(v6.key);
+    ASSERT_TRUE(a4 && a6);
+    ASSERT_EQ(a4->ipRuleByIds(), 2u) << "the refused rule left nothing";
+    const Mirel::IpRuleConfig* web = a4->ipRuleById(Mirel::AceIndex{10, 0, Acl::UniqueId{1}});
+    ASSERT_TRUE(web);
+    EXPECT_EQ(web->destinationPort, Mirel::L4PortRange(443, 443));
+    const Mirel::IpRuleConfig* frag = a4->ipRuleById(Mirel::AceIndex{20, 0, Acl::UniqueId{2}});
+    ASSERT_TRUE(frag);
+    EXPECT_TRUE(frag->filter.matchFragments);
+    ASSERT_EQ(a6->ipRuleByIds(), 1u);
+    EXPECT_TRUE(a6->ipRuleById().begin()->second.filter.ipv6);
+
+    EXPECT_THROW(aclHelperTestHelperFactory("testHelper", nullptr), Vorn::NullPointerException);
+}
+
+}  // namespace
+}  // namespace OvinMirel
