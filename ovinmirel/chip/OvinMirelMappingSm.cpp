@@ -318,7 +318,10 @@ class MappingSm::ActiveAcls {
   public:
     using Acl = ActiveAcl;
 
-    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root)
+    // `previous`: the table of the root active before, whose shared keys are taken over for
+    // the ACLs this root holds too (a new root mostly holds the ACLs of the one before).
+    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root,
+               const ActiveAcls* previous)
         : root_(root) {
         // The root configuration replaced or gone under its id: no longer the one to follow.
         rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
@@ -326,19 +329,14 @@ class MappingSm::ActiveAcls {
                 stale_ = true;
         });
         sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) { filled_ = false; });
-        fill();
+        fill(previous && previous->filled_ ? previous : nullptr);
     }
     const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
     bool stale() const { return stale_; }
     const Acl* find(const Ovin::AclKey& acl) const {
         if (!filled_)
-            fill();
-        const size_t hash = hashOf(acl);
-        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
-            if (slots_[i].hash == hash && *slots_[i].key == acl)
-                return &slots_[i].acl;
-        }
-        return nullptr;
+            fill(nullptr);
+        return lookUp(acl, hashOf(acl));
     }
 
   private:
@@ -352,7 +350,16 @@ class MappingSm::ActiveAcls {
                     uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
                        0x9e3779b97f4a7c15ULL;
     }
-    void fill() const {
+    // REQUIRES: filled_ (else the slots may point to keys the root no longer holds).
+    const Acl* lookUp(const Ovin::AclKey& acl, size_t hash) const {
+        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
+            if (slots_[i].hash == hash && *slots_[i].key == acl)
+                return &slots_[i].acl;
+        }
+        return nullptr;
+    }
+    // `previous`: a filled table whose shared keys to take over, or null.
+    void fill(const ActiveAcls* previous) const {
         size_t size = 16;
         while (size < 2 * root_->aclKeyToAclIdTypeSets())
             size *= 2;
@@ -364,7 +371,9 @@ class MappingSm::ActiveAcls {
             size_t i = hash & mask_;
             while (slots_[i].key)
                 i = (i + 1) & mask_;
-            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), sharedAclKeyFactory(acl)}};
+            const Acl* before = previous ? previous->lookUp(acl, hash) : nullptr;
+            slots_[i] =
+                Slot{hash, &acl, Acl{ids.ptr(), before ? before->acl : sharedAclKeyFactory(acl)}};
         }
         filled_ = true;
     }
@@ -407,7 +416,8 @@ const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
         FLINQ(th, kFast, "rootId " << rootId << " missing root config");
         VORN_ASSERT(activeRootConfig);
     }
-    activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig);
+    activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig,
+                                               activeAcls_.get());
     return *activeAcls_;
 }
 

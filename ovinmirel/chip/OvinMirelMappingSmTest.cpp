@@ -542,6 +542,28 @@ TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
     EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
 }
 
+TEST(MappingSm, ANewActiveRootMapsTheAclsItSharesWithTheOldOneWithItsOwnIds) {
+    for (const bool oldRootChanged : {false, true}) {
+        SCOPED_TRACE(oldRootChanged ? "old root changed before the switch" : "old root as built");
+        auto w = runningWorld();
+        w->bind(kEth1, {kP4, kMac});
+        w->bind(kVlan10, {kR4});
+        w->rootIs(1, {kP4, kP6, kMac, kR4}, {}, 50);
+        if (oldRootChanged) {
+            auto old = w->glue->rootConfigColl()->rootConfig(w->rootId(0));
+            ASSERT_TRUE(old);
+            old->aclKeyToAclIdTypeSetDel(kMac);
+            old->aclKeyToAclIdTypeSetDel(kP6);
+        }
+        w->activate(1);
+        ASSERT_EQ(w->intfIndex(kEth1), 1);
+        EXPECT_EQ(w->secondLevel(1), (Strings{"1/in/all=50", "2/in/all=53", "5/in/all=52"}));
+        w->bind(kEth2, {kP6});
+        ASSERT_EQ(w->intfIndex(kEth2), 2);
+        EXPECT_EQ(w->secondLevel(2), (Strings{"3/in/all=51"}));
+    }
+}
+
 TEST(MappingSm, TheActiveRootsIdsFromTheAllocatorCloseTheLoop) {
     auto w = checkedWorld();
     w->start();
