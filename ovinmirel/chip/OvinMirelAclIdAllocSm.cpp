@@ -1,5 +1,8 @@
 #include "ovinmirel/chip/OvinMirelAclIdAllocSm.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "ovinmirel/index/OvinMirelIntfAclTypeIndexSm.h"
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
@@ -81,11 +84,22 @@ void AclIdAllocSm::allocateAclId() {
     VORN_ASSERT(initialized());
     FLINQ(th, 2, "Chip-" << chipId_ << " allocateAclId");
     // From scratch every cycle: an id means nothing outside the cycle that handed it out.
+    // The response is not emptied first, though: each entry is rewritten where its ids differ,
+    // so a cycle that leaves the chip's ACLs alone writes nothing (and no reader is woken).
     chipRuleListIdVal_ = 0;
     chipRuleListIdExhausted_.set(false);
-    aclIdResponse_->responseDelAll();
-    if (!chipAclColl_)
+    if (!chipAclColl_) {
+        aclIdResponse_->responseDelAll();
         return;
+    }
+    // Entries of ACLs the chip no longer carries go; the walk below reaches every other one.
+    std::vector<Ovin::AclKey> gone;
+    for (const auto& [key, entry] : aclIdResponse_->response()) {
+        if (!chipAclColl_->aclIntfMapping(key))
+            gone.push_back(key);
+    }
+    for (const Ovin::AclKey& key : gone)
+        aclIdResponse_->responseDel(key);
     // A copy of the keys: readers of the response run while it is written.
     for (const Ovin::AclKey& key : chipAclColl_->aclIntfMapping().keys())
         allocateAclId(key);
@@ -101,6 +115,8 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
     const uint32_t max = chipRuleListIdMax();
     // The full counter here; the per-id tests below compare the stored 8-bit id.
     if (max < chipRuleListIdVal_) {
+        // Never reached in this cycle: no entry (one left from the cycle before goes).
+        aclIdResponse_->responseDel(key);
         rangeExhausted(key);
         return;
     }
@@ -111,25 +127,44 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
     // clang-format on
     // Created before any id is known: an exhausted ACL keeps its (maybe partly filled) entry.
     Vorn::Ptr<Mirel::AclIdTypeSet> entry = aclIdResponse_->responseIs(key);
+    TakenIds taken;
+    auto take = [&](Mirel::ProtocolType protocolType) {
+        const Mirel::AclId aclId = getAclId(tableType, direction);
+        if (aclId.chipRuleListId() > max)
+            return false;
+        taken.push_back({protocolType, aclId});
+        FLINQ(th, 8, "    proto:" << protocolType << " allocated aclId " << aclId);
+        return true;
+    };
+    bool fits = true;
     if (shouldSplitOnProtocolType(key)) {
         for (Mirel::ProtocolType protocolType : kSplitProtocolTypes) {
-            const Mirel::AclId aclId = getAclId(tableType, direction);
-            if (aclId.chipRuleListId() > max) {
-                rangeExhausted(key);
-                return;
-            }
-            entry->aclIdTypeIs(protocolType, aclId);
-            FLINQ(th, 8, "    proto:" << protocolType << " allocated aclId " << aclId);
+            fits = take(protocolType);
+            if (!fits)
+                break;
         }
-        return;
+    } else {
+        fits = take(Mirel::protocolAll_);
     }
-    const Mirel::AclId aclId = getAclId(tableType, direction);
-    if (aclId.chipRuleListId() > max) {
+    writeIds(*entry, taken);
+    if (!fits)
         rangeExhausted(key);
-        return;
+}
+
+void AclIdAllocSm::writeIds(Mirel::AclIdTypeSet& entry, const TakenIds& taken) {
+    auto isTaken = [&](Mirel::ProtocolType protocolType) {
+        return std::ranges::any_of(taken, [&](const auto& t) { return t.first == protocolType; });
+    };
+    std::vector<Mirel::ProtocolType> stale;
+    for (const auto& [protocolType, aclId] : entry.aclIdType()) {
+        if (!isTaken(protocolType))
+            stale.push_back(protocolType);
     }
-    entry->aclIdTypeIs(Mirel::protocolAll_, aclId);
-    FLINQ(th, 8, "    proto:" << Mirel::protocolAll_ << " allocated aclId " << aclId);
+    for (Mirel::ProtocolType protocolType : stale)
+        entry.aclIdTypeDel(protocolType);
+    // An id equal to the one stored is not written (and notifies nobody).
+    for (const auto& [protocolType, aclId] : taken)
+        entry.aclIdTypeIs(protocolType, aclId);
 }
 
 uint32_t AclIdAllocSm::getChipRuleListId() {

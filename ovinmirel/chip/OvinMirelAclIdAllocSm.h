@@ -11,8 +11,9 @@
 // Reads:   the chip's ChipHwCapability (chipRuleListIdMax, chipRuleListIdReservedPermitAll,
 //          aclSplitOnProtocolSupported; taken as 0, 255 and false when the chip has none);
 //          the ACL store (per-protocol rule counts of an ACL).
-// Writes:  the chip's AclIdResponse.response; chipRuleListIdVal; chipRuleListIdExhausted,
-//          which the glue watches to fail the cycle.
+// Writes:  the chip's AclIdResponse.response, only where an entry's ids differ from the
+//          cycle before; chipRuleListIdVal; chipRuleListIdExhausted, which the glue watches
+//          to fail the cycle.
 // Timers:  none.
 // Invariants, after each cycle:
 //  1. response holds an entry for every ACL of chipAclColl that was reached before the range
@@ -23,7 +24,10 @@
 //     allocation still goes on for the later ACLs.
 // Owns: shared references to its inputs and to the chip's AclIdResponse.
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
@@ -98,6 +102,17 @@ class AclIdAllocSm : public Vorn::StateMachine {
     bool shouldSplitOnProtocolType(const Ovin::AclKey& key) const;
 
   private:
+    // The ids one ACL took in this cycle, in the order taken: at most two, kept in place (an
+    // allocation per ACL and cycle would cost more than the numbering itself).
+    struct TakenIds {
+        std::array<std::pair<Mirel::ProtocolType, Mirel::AclId>, 2> ids{};
+        size_t size = 0;
+        void push_back(const std::pair<Mirel::ProtocolType, Mirel::AclId>& id) { ids[size++] = id; }
+        auto begin() const { return ids.begin(); }
+        auto end() const { return ids.begin() + static_cast<std::ptrdiff_t>(size); }
+    };
+    // Makes the entry hold exactly `taken`, writing only what differs.
+    static void writeIds(Mirel::AclIdTypeSet& entry, const TakenIds& taken);
     uint32_t chipRuleListIdMax() const;
     uint8_t chipRuleListIdReservedPermitAll() const;
     void rangeExhausted(const Ovin::AclKey& key);

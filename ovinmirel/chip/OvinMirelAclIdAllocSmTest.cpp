@@ -317,6 +317,61 @@ TEST_F(AclIdAllocSmTest, EachChipNumbersItsOwnAclsAndEachCycleStartsFromScratch)
     EXPECT_EQ(ids(kChip1), Strings{"e/ip/in all:0"});
 }
 
+// Each cycle numbers from scratch, but writes only the entries whose ids come out different:
+// the rest of the response, and everyone reading it, is left alone.
+TEST_F(AclIdAllocSmTest, ACycleWritesOnlyTheIdsThatDiffer) {
+    auto sm = allocator(kChip1, Capability{.max = 3, .split = true});
+    for (const char* name : {"a", "c", "e", "f"})
+        w.bind(aclKey(name), "Ethernet1");
+    cycle();
+    ASSERT_EQ(ids(kChip1),
+              (Strings{"a/ip/in all:0", "c/ip/in all:1", "e/ip/in all:2", "f/ip/in all:3"}));
+    // Every write from here on: an entry added or deleted, or an id of an entry changed.
+    Strings writes;
+    std::vector<Vorn::Subscription> subs;
+    auto watch = [&](const Ovin::AclKey& key) {
+        Vorn::Ptr<Mirel::AclIdTypeSet> entry = response(kChip1)->response(key);
+        if (entry) {
+            subs.push_back(entry->aclIdTypeNotify([&writes, key](Mirel::ProtocolType p) {
+                writes.push_back(key.str() + " " + TestSupport::str(p));
+            }));
+        }
+    };
+    Vorn::Subscription entries = response(kChip1)->responseNotify([&](const Ovin::AclKey& key) {
+        writes.push_back(key.str());
+        watch(key);
+    });
+    for (const char* name : {"a", "c", "e", "f"})
+        watch(aclKey(name));
+
+    cycle();
+    EXPECT_EQ(writes, Strings{}) << "nothing changed";
+
+    // b takes c's id; c and e move up one, f out of range: never reached, its entry goes.
+    w.bind(aclKey("b"), "Ethernet1");
+    cycle();
+    EXPECT_EQ(ids(kChip1),
+              (Strings{"a/ip/in all:0", "b/ip/in all:1", "c/ip/in all:2", "e/ip/in all:3"}));
+    EXPECT_EQ(writes, (Strings{"b/ip/in", "b/ip/in all", "c/ip/in all", "e/ip/in all", "f/ip/in"}));
+    EXPECT_TRUE(sm->chipRuleListIdExhausted());
+
+    // c becomes split: its one id becomes two, which use up the range: e's entry goes too.
+    writes.clear();
+    ipRule(aclKey("c"), Zamu::IpProto::kTcp);
+    ipRule(aclKey("c"), Zamu::IpProto::kUdp);
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:1", "c/ip/in tcp:2 nonTcp:3"}));
+    EXPECT_EQ(writes, (Strings{"c/ip/in all", "c/ip/in tcp", "c/ip/in nonTcp", "e/ip/in"}));
+
+    // An ACL that leaves the chip takes its entry with it; the rest move down.
+    writes.clear();
+    w.bind(aclKey("a"), "Ethernet1", false);
+    w.bind(aclKey("b"), "Ethernet1", false);
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"c/ip/in tcp:0 nonTcp:1", "e/ip/in all:2", "f/ip/in all:3"}));
+    EXPECT_FALSE(sm->chipRuleListIdExhausted());
+}
+
 TEST_F(AclIdAllocSmTest, ADeletedMachineNoLongerAllocates) {
     allocator(kChip1, Capability{});
     w.bind(aclKey("a"), "Ethernet1");

@@ -61,46 +61,74 @@ bool isIp(const Ovin::AclKey& key) {
 
 }  // namespace
 
-// One per PhyIntfMapping of one ACL: a parent added or removed changes how the ACL reaches
-// the interface, so the interface is reviewed.
-class AclPolicySm::PhyIntfWatcher {
+// One per ACL of this chip's Index.chipAclMapping entry: a physical interface of the chip that
+// comes or goes under the ACL is reviewed, and each one present is watched for the parents
+// through which the ACL reaches it (they decide where the ACL goes in the status).
+class AclPolicySm::ChipAclWatcher {
   public:
-    PhyIntfWatcher(AclPolicySm* sm, const Ovin::AclKey& acl, const Zamu::IntfId& intf,
-                   const Vorn::Ptr<PhyIntfMapping>& entry)
-        : sub_(entry->parentIntfIdNotify(
-              [sm, acl, intf](const Zamu::IntfId&) { sm->handleAclPhyIntf(acl, intf); })) {}
-
-  private:
-    Vorn::Subscription sub_;
-};
-
-// One per ACL of Index.aclPhyIntfMapping: a physical interface that comes or goes under the
-// ACL is reviewed, and each one present is watched for its parents.
-class AclPolicySm::AclPhyIntfWatcher {
-    using Field = Vorn::EntityMapField<Zamu::IntfId, PhyIntfMapping>;
-    using Watchers = Vorn::EntryWatchers<Field, PhyIntfWatcher>;
-
-  public:
-    AclPhyIntfWatcher(AclPolicySm* sm, const Ovin::AclKey& acl,
-                      const Vorn::Ptr<AclPhyIntfColl>& entry)
-        : phyIntfMapping_(entry->phyIntfMapping(), hooks(sm, acl)) {}
-
-  private:
-    static Watchers::Hooks hooks(AclPolicySm* sm, const Ovin::AclKey& acl) {
-        auto review = [sm, acl](const Zamu::IntfId& intf, PhyIntfWatcher&,
-                                const Vorn::Ptr<PhyIntfMapping>&) {
-            sm->handleAclPhyIntf(acl, intf);
-        };
-        return Watchers::Hooks{
-            .make =
-                [sm, acl](const Zamu::IntfId& intf, const Vorn::Ptr<PhyIntfMapping>& e) {
-                    return std::make_unique<PhyIntfWatcher>(sm, acl, intf, e);
-                },
-            .added = review,
-            .gone = review};
+    ChipAclWatcher(AclPolicySm* sm, const Ovin::AclKey& acl, const Vorn::Ptr<AclIntfColl>& entry)
+        : sm_(sm), acl_(acl), entry_(entry) {
+        sub_ = entry->intfIdNotify([this](const Zamu::IntfId& intf) { handleIntf(intf); });
+        follow();
+    }
+    // Every interface of the chip under the ACL, in order.
+    void reviewAll() const {
+        for (const Zamu::IntfId& intf : entry_->intfId())
+            sm_->handleAclPhyIntf(acl_, intf);
+    }
+    // Index.aclPhyIntfMapping changed for the ACL: an entry replaced or gone (the attachment
+    // index rebuilt) may carry other parents, so every interface is reviewed.
+    void handleAclPhyIntfColl() {
+        if (sm_->index()->aclPhyIntfMapping(acl_) == phyIntfs_)
+            return;
+        follow();
+        reviewAll();
     }
 
-    Watchers phyIntfMapping_;
+  private:
+    void follow() {
+        phyIntfs_ = sm_->index()->aclPhyIntfMapping(acl_);
+        phyIntfSub_.reset();
+        parents_.clear();
+        if (phyIntfs_) {
+            phyIntfSub_ = phyIntfs_->phyIntfMappingNotify([this](const Zamu::IntfId& intf) {
+                // Only this chip's interfaces; one replaced under the ACL is reviewed.
+                if (!entry_->intfId(intf))
+                    return;
+                watchParents(intf);
+                sm_->handleAclPhyIntf(acl_, intf);
+            });
+        }
+        for (const Zamu::IntfId& intf : entry_->intfId())
+            watchParents(intf);
+    }
+    void handleIntf(const Zamu::IntfId& intf) {
+        if (entry_->intfId(intf))
+            watchParents(intf);
+        else
+            parents_.erase(intf);
+        sm_->handleAclPhyIntf(acl_, intf);
+    }
+    void watchParents(const Zamu::IntfId& intf) {
+        const Vorn::Ptr<PhyIntfMapping> mapping =
+            phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
+        if (!mapping) {
+            parents_.erase(intf);
+            return;
+        }
+        parents_[intf] = mapping->parentIntfIdNotify(
+            [sm = sm_, acl = acl_, intf](const Zamu::IntfId&) { sm->handleAclPhyIntf(acl, intf); });
+    }
+
+    AclPolicySm* const sm_;
+    const Ovin::AclKey acl_;
+    const Vorn::Ptr<AclIntfColl> entry_;
+    Vorn::Subscription sub_;
+    // The ACL's entry of Index.aclPhyIntfMapping, whose interfaces on this chip are watched.
+    Vorn::Ptr<AclPhyIntfColl> phyIntfs_;
+    Vorn::Subscription phyIntfSub_;
+    // Keyed lookups only; nothing walks it.
+    std::map<Zamu::IntfId, Vorn::Subscription> parents_;
 };
 
 AclPolicySm::AclPolicySm(Mirel::ChipId chipId,
@@ -640,6 +668,30 @@ void AclPolicySm::handleAclPhyIntf(const Ovin::AclKey& aclKey, const Zamu::IntfI
     scheduleIntfAclPolicyReview(intfId);
 }
 
+void AclPolicySm::handleChipAclColl(Vorn::Existing existing) {
+    const Vorn::Ptr<ChipAclColl> entry = index()->chipAclMapping(chipId_);
+    if (entry == chipAclColl_)
+        return;
+    FLINQ(th, 8, "Chip-" << chipId_ << " handleChipAclColl " << (entry ? "present" : "absent"));
+    chipAclWatchers_.reset();
+    chipAclColl_ = entry;
+    if (!entry)
+        return;
+    // An ACL entry that comes or goes: each of its interfaces is reviewed, in order.
+    auto reviewAll = [](const Ovin::AclKey&, ChipAclWatcher& watcher,
+                        const Vorn::Ptr<AclIntfColl>&) { watcher.reviewAll(); };
+    chipAclWatchers_ = std::make_unique<ChipAclWatchers>(
+        entry->aclIntfMapping(),
+        ChipAclWatchers::Hooks{
+            .make =
+                [this](const Ovin::AclKey& acl, const Vorn::Ptr<AclIntfColl>& e) {
+                    return std::make_unique<ChipAclWatcher>(this, acl, e);
+                },
+            .added = reviewAll,
+            .gone = reviewAll},
+        existing);
+}
+
 void AclPolicySm::handleInitialized() {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleInitialized");
     VORN_ASSERT(chipHwCapability());
@@ -649,28 +701,22 @@ void AclPolicySm::handleInitialized() {
     VORN_ASSERT(chipId() == chipHwCapability()->chipId());
     VORN_ASSERT(chipId() == aclPolicyStatus()->chipId());
     VORN_ASSERT(chipHwCapability()->aclTypeCombinationByPrioritys());
-    aclPhyIntfColl_.reset();
+    chipAclWatchers_.reset();
+    chipAclColl_ = nullptr;
     chipIntfMappingTaken_ = false;
     StateMachine::handleInitialized();
-    // Every interface under an ACL entry that comes or goes; the set is hashed, so it is
-    // sorted first (the reaction traces).
-    auto reviewAll = [this](const Ovin::AclKey& acl, AclPhyIntfWatcher&,
-                            const Vorn::Ptr<AclPhyIntfColl>& entry) {
-        std::vector<Zamu::IntfId> intfs = entry->phyIntfMapping().keys();
-        std::sort(intfs.begin(), intfs.end());
-        for (const Zamu::IntfId& intf : intfs)
-            handleAclPhyIntf(acl, intf);
-    };
+    // An ACL's entry comes or goes here only when it first or last reaches a port (or the
+    // attachment index is rebuilt); what happens under it reaches only the chips concerned.
+    aclPhyIntfMappingSub_ = index()->aclPhyIntfMappingNotify([this](const Ovin::AclKey& acl) {
+        if (ChipAclWatcher* w = chipAclWatchers_ ? chipAclWatchers_->find(acl) : nullptr)
+            w->handleAclPhyIntfColl();
+    });
+    chipAclMappingSub_ = index()->chipAclMappingNotify([this](const Mirel::ChipId& chip) {
+        if (chip == chipId_)
+            handleChipAclColl(Vorn::Existing::add);
+    });
     // The ACLs present now only get watchers: every interface of the chip is reviewed below.
-    aclPhyIntfColl_ = std::make_unique<AclPhyIntfWatchers>(
-        index()->aclPhyIntfMapping(),
-        AclPhyIntfWatchers::Hooks{
-            .make =
-                [this](const Ovin::AclKey& acl, const Vorn::Ptr<AclPhyIntfColl>& entry) {
-                    return std::make_unique<AclPhyIntfWatcher>(this, acl, entry);
-                },
-            .added = reviewAll,
-            .gone = reviewAll});
+    handleChipAclColl(Vorn::Existing::watch);
     chipIntfMappingSub_ = index()->chipIntfMappingNotify([this](const Mirel::ChipId& chip) {
         if (chip == chipId_)
             handleChipIntfMapping(chip);
@@ -680,7 +726,10 @@ void AclPolicySm::handleInitialized() {
 
 void AclPolicySm::handleDelete() {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleDelete");
-    aclPhyIntfColl_.reset();
+    chipAclMappingSub_.reset();
+    aclPhyIntfMappingSub_.reset();
+    chipAclWatchers_.reset();
+    chipAclColl_ = nullptr;
     chipIntfMappingSub_.reset();
     chipIntfSub_.reset();
     chipIntfMappingDel();

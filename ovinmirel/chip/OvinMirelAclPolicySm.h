@@ -6,8 +6,11 @@
 //
 // Watches (from handleInitialized on):
 //  - Index.chipIntfMapping, for this chip's entry, and that entry's interface set;
-//  - Index.aclPhyIntfMapping: one watcher per ACL entry, and in it one per physical interface
-//    entry (its parent set). Any change schedules a review of the interface concerned.
+//  - Index.chipAclMapping, for this chip's entry only: one watcher per ACL, which watches the
+//    ACL's interface set on this chip and, per interface, the parents through which the ACL
+//    reaches it (Index.aclPhyIntfMapping: the ACL's entry, its interfaces of this chip and
+//    their parent sets). Any change schedules a review of the interface concerned. So a
+//    change costs the chips it concerns, not every chip.
 // Writes:  AclPolicyStatus (intfAclMapping, routedPortSharedAclMapping, vlanAclMapping,
 //          subIntfAclMapping); it is their only writer.
 // Timer:   intfPolicyTimer, armed for time 0 by every schedule, so a burst of changes is
@@ -209,10 +212,12 @@ class AclPolicySm : public Vorn::StateMachine {
     void handleDelete() override;
 
   private:
-    class PhyIntfWatcher;
-    class AclPhyIntfWatcher;
-    using AclPhyIntfField = Vorn::EntityMapField<Ovin::AclKey, AclPhyIntfColl>;
-    using AclPhyIntfWatchers = Vorn::EntryWatchers<AclPhyIntfField, AclPhyIntfWatcher>;
+    class ChipAclWatcher;
+    using ChipAclField = Vorn::EntityMapField<Ovin::AclKey, AclIntfColl, Vorn::Ordered>;
+    using ChipAclWatchers = Vorn::EntryWatchers<ChipAclField, ChipAclWatcher>;
+
+    // Index.chipAclMapping changed for this chip: follows its (new) entry.
+    void handleChipAclColl(Vorn::Existing existing);
 
     // What a review puts in effect on an interface: per admitted ACL (in key order), the
     // parents it comes through; and whether the interface's own ACLs go to
@@ -246,7 +251,12 @@ class AclPolicySm : public Vorn::StateMachine {
     Vorn::Subscription errIntfLog_;
     Vorn::Subscription chipIntfMappingSub_;
     Vorn::Subscription chipIntfSub_;
-    std::unique_ptr<AclPhyIntfWatchers> aclPhyIntfColl_;
+    Vorn::Subscription chipAclMappingSub_;
+    Vorn::Subscription aclPhyIntfMappingSub_;
+    // This chip's entry of Index.chipAclMapping (null while the chip carries no ACL), held so
+    // that its watchers outlive its removal from the Index.
+    Vorn::Ptr<ChipAclColl> chipAclColl_;
+    std::unique_ptr<ChipAclWatchers> chipAclWatchers_;
 };
 
 class AclPolicySmColl : public Vorn::Entity {

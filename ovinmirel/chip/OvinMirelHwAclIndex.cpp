@@ -100,46 +100,27 @@ HwAclIndexKey::HwAclIndexKey(Ovin::AclKey v4PAclIn, Ovin::AclKey v6PAclIn, Ovin:
         fieldIs(Field(i), *all[i]);
 }
 
-const HwAclIndexKey::Rep& HwAclIndexKey::emptyRep() {
-    static const Rep kEmpty;
-    return kEmpty;
-}
+SharedAclKey::SharedAclKey(const Ovin::AclKey& aclKey)
+    : aclKey_(aclKey), fieldHash_(aclKeyHash(aclKey)), isDefault_(unused(aclKey)) {}
 
-HwAclIndexKey::Rep& HwAclIndexKey::mutableRep() {
-    if (!rep_) {
-        rep_ = Vorn::make<Rep>();
-    } else if (rep_->references() > 1) {
-        Vorn::Ptr<Rep> own = Vorn::make<Rep>();
-        own->used = rep_->used;
-        own->fieldHashes = rep_->fieldHashes;
-        own->fields = rep_->fields;
-        rep_ = own;
-    }
-    hashKnown_ = false;
-    return *rep_;
+AclKeyRef sharedAclKeyFactory(const Ovin::AclKey& aclKey) {
+    return Vorn::make<const SharedAclKey>(aclKey);
 }
 
 const Ovin::AclKey& HwAclIndexKey::field(Field f) const {
     static const Ovin::AclKey kUnused;
-    const std::optional<Ovin::AclKey>& held = rep().fields[f];
-    return held ? *held : kUnused;
+    return fields_[f] ? fields_[f]->aclKey() : kUnused;
 }
 
-void HwAclIndexKey::fieldIs(Field f, const Ovin::AclKey& aclKey, uint32_t fieldHash) {
-    const uint16_t bit = uint16_t(1u << f);
-    if (unused(aclKey)) {
-        if (rep().used & bit) {
-            Rep& rep = mutableRep();
-            rep.used &= uint16_t(~bit);
-            rep.fieldHashes[f] = 0;
-            rep.fields[f].reset();
-        }
-        return;
-    }
-    Rep& rep = mutableRep();
-    rep.used |= bit;
-    rep.fieldHashes[f] = fieldHash;
-    rep.fields[f] = aclKey;
+void HwAclIndexKey::fieldIs(Field f, const Ovin::AclKey& aclKey) {
+    fieldIs(f, unused(aclKey) ? nullptr : sharedAclKeyFactory(aclKey));
+}
+
+void HwAclIndexKey::fieldIs(Field f, AclKeyRef aclKey) {
+    if (aclKey && aclKey->isDefault())
+        aclKey = nullptr;
+    fields_[f] = std::move(aclKey);
+    hashKnown_ = false;
 }
 
 uint32_t HwAclIndexKey::fieldHash(const Ovin::AclKey& aclKey) {
@@ -169,17 +150,46 @@ HwAclIndexKey::HwAclIndexKey(std::string_view text) {
     *this = std::move(key);
 }
 
+bool HwAclIndexKey::operator==(const HwAclIndexKey& o) const {
+    if (hashKnown_ && o.hashKnown_ && hash_ != o.hash_)
+        return false;
+    for (int i = 0; i < kFieldCount; ++i) {
+        const SharedAclKey* a = fields_[i].ptr();
+        const SharedAclKey* b = o.fields_[i].ptr();
+        // Keys built from one shared key per ACL: most fields compare by address.
+        if (a == b)
+            continue;
+        if (!a || !b || a->fieldHash() != b->fieldHash() || !(a->aclKey() == b->aclKey()))
+            return false;
+    }
+    return true;
+}
+
+bool HwAclIndexKey::operator<(const HwAclIndexKey& o) const {
+    for (int i = 0; i < kFieldCount; ++i) {
+        if (fields_[i] == o.fields_[i])
+            continue;
+        const auto order = field(Field(i)) <=> o.field(Field(i));
+        if (order != 0)
+            return order < 0;
+    }
+    return false;
+}
+
 bool HwAclIndexKey::operator!() const {
-    return rep().used == 0;
+    for (const AclKeyRef& f : fields_) {
+        if (f)
+            return false;
+    }
+    return true;
 }
 
 uint32_t HwAclIndexKey::computeHash() const {
     // Most fields of a key are unused: their hash is worked out once.
     static const uint32_t kUnusedFieldHash = aclKeyHash(Ovin::AclKey{});
     Vorn::Hash::State state;
-    const Rep& r = rep();
-    for (int i = 0; i < kFieldCount; ++i)
-        Vorn::Hash::mix(state, (r.used >> i) & 1 ? r.fieldHashes[i] : kUnusedFieldHash);
+    for (const AclKeyRef& f : fields_)
+        Vorn::Hash::mix(state, f ? f->fieldHash() : kUnusedFieldHash);
     return Vorn::Hash::result(state);
 }
 

@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -26,6 +25,28 @@
 #include "platform/zamu/IntfId.h"
 
 namespace OvinMirel {
+
+// An ACL key held by reference: read-only, shared by everything that holds the ACL, with the
+// hash it contributes as a field of a HwAclIndexKey. The PD mapping makes one per ACL of the
+// active root and hands references to every place and key that holds the ACL, so copying one
+// costs a reference count instead of an ACL key.
+class SharedAclKey : public Vorn::PtrInterface {
+  public:
+    explicit SharedAclKey(const Ovin::AclKey& aclKey);
+    const Ovin::AclKey& aclKey() const { return aclKey_; }
+    // HwAclIndexKey::fieldHash(aclKey()).
+    uint32_t fieldHash() const { return fieldHash_; }
+    // The default ACL key, which leaves a field of a HwAclIndexKey unused.
+    bool isDefault() const { return isDefault_; }
+
+  private:
+    const Ovin::AclKey aclKey_;
+    const uint32_t fieldHash_;
+    const bool isDefault_;
+};
+using AclKeyRef = Vorn::Ptr<const SharedAclKey>;
+
+AclKeyRef sharedAclKeyFactory(const Ovin::AclKey& aclKey);
 
 class HwAclIndexKey {
   public:
@@ -61,11 +82,9 @@ class HwAclIndexKey {
     // A field; an unused one holds the default ACL key.
     const Ovin::AclKey& field(Field f) const;
     // Sets a field; the default ACL key leaves it unused.
-    void fieldIs(Field f, const Ovin::AclKey& aclKey) { fieldIs(f, aclKey, fieldHash(aclKey)); }
-    // The same, for a caller that has the field's hash already. REQUIRES: fieldHash ==
-    // HwAclIndexKey::fieldHash(aclKey). Keys are built place by place from ACLs that many
-    // places share, so their field hashes are worth keeping.
-    void fieldIs(Field f, const Ovin::AclKey& aclKey, uint32_t fieldHash);
+    void fieldIs(Field f, const Ovin::AclKey& aclKey);
+    // The same with a shared ACL key, which the field then shares (null leaves it unused).
+    void fieldIs(Field f, AclKeyRef aclKey);
     // What a field holding aclKey contributes to hash(): Jenkins' one-at-a-time hash over the
     // 4 little-endian bytes of the hash of the ACL name (0 when empty), the 4 bytes of the ACL
     // type, the direction and flag bytes, the 4 bytes of the VLAN id (0 when none) and the 4
@@ -84,18 +103,10 @@ class HwAclIndexKey {
     const Ovin::AclKey& macAclOut() const { return field(macAclOut_); }
 
     // All ten fields equal, compared in field order.
-    bool operator==(const HwAclIndexKey& o) const {
-        if (rep_ == o.rep_)
-            return true;
-        if (hashKnown_ && o.hashKnown_ && hash_ != o.hash_)
-            return false;
-        const Rep& a = rep();
-        const Rep& b = o.rep();
-        return a.used == b.used && a.fieldHashes == b.fieldHashes && a.fields == b.fields;
-    }
+    bool operator==(const HwAclIndexKey& o) const;
     // Lexicographic over the fields in field order, by the ACL key's own order (in which the
     // default key comes first, as an unused field does here).
-    bool operator<(const HwAclIndexKey& o) const { return rep().fields < o.rep().fields; }
+    bool operator<(const HwAclIndexKey& o) const;
     // True when every field is default: nothing is bound, and such a key gets no index.
     bool operator!() const;
     // The field hashes fed in field order to the framework's hash state, and its result.
@@ -110,21 +121,12 @@ class HwAclIndexKey {
     }
 
   private:
-    // The fields, shared between copies until one of them changes a field: a key is copied
-    // into every map that files it. Only used fields hold an ACL key.
-    struct Rep : Vorn::PtrInterface {
-        // Which fields are used, and their hashes (0 for an unused one): the tests that most
-        // keys fail early read these, not the ACL keys.
-        uint16_t used = 0;
-        std::array<uint32_t, kFieldCount> fieldHashes{};
-        std::array<std::optional<Ovin::AclKey>, kFieldCount> fields;
-    };
-    static const Rep& emptyRep();
-    const Rep& rep() const { return rep_ ? *rep_ : emptyRep(); }
-    Rep& mutableRep();
     uint32_t computeHash() const;
 
-    Vorn::Ptr<Rep> rep_;  // null: every field unused
+    // Only the used fields hold anything, a reference to their shared ACL key; an unused field
+    // is null. (Ten ACL keys held in place would make every key about 1 KB to build and copy,
+    // though a place uses two or three of them.)
+    std::array<AclKeyRef, kFieldCount> fields_;
     mutable uint32_t hash_ = 0;
     mutable bool hashKnown_ = false;
 };

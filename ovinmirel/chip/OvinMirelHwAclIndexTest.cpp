@@ -172,11 +172,26 @@ TEST(HwAclIndexKey, CopiesStayApartWhenOneChanges) {
     // A changed field is hashed again, not served from before.
     EXPECT_NE(copy.hash(), hashBefore);
     EXPECT_EQ(copy.hash(), keyWith(HwAclIndexKey::v4PAclIn_, aclKey("b")).hash());
-    // A field given with its hash is the same as one given without.
-    HwAclIndexKey withHash;
-    withHash.fieldIs(HwAclIndexKey::v4PAclIn_, aclKey("b"), HwAclIndexKey::fieldHash(aclKey("b")));
-    EXPECT_TRUE(withHash == copy);
-    EXPECT_EQ(withHash.hash(), copy.hash());
+    // A field given a shared ACL key is the same as one given the ACL key, and keys sharing
+    // one stay apart too.
+    const AclKeyRef b = sharedAclKeyFactory(aclKey("b"));
+    EXPECT_EQ(b->fieldHash(), HwAclIndexKey::fieldHash(aclKey("b")));
+    HwAclIndexKey shared, other;
+    shared.fieldIs(HwAclIndexKey::v4PAclIn_, b);
+    other.fieldIs(HwAclIndexKey::v4PAclIn_, b);
+    EXPECT_TRUE(shared == copy);
+    EXPECT_FALSE(shared < copy || copy < shared);
+    EXPECT_EQ(shared.hash(), copy.hash());
+    other.fieldIs(HwAclIndexKey::v6PAclIn_, b);
+    EXPECT_FALSE(other == shared);
+    EXPECT_TRUE(shared < other);
+    EXPECT_EQ(shared.field(HwAclIndexKey::v6PAclIn_), Ovin::AclKey{});
+    // A shared default key leaves the field unused, like the default key itself.
+    other.fieldIs(HwAclIndexKey::v6PAclIn_, sharedAclKeyFactory(Ovin::AclKey{}));
+    EXPECT_TRUE(other == shared);
+    EXPECT_EQ(other.hash(), shared.hash());
+    other.fieldIs(HwAclIndexKey::v4PAclIn_, nullptr);
+    EXPECT_TRUE(!other);
 }
 
 TEST(HwAclIndexKey, StringFormReadsBack) {

@@ -69,6 +69,72 @@ std::string keyFields(const HwAclIndexKey& key) {
 
 }  // namespace
 
+AclKeySet::AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
+    for (const Ovin::AclKey& acl : acls)
+        insert(acl);
+}
+
+AclKeySet::AclKeySet(AclKeySet&& o) noexcept
+    : inPlaceCount_(std::exchange(o.inPlaceCount_, 0)),
+      inPlace_(std::move(o.inPlace_)),
+      spilled_(std::move(o.spilled_)) {
+    o.spilled_.clear();
+}
+
+AclKeySet& AclKeySet::operator=(AclKeySet&& o) noexcept {
+    inPlaceCount_ = std::exchange(o.inPlaceCount_, 0);
+    inPlace_ = std::move(o.inPlace_);
+    spilled_ = std::move(o.spilled_);
+    o.spilled_.clear();
+    return *this;
+}
+
+namespace {
+
+bool aclKeyLess(const AclKeyRef& a, const Ovin::AclKey& b) {
+    return a->aclKey() < b;
+}
+
+}  // namespace
+
+bool AclKeySet::contains(const Ovin::AclKey& acl) const {
+    const std::span<const AclKeyRef> held = refs();
+    const auto at = std::lower_bound(held.begin(), held.end(), acl, aclKeyLess);
+    return at != held.end() && (*at)->aclKey() == acl;
+}
+
+bool AclKeySet::insert(const AclKeyRef& acl) {
+    const std::span<const AclKeyRef> held = refs();
+    const auto at = std::lower_bound(held.begin(), held.end(), acl->aclKey(), aclKeyLess);
+    if (at != held.end() && (*at)->aclKey() == acl->aclKey())
+        return false;
+    const size_t pos = size_t(at - held.begin());
+    if (spilled_.empty() && inPlaceCount_ < kInPlace) {
+        std::move_backward(inPlace_.begin() + pos, inPlace_.begin() + inPlaceCount_,
+                           inPlace_.begin() + inPlaceCount_ + 1);
+        inPlace_[pos] = acl;
+        ++inPlaceCount_;
+        return true;
+    }
+    if (spilled_.empty()) {
+        spilled_.reserve(2 * kInPlace);
+        for (size_t i = 0; i < inPlaceCount_; ++i)
+            spilled_.push_back(std::move(inPlace_[i]));
+        inPlaceCount_ = 0;
+    }
+    spilled_.insert(spilled_.begin() + std::ptrdiff_t(pos), acl);
+    return true;
+}
+
+bool AclKeySet::operator==(const AclKeySet& o) const {
+    const std::span<const AclKeyRef> a = refs();
+    const std::span<const AclKeyRef> b = o.refs();
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const AclKeyRef& x, const AclKeyRef& y) {
+                          return x == y || x->aclKey() == y->aclKey();
+                      });
+}
+
 // The four families differ only in what these traits name: the policy collection read, the
 // internal mapping, the table types put in the key (through the pool), the pool, the 1st-level
 // table written, the key-to-place set, the waiting set and the words of the traces.
@@ -236,10 +302,11 @@ Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
     return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
 }
 
-// An ACL of the active root: its ids, and the hash it contributes to a key's hash.
+// An ACL of the active root: its ids, and the shared key that places' ACL sets and hardware
+// ACL index keys holding it refer to.
 struct MappingSm::ActiveAcl {
     const Mirel::AclIdTypeSet* ids;
-    uint32_t fieldHash;
+    AclKeyRef acl;
 };
 
 // The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
@@ -251,7 +318,10 @@ class MappingSm::ActiveAcls {
   public:
     using Acl = ActiveAcl;
 
-    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root)
+    // `previous`: the table of the root active before, whose shared keys are taken over for
+    // the ACLs this root holds too (a new root mostly holds the ACLs of the one before).
+    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root,
+               const ActiveAcls* previous)
         : root_(root) {
         // The root configuration replaced or gone under its id: no longer the one to follow.
         rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
@@ -259,19 +329,14 @@ class MappingSm::ActiveAcls {
                 stale_ = true;
         });
         sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) { filled_ = false; });
-        fill();
+        fill(previous && previous->filled_ ? previous : nullptr);
     }
     const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
     bool stale() const { return stale_; }
     const Acl* find(const Ovin::AclKey& acl) const {
         if (!filled_)
-            fill();
-        const size_t hash = hashOf(acl);
-        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
-            if (slots_[i].hash == hash && *slots_[i].key == acl)
-                return &slots_[i].acl;
-        }
-        return nullptr;
+            fill(nullptr);
+        return lookUp(acl, hashOf(acl));
     }
 
   private:
@@ -285,7 +350,16 @@ class MappingSm::ActiveAcls {
                     uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
                        0x9e3779b97f4a7c15ULL;
     }
-    void fill() const {
+    // REQUIRES: filled_ (else the slots may point to keys the root no longer holds).
+    const Acl* lookUp(const Ovin::AclKey& acl, size_t hash) const {
+        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
+            if (slots_[i].hash == hash && *slots_[i].key == acl)
+                return &slots_[i].acl;
+        }
+        return nullptr;
+    }
+    // `previous`: a filled table whose shared keys to take over, or null.
+    void fill(const ActiveAcls* previous) const {
         size_t size = 16;
         while (size < 2 * root_->aclKeyToAclIdTypeSets())
             size *= 2;
@@ -297,7 +371,9 @@ class MappingSm::ActiveAcls {
             size_t i = hash & mask_;
             while (slots_[i].key)
                 i = (i + 1) & mask_;
-            slots_[i] = Slot{hash, &acl, Acl{ids.ptr(), HwAclIndexKey::fieldHash(acl)}};
+            const Acl* before = previous ? previous->lookUp(acl, hash) : nullptr;
+            slots_[i] =
+                Slot{hash, &acl, Acl{ids.ptr(), before ? before->acl : sharedAclKeyFactory(acl)}};
         }
         filled_ = true;
     }
@@ -327,66 +403,75 @@ MappingSm::~MappingSm() = default;
 
 const MappingSm::ActiveAcls& MappingSm::activeAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
-    if (activeAcls_ && rootId && *rootId == activeAcls_->root()->rootConfigId() &&
-        !activeAcls_->stale()) {
+    VORN_ASSERT_MSG(rootId, "activeRootConfig");
+    return activeAclsOf(*rootId);
+}
+
+const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
+    if (activeAcls_ && rootId == activeAcls_->root()->rootConfigId() && !activeAcls_->stale())
         return *activeAcls_;
+    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
+        glueStatus_->rootConfigColl()->rootConfig(rootId);
+    if (!activeRootConfig) {
+        FLINQ(th, kFast, "rootId " << rootId << " missing root config");
+        VORN_ASSERT(activeRootConfig);
     }
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig = this->activeRootConfig();
-    VORN_ASSERT(activeRootConfig);
-    activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig);
+    activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig,
+                                               activeAcls_.get());
     return *activeAcls_;
 }
 
 // ---- gates ----
 
-bool MappingSm::shouldUpdateInternalMapping() const {
+const MappingSm::ActiveAcls* MappingSm::mappedRootAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     if (!rootId) {
         FLINQ(th, 8, "    no active root");
-        return false;
+        return nullptr;
     }
-    const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
-        glueStatus_->rootConfigColl()->rootConfig(*rootId);
-    if (!activeRootConfig) {
-        FLINQ(th, kFast, "rootId " << *rootId << " missing root config");
-        VORN_ASSERT(activeRootConfig);
-    }
-    if (activeRootConfig->aclKeyToAclIdTypeSet().empty()) {
+    const ActiveAcls& active = activeAclsOf(*rootId);
+    if (active.root()->aclKeyToAclIdTypeSet().empty()) {
         FLINQ(th, 8, "    no active acls");
-        return false;
+        return nullptr;
     }
-    return true;
+    return &active;
+}
+
+bool MappingSm::shouldUpdateInternalMapping() const {
+    return mappedRootAcls() != nullptr;
 }
 
 template <class F>
-bool MappingSm::gate(const typename F::Place& place, const typename F::PolicyEntry* entry) const {
-    if (!shouldUpdateInternalMapping())
-        return false;
+const MappingSm::ActiveAcls* MappingSm::gate(const typename F::Place& place,
+                                             const typename F::PolicyEntry* entry) const {
+    const ActiveAcls* active = mappedRootAcls();
+    if (!active)
+        return nullptr;
     if constexpr (std::is_same_v<F, VlanFamily> || std::is_same_v<F, SubIntfFamily>) {
-        // Something to remove, or an ACL of the place that the active root holds.
-        if (F::internal(*this).contains(place) || F::placeToKey(*this).contains(place) ||
-            F::waiting(*this).contains(place)) {
-            return true;
-        }
-        const ActiveAcls& active = activeAcls();
+        // An ACL of the place that the active root holds, or something to remove.
         if (entry) {
             for (const Ovin::AclKey& acl : entry->aclKey()) {
-                if (active.find(acl))
-                    return true;
+                if (active->find(acl))
+                    return active;
             }
         }
+        if (F::internal(*this).contains(place) || F::placeToKey(*this).contains(place) ||
+            F::waiting(*this).contains(place)) {
+            return active;
+        }
         FLINQ(th, 8, "    no racls on " << F::kWord << " in active config, ignore");
-        return false;
+        return nullptr;
     }
-    return true;
+    return active;
 }
 
 bool MappingSm::shouldUpdateInternalVlanMapping(Bridging::VlanId vlanId) const {
-    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr());
+    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr()) != nullptr;
 }
 
 bool MappingSm::shouldUpdateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) const {
-    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr());
+    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr()) !=
+           nullptr;
 }
 
 // ---- one place ----
@@ -413,24 +498,27 @@ void MappingSm::process(const typename F::Place& place, const typename F::Policy
         VORN_ASSERT_MSG(Zamu::SubIntfId::isSubIntfId(place),
                         "Zamu::SubIntfId::isSubIntfId( subIntfId )");
     }
-    if (!gate<F>(place, entry))
+    const ActiveAcls* active = gate<F>(place, entry);
+    if (!active)
         return;
     // The key is worked out on the way, from the ACLs just looked up.
     KeyIds keyIds;
-    const bool mapped = updateInternalMapping<F>(place, entry, &keyIds);
+    const bool mapped = updateInternalMapping<F>(place, entry, *active, &keyIds);
     maybeUpdatePdMapping<F>(place, mapped ? &keyIds : nullptr);
 }
 
 template <class F>
 bool MappingSm::updateInternalMapping(const typename F::Place& place,
-                                      const typename F::PolicyEntry* entry, KeyIds* keyIds) {
+                                      const typename F::PolicyEntry* entry,
+                                      const ActiveAcls& activeAcls, KeyIds* keyIds) {
     VORN_ASSERT(initialized());
+    // The old entry goes; a new one replaces it in the same write, below.
     FLINQ(th, 8, "    remove " << place << " from internal " << F::kWord << " mapping");
-    F::internal(*this).del(place);
-    if (!entry)
+    if (!entry) {
+        F::internal(*this).del(place);
         return false;
+    }
     FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
-    const ActiveAcls& activeAcls = this->activeAcls();
     AclKeySet acls;
     for (const Ovin::AclKey& acl : entry->aclKey()) {
         const ActiveAcl* active = activeAcls.find(acl);
@@ -440,12 +528,13 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
         }
         const Mirel::TableType tableType = tableTypeOf(acl, *active->ids);
         FLINQ(th, 8, "      adding " << acl);
-        acls.insert(acls.end(), acl);
+        acls.insert(active->acl);
         if (keyIds)
             addToKey<F>(*keyIds, acl, *active, tableType);
     }
     if (acls.empty()) {
         FLINQ(th, 8, "    no active acls found");
+        F::internal(*this).del(place);
         return false;
     }
     F::internal(*this).is(place, std::move(acls));
@@ -463,7 +552,7 @@ void MappingSm::addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAc
         VORN_ASSERT(false);
     }
     // A later ACL of the same kind and direction overwrites an earlier one.
-    keyIds.key.fieldIs(HwAclIndexKey::Field(field), acl, active.fieldHash);
+    keyIds.key.fieldIs(HwAclIndexKey::Field(field), active.acl);
     keyIds.ids[field] = active.ids;
 }
 
@@ -539,7 +628,8 @@ template <class F>
 void MappingSm::maybeUpdatePdMapping(const typename F::Place& place, const KeyIds* known) {
     VORN_ASSERT(initialized());
     F::waiting(*this).del(place);  // decided again below
-    if (!F::internal(*this).contains(place)) {
+    // A caller that knows the key has just filed the place's internal entry.
+    if (!known && !F::internal(*this).contains(place)) {
         FLINQ(th, 8, "    " << F::kWord << " " << place << " removed, delete pd mapping");
         deletePdMapping<F>(place);
         return;
@@ -871,20 +961,20 @@ void MappingSm::processSubIntf(const Zamu::IntfId& subIntfId) {
 }
 
 void MappingSm::updateInternalIntfMapping(const Zamu::IntfId& intfId) {
-    updateInternalMapping<IntfFamily>(intfId,
-                                      IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
+    updateInternalMapping<IntfFamily>(
+        intfId, IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr(), activeAcls());
 }
 void MappingSm::updateInternalRoutedPortMapping(const Zamu::IntfId& intfId) {
     updateInternalMapping<RoutedPortFamily>(
-        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr());
+        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr(), activeAcls());
 }
 void MappingSm::updateInternalVlanMapping(Bridging::VlanId vlanId) {
-    updateInternalMapping<VlanFamily>(vlanId,
-                                      VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr());
+    updateInternalMapping<VlanFamily>(
+        vlanId, VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr(), activeAcls());
 }
 void MappingSm::updateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) {
     updateInternalMapping<SubIntfFamily>(
-        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr());
+        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr(), activeAcls());
 }
 
 HwAclIndexKey MappingSm::getIntfHwAclIndexKey(const Zamu::IntfId& intfId) const {
