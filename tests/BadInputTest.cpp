@@ -166,6 +166,7 @@ struct BadInput {
     std::function<void(World&)> refused;
     std::string outcome;                        // "<kind>: <exact text>"
     std::function<void(World&)> accepted = {};  // the in-range neighbour, when there is one
+    bool acceptedShows = true;  // the neighbour changes the switch state (not all settings do)
 };
 
 void PrintTo(const BadInput& c, std::ostream* os) {
@@ -188,6 +189,9 @@ TEST_P(BadInputTest, RefusedWithItsTextAndNothingChanges) {
     if (c.accepted) {
         EXPECT_EQ(outcomeOf([&] { c.accepted(w); }), "accepted");
         w.settle();
+        if (c.acceptedShows) {
+            EXPECT_NE(fullState(w), before) << "the in-range neighbour changed nothing";
+        }
     }
 }
 
@@ -201,9 +205,10 @@ TestAgentChipCapability capability(std::function<void(TestAgentChipCapability&)>
     return c;
 }
 
-// A rule line of an ACL new to the switch.
+// A rule line for the bound ACL of that type: refused, it must leave the ACL as it was.
 std::function<void(World&)> rule(Acl::AclType type, std::string line) {
-    return [type, line](World& w) { w.root->aclRuleIs("fresh", type, line); };
+    const char* name = type == Acl::aclTypeIpv6 ? "v6" : type == Acl::aclTypeMac ? "macs" : "web";
+    return [name, type, line](World& w) { w.root->aclRuleIs(name, type, line); };
 }
 
 const Acl::AclEntry kPermitAll = Acl::AclEntry::ip(Acl::IpRuleConfig());
@@ -252,11 +257,11 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"updateDelayNegative",
                  [](World& w) { w.root->aclParamConfig()->updateDelayIs(-0.5); },
                  "range: ParamConfig::updateDelay < 0 or not finite not allowed",
-                 [](World& w) { w.root->aclParamConfig()->updateDelayIs(0); }},
+                 [](World& w) { w.root->aclParamConfig()->updateDelayIs(0); }, false},
         BadInput{"runUntilBeforeNow",
                  [](World& w) { w.root->runUntil(w.root->clock().now() - 0.001); },
                  "invalid: TestAgentRoot::runUntil: a time before now",
-                 [](World& w) { w.root->runUntil(w.root->clock().now()); }}),
+                 [](World& w) { w.root->runUntil(w.root->clock().now()); }, false}),
     nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
