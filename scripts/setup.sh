@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, tests and benchmarks need, when they are missing.
+# Installs the Debian packages the build, tests, benchmarks and fuzz targets need, when they are
+# missing (clang with its runtime libraries: libFuzzer for scripts/fuzz.sh).
 set -euo pipefail
 packages=(cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev libcli11-dev
-    nlohmann-json3-dev pkg-config)
+    nlohmann-json3-dev pkg-config clang libclang-rt-dev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -161,6 +161,12 @@ void TestAgentRoot::chipIs(Mirel::ChipId chip, const TestAgentChipCapability& ca
     if (chip.value() > kMaxChipId)
         Vorn::throwRangeError("TestAgentRoot::chip > " + std::to_string(kMaxChipId) +
                               " not allowed");
+    // Chip rule list ids are 8 bits wide and hardware ACL indexes 16: a driver publishing more
+    // is refused here, before the per-chip machines take it for an invariant.
+    if (capability.chipRuleListIdMax > 255)
+        Vorn::throwRangeError("TestAgentRoot::chipRuleListIdMax > 255 not allowed");
+    if (capability.hwAclIndexMax > 65535)
+        Vorn::throwRangeError("TestAgentRoot::hwAclIndexMax > 65535 not allowed");
     // Every combination is checked before the first write.
     std::vector<Mirel::AclTypeCombinationBitMask> combinations;
     for (uint32_t c : capability.aclTypeCombinations)

@@ -158,8 +158,10 @@ class TestAgentRoot : public Vorn::Entity {
     Vorn::VirtualClock& clock() const { return *clock_; }
 
     // ---- Chips and ports ----
-    // Refuses a chip id above kMaxChipId ("TestAgentRoot::chip > 2147483647 not allowed") and
-    // a combination above 0x3ff (its range error), before anything is written.
+    // Refuses a chip id above kMaxChipId ("TestAgentRoot::chip > 2147483647 not allowed"), a
+    // chipRuleListIdMax above 255 ("TestAgentRoot::chipRuleListIdMax > 255 not allowed"), a
+    // hwAclIndexMax above 65535 ("TestAgentRoot::hwAclIndexMax > 65535 not allowed") and a
+    // combination above 0x3ff (its range error), before anything is written.
     void chipIs(Mirel::ChipId chip, const TestAgentChipCapability& capability = {});
     // Nothing when the chip is not there.
     void chipDel(Mirel::ChipId chip);

@@ -32,6 +32,9 @@ template <class... F>
 struct Overloaded : F... {
     using F::operator()...;
 };
+// Spelt out for compilers without aggregate deduction (clang before 17, used by the fuzz build).
+template <class... F>
+Overloaded(F...) -> Overloaded<F...>;
 
 std::string chipName(uint32_t chip) {
     return "chip " + std::to_string(chip);

@@ -16,6 +16,9 @@ template <class... F>
 struct Overloaded : F... {
     using F::operator()...;
 };
+// Spelt out for compilers without aggregate deduction (clang before 17, used by the fuzz build).
+template <class... F>
+Overloaded(F...) -> Overloaded<F...>;
 
 Json names(const std::vector<Zamu::IntfId>& ids) {
     Json out = Json::array();
