@@ -12,9 +12,9 @@
 // every group of chips that port-channels span binds its own ACLs, at most kBoundPerGroup of
 // them; the other ACLs are configured with their rules and bound nowhere.
 //
-// Every time is the thread's CPU time measured by hand around the work itself: building the agent and the
-// configuration's description, undoing a change and tearing down are left out, and so is the
-// commit timer's delay, which passes on the virtual clock at no cost.
+// Every time is the thread's CPU time measured by hand around the work itself: building the
+// agent and the configuration's description, undoing a change and tearing down are left out,
+// and so is the commit timer's delay, which passes on the virtual clock at no cost.
 //
 //  ScaleApply/<S>        empty switch (chips, ports and interfaces up, no ACL) to every chip's
 //                        mappings loaded, one commit.
@@ -32,8 +32,8 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <ctime>
 #include <cstdint>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <map>
