@@ -55,6 +55,16 @@ Vorn::Seconds TimerWheel::nextExpiry() const {
 }
 
 void TimerWheel::arm(Timer& t, Vorn::Seconds expiry) {
+    // A timer waiting in the heap moves to its new place from where it stands: machines
+    // re-arm their review timer on every change they see, and one sift costs less than a
+    // removal and a push.
+    if (t.heapIndex_ != Timer::kNowhere) {
+        t.expiry_ = expiry;
+        t.seq_ = nextSeq_++;
+        siftDown(t.heapIndex_);
+        siftUp(t.heapIndex_);
+        return;
+    }
     disarm(t);
     t.expiry_ = expiry;
     t.seq_ = nextSeq_++;

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <map>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -93,6 +96,42 @@ TEST_F(BrixTimerWheel, RearmingReplacesAndInfinityDisarms) {
     t->expiryIs(300);
     wheel_.runUntil(300);
     EXPECT_EQ(takeLog(), (std::vector<std::string>{"u@300", "t@300"}));
+}
+
+// Many timers re-armed earlier, later and to equal times while they wait: they fire as a
+// model says, by expiry, then by their last arming.
+TEST_F(BrixTimerWheel, RearmedTimersKeepTheOrderOfALargeHeap) {
+    for (const uint32_t seed : {1u, 7u, 1234u}) {
+        SCOPED_TRACE(seed);
+        std::mt19937 rng(seed);
+        constexpr int kTimers = 200;
+        std::vector<std::unique_ptr<Brix::Timer>> timers;
+        // name -> (expiry, arming number) of the timer's last arming
+        std::map<std::string, std::pair<int, int>> model;
+        int armings = 0;
+        const int base = int(Vorn::currentTime()) + 1;
+        auto arm = [&](int i) {
+            const int expiry = base + int(rng() % 20);
+            timers[size_t(i)]->expiryIs(expiry);
+            model["t" + std::to_string(i)] = {expiry, armings++};
+        };
+        for (int i = 0; i < kTimers; ++i) {
+            timers.push_back(make("t" + std::to_string(i)));
+            arm(i);
+        }
+        for (int n = 0; n < 3 * kTimers; ++n)
+            arm(int(rng() % kTimers));
+        std::vector<std::pair<std::pair<int, int>, std::string>> order;
+        for (const auto& [name, key] : model)
+            order.push_back({key, name + "@" + std::to_string(key.first)});
+        std::sort(order.begin(), order.end());
+        std::vector<std::string> expected;
+        for (const auto& entry : order)
+            expected.push_back(entry.second);
+        wheel_.runUntil(base + 20);
+        EXPECT_EQ(takeLog(), expected);
+        EXPECT_EQ(wheel_.armedCount(), 0u);
+    }
 }
 
 TEST_F(BrixTimerWheel, ArmedDuringAPassWaitsForTheNextPass) {

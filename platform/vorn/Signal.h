@@ -8,8 +8,10 @@
 //     not called afterwards; its storage is freed only once no emission is running, so a slot
 //     may drop its own Subscription from inside its call.
 //  3. A Subscription that outlives its Signal is inert; destroying it is safe.
-// Emitting never allocates. The owner keeps the Signal alive during an emission (entity
-// fields hold a reference to their entity while they notify).
+// Emitting never allocates. Disconnecting costs the same whatever the number of slots: a
+// slot leaves a hole, and holes are closed in bulk once they outnumber the live slots. The owner
+// keeps the Signal alive during an emission (entity fields hold a reference to their entity while
+// they notify).
 
 #include <cstddef>
 #include <functional>
@@ -35,6 +37,7 @@ class SignalBase {
         virtual ~Node() = default;
         SignalBase* signal = nullptr;
         Subscription* owner = nullptr;
+        size_t index = 0;  // in nodes_
         bool live = true;
     };
     Subscription attach(Node* node);
@@ -43,6 +46,7 @@ class SignalBase {
         if (--emitting_ == 0 && dead_ != 0)
             compact();
     }
+    // Connection order; null where a slot was freed outside an emission (a hole).
     std::vector<Node*> nodes_;
 
   private:
@@ -50,7 +54,8 @@ class SignalBase {
     void detach(Node* node);
     void compact();
     size_t live_ = 0;
-    size_t dead_ = 0;
+    size_t dead_ = 0;   // disconnected during an emission, not freed yet
+    size_t holes_ = 0;  // null entries of nodes_
     int emitting_ = 0;
 };
 
@@ -99,7 +104,7 @@ class Signal : public SignalBase {
         const size_t n = nodes_.size();
         for (size_t i = 0; i < n; ++i) {
             Node* node = nodes_[i];
-            if (node->live)
+            if (node && node->live)
                 static_cast<Slot*>(node)->fn(args...);
         }
         endEmit();

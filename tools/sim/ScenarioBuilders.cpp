@@ -1,8 +1,11 @@
 #include "tools/sim/ScenarioBuilders.h"
 
 #include <algorithm>
+#include <array>
+#include <iomanip>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 #include "platform/ovin/AclRuleText.h"
 
@@ -129,22 +132,73 @@ std::string eth(uint32_t n) {
     return "Ethernet" + std::to_string(n);
 }
 
+constexpr Acl::AclType kFamilies[] = {Acl::aclTypeIpv4, Acl::aclTypeIpv6, Acl::aclTypeMac};
+
+// Rule r of n of ACL number a: each ACL matches its own addresses, the last rule catches all.
+RuleSpec nthRule(Acl::AclType type, uint32_t a, uint32_t r, uint32_t n) {
+    std::ostringstream line;
+    line << (r + 1) * 10;
+    if (r + 1 == n) {
+        line << (type == Acl::aclTypeMac    ? " permit any any"
+                 : type == Acl::aclTypeIpv6 ? " deny ipv6 any any"
+                                            : " deny ip any any");
+    } else if (type == Acl::aclTypeMac) {
+        line << std::hex << std::setfill('0') << " deny 0200." << std::setw(4) << (a & 0xffff)
+             << "." << std::setw(4) << (r & 0xffff) << " 0000.0000.0000 any";
+    } else if (type == Acl::aclTypeIpv6) {
+        line << " permit tcp 2001:db8:" << std::hex << (a & 0xffff) << "::/48 any eq " << std::dec
+             << (r % 65535) + 1;
+    } else {
+        line << " permit tcp 10." << ((a >> 8) & 0xff) << "." << (a & 0xff) << ".0/24 any eq "
+             << (r % 65535) + 1;
+    }
+    return rule(type, line.str());
+}
+
+// Where the ports are: chip by chip, the chip's ports consecutive.
+struct PortLayout {
+    std::vector<uint32_t> firstPort;  // per chip, 0-based
+    std::vector<uint32_t> count;      // per chip
+    uint32_t total = 0;
+
+    explicit PortLayout(const SwitchSize& z) {
+        for (uint32_t c = 0; c < z.chips; ++c) {
+            const uint32_t n = z.totalPorts == 0
+                                   ? z.portsPerChip
+                                   : z.totalPorts / z.chips + (c < z.totalPorts % z.chips ? 1 : 0);
+            firstPort.push_back(total);
+            count.push_back(n);
+            total += n;
+        }
+    }
+    uint32_t chipOf(uint32_t port) const {
+        const auto it = std::upper_bound(firstPort.begin(), firstPort.end(), port);
+        return uint32_t(it - firstPort.begin()) - 1;
+    }
+};
+
 }  // namespace
 
 Scenario makeSwitch(const SwitchSize& z) {
-    const uint32_t total = z.chips * z.portsPerChip;
-    const uint32_t lagPorts = z.lags * z.lagMembers;
-    if (z.chips == 0 || z.portsPerChip == 0)
+    if (z.chips == 0 || (z.totalPorts == 0 && z.portsPerChip == 0))
         throw std::invalid_argument("makeSwitch: a switch needs chips and ports");
-    if (lagPorts >= total)
+    const PortLayout layout(z);
+    const uint32_t total = layout.total;
+    const uint32_t lagPorts = z.lags * z.lagMembers;
+    if (lagPorts > total || (!z.spread && lagPorts == total))
         throw std::invalid_argument("makeSwitch: port-channel members take every port");
     if (z.vlans > Bridging::VlanId::kMax)
         throw std::invalid_argument("makeSwitch: more VLANs than VLAN ids");
     if (z.acls == 0 && (z.bindings > 0 || z.vlans > 0 || z.subIntfs > 0))
         throw std::invalid_argument("makeSwitch: bindings need ACLs");
-    if (z.rulesPerAcl == 0)
+    if (z.totalRules == 0 ? z.rulesPerAcl == 0 : z.totalRules < z.acls)
         throw std::invalid_argument("makeSwitch: an ACL needs a rule");
-    const uint32_t freePorts = total - lagPorts;
+
+    // Chip groups: a port-channel spreads over one group, and in the spread layout a group
+    // binds only its own ACLs.
+    const uint32_t span = z.lagsAcrossChips ? std::max(1u, std::min(z.lagMembers, z.chips)) : 1;
+    const uint32_t groups = (z.chips + span - 1) / span;
+    auto groupOfPort = [&](uint32_t port) { return layout.chipOf(port) / span; };
 
     Scenario s;
     s.name = "switch of " + std::to_string(z.chips) + " chips, " + std::to_string(total) +
@@ -154,52 +208,152 @@ Scenario makeSwitch(const SwitchSize& z) {
         spec.id = c + 1;
         spec.ruleListIdMax = z.ruleListIdMax;
         spec.hwAclIndexMax = z.hwAclIndexMax;
-        for (uint32_t p = 0; p < z.portsPerChip; ++p)
-            spec.ports.emplace_back(eth(c * z.portsPerChip + p + 1));
+        spec.tcamEntries = z.tcamEntries;
+        spec.xformEntries = z.xformEntries;
+        for (uint32_t p = 0; p < layout.count[c]; ++p)
+            spec.ports.emplace_back(eth(layout.firstPort[c] + p + 1));
         s.chips.push_back(std::move(spec));
     }
+
+    // Port-channel members, 0-based port numbers; the ports left over are free.
+    std::vector<bool> taken(total, false);
+    std::vector<uint32_t> lagGroup;
+    std::vector<uint32_t> nextOnChip(layout.firstPort);
     for (uint32_t l = 0; l < z.lags; ++l) {
         LagSpec lag{Zamu::IntfId::portChannel(l + 1), {}};
-        for (uint32_t m = 0; m < z.lagMembers; ++m)
-            lag.members.emplace_back(eth(freePorts + l * z.lagMembers + m + 1));
+        const uint32_t g = l % groups;
+        const uint32_t groupChips = std::min(span, z.chips - g * span);
+        for (uint32_t m = 0; m < z.lagMembers; ++m) {
+            uint32_t port = total - lagPorts + l * z.lagMembers + m;
+            if (z.lagsAcrossChips) {
+                const uint32_t c = g * span + m % groupChips;
+                if (nextOnChip[c] == layout.firstPort[c] + layout.count[c])
+                    throw std::invalid_argument("makeSwitch: Chip-" + std::to_string(c + 1) +
+                                                " has no port left for port-channel members");
+                port = nextOnChip[c]++;
+            }
+            taken[port] = true;
+            lag.members.emplace_back(eth(port + 1));
+        }
+        lagGroup.push_back(z.lagsAcrossChips || z.lagMembers == 0
+                               ? g
+                               : groupOfPort(total - lagPorts + l * z.lagMembers));
         s.lags.push_back(std::move(lag));
     }
+    std::vector<uint32_t> free;
+    for (uint32_t p = 0; p < total; ++p) {
+        if (!taken[p])
+            free.push_back(p);
+    }
+
+    // In the spread layout ACL a belongs to group a % groups and is of family
+    // (a / groups) % 3, so every group has ACLs of each family.
     for (uint32_t a = 0; a < z.acls; ++a) {
+        const uint32_t n = z.totalRules == 0
+                               ? z.rulesPerAcl
+                               : z.totalRules / z.acls + (a < z.totalRules % z.acls ? 1 : 0);
         AclSpec spec;
-        spec.ref = AclRef{"acl" + std::to_string(a + 1), Acl::aclTypeIpv4};
-        for (uint32_t r = 0; r + 1 < z.rulesPerAcl; ++r) {
-            std::ostringstream line;
-            line << (r + 1) * 10 << " permit tcp 10." << ((a >> 8) & 0xff) << "." << (a & 0xff)
-                 << ".0/24 any eq " << (r % 65535) + 1;
-            spec.rules.push_back(rule(Acl::aclTypeIpv4, line.str()));
-        }
-        spec.rules.push_back(
-            rule(Acl::aclTypeIpv4, std::to_string(z.rulesPerAcl * 10) + " deny ip any any"));
+        spec.ref = AclRef{"acl" + std::to_string(a + 1),
+                          z.spread ? kFamilies[(a / groups) % 3] : Acl::aclTypeIpv4};
+        for (uint32_t r = 0; r < n; ++r)
+            spec.rules.push_back(nthRule(spec.ref.type, a, r, n));
         s.acls.push_back(std::move(spec));
     }
-    auto aclRef = [&](uint32_t i) { return s.acls[i % z.acls].ref; };
-    const uint32_t portBindings = std::min(z.bindings, 2 * freePorts);
-    for (uint32_t b = 0; b < portBindings; ++b) {
-        s.bindings.push_back(
-            BindingSpec{Zamu::IntfId(eth(b % freePorts + 1)), aclRef(b),
-                        b < freePorts ? Acl::aclDirectionIn : Acl::aclDirectionOut});
-    }
-    const uint32_t members = std::min(z.vlanMembers, freePorts);
+
     for (uint32_t v = 0; v < z.vlans; ++v) {
         VlanSpec vlan{Bridging::VlanId(v + 1), {}};
-        for (uint32_t m = 0; m < members; ++m)
-            vlan.members.emplace_back(eth((v * members + m) % freePorts + 1));
+        if (z.spread) {
+            const uint32_t c = v % z.chips;
+            const uint32_t members = std::min(z.vlanMembers, layout.count[c]);
+            for (uint32_t m = 0; m < members; ++m)
+                vlan.members.emplace_back(
+                    eth(layout.firstPort[c] + ((v / z.chips) * members + m) % layout.count[c] + 1));
+        } else {
+            const uint32_t members = std::min(z.vlanMembers, uint32_t(free.size()));
+            for (uint32_t m = 0; m < members; ++m)
+                vlan.members.emplace_back(eth(free[(v * members + m) % free.size()] + 1));
+        }
         s.vlans.push_back(std::move(vlan));
-        s.bindings.push_back(
-            BindingSpec{Zamu::IntfId::vlan(v + 1), aclRef(v), Acl::aclDirectionIn});
     }
+    std::vector<uint32_t> subGroup;
     for (uint32_t i = 0; i < z.subIntfs; ++i) {
-        const bool onLag = z.lags > 0 && i % 2 == 1;
-        const Zamu::IntfId parent = onLag ? Zamu::IntfId::portChannel((i / 2) % z.lags + 1)
-                                          : Zamu::IntfId(eth((i / 2) % freePorts + 1));
-        const Zamu::IntfId sub = Zamu::IntfId::sub(parent, i + 1);
-        s.subInterfaces.push_back(sub);
-        s.bindings.push_back(BindingSpec{sub, aclRef(i), Acl::aclDirectionIn});
+        const bool onLag = z.lags > 0 && (free.empty() || i % 2 == 1);
+        if (!onLag && free.empty())
+            throw std::invalid_argument("makeSwitch: sub-interfaces need a port or a port-channel");
+        const uint32_t k = z.spread && (free.empty() || z.lags == 0) ? i : i / 2;
+        const uint32_t parentPort = onLag ? 0 : free[k % free.size()];
+        const Zamu::IntfId parent =
+            onLag ? Zamu::IntfId::portChannel(k % z.lags + 1) : Zamu::IntfId(eth(parentPort + 1));
+        s.subInterfaces.push_back(Zamu::IntfId::sub(parent, i + 1));
+        subGroup.push_back(onLag ? lagGroup[k % z.lags] : groupOfPort(parentPort));
+    }
+
+    if (!z.spread) {
+        auto aclRef = [&](uint32_t i) { return s.acls[i % z.acls].ref; };
+        const uint32_t freePorts = uint32_t(free.size());
+        const uint32_t portBindings = std::min(z.bindings, 2 * freePorts);
+        for (uint32_t b = 0; b < portBindings; ++b) {
+            s.bindings.push_back(
+                BindingSpec{Zamu::IntfId(eth(free[b % freePorts] + 1)), aclRef(b),
+                            b < freePorts ? Acl::aclDirectionIn : Acl::aclDirectionOut});
+        }
+        for (uint32_t v = 0; v < z.vlans; ++v)
+            s.bindings.push_back(
+                BindingSpec{Zamu::IntfId::vlan(v + 1), aclRef(v), Acl::aclDirectionIn});
+        for (uint32_t i = 0; i < z.subIntfs; ++i)
+            s.bindings.push_back(BindingSpec{s.subInterfaces[i], aclRef(i), Acl::aclDirectionIn});
+        return s;
+    }
+
+    // The ACLs each group binds to ports, port-channels and sub-interfaces (by family) and to
+    // VLAN interfaces, and the next one of each to hand out.
+    std::vector<std::array<std::vector<uint32_t>, 3>> pool(groups);
+    std::vector<std::vector<uint32_t>> vlanPool(groups);
+    for (uint32_t a = 0; a < z.acls; ++a) {
+        const uint32_t i = a / groups;
+        if (z.boundAclsPerGroup == 0 || i < z.boundAclsPerGroup)
+            pool[a % groups][i % 3].push_back(a);
+        else
+            vlanPool[a % groups].push_back(a);
+    }
+    std::vector<std::array<uint32_t, 3>> next(groups, std::array<uint32_t, 3>{});
+    std::vector<uint32_t> nextVlan(groups, 0);
+    auto take = [&](const std::vector<uint32_t>& acls, uint32_t& counter) -> const AclRef& {
+        if (acls.empty())
+            throw std::invalid_argument("makeSwitch: a chip group has no ACL of a family it binds");
+        return s.acls[acls[counter++ % acls.size()]].ref;
+    };
+
+    uint32_t left = z.bindings;
+    for (uint32_t v = 0; v < z.vlans && left > 0; ++v) {
+        if (z.vlanAclsPerChip != 0 && v / z.chips >= z.vlanAclsPerChip)
+            continue;
+        const uint32_t g = (v % z.chips) / span;
+        // Without ACLs of its own the group's VLANs share the others'.
+        const std::vector<uint32_t>& acls = vlanPool[g].empty() ? pool[g][v % 3] : vlanPool[g];
+        s.bindings.push_back(
+            BindingSpec{Zamu::IntfId::vlan(v + 1), take(acls, nextVlan[g]), Acl::aclDirectionIn});
+        --left;
+    }
+    struct Place {
+        Zamu::IntfId intf;
+        uint32_t group;
+    };
+    std::vector<Place> places;
+    for (uint32_t p : free)
+        places.push_back(Place{Zamu::IntfId(eth(p + 1)), groupOfPort(p)});
+    for (uint32_t l = 0; l < z.lags; ++l)
+        places.push_back(Place{s.lags[l].lag, lagGroup[l]});
+    for (uint32_t i = 0; i < z.subIntfs; ++i)
+        places.push_back(Place{s.subInterfaces[i], subGroup[i]});
+    const uint32_t n = uint32_t(places.size());
+    const uint32_t count = std::min(left, 6 * n);
+    for (uint32_t b = 0; b < count; ++b) {
+        const uint32_t kind = b / n;
+        const Place& place = places[b % n];
+        s.bindings.push_back(
+            BindingSpec{place.intf, take(pool[place.group][kind % 3], next[place.group][kind % 3]),
+                        kind < 3 ? Acl::aclDirectionIn : Acl::aclDirectionOut});
     }
     return s;
 }

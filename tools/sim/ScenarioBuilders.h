@@ -38,8 +38,14 @@ Scenario builtinScenario();
 struct SwitchSize {
     uint32_t chips = 2;
     uint32_t portsPerChip = 8;
+    // When not 0, the switch's ports in all, spread evenly over the chips (the first chips
+    // take one more when they do not divide); portsPerChip is then unused.
+    uint32_t totalPorts = 0;
     uint32_t acls = 8;
     uint32_t rulesPerAcl = 4;
+    // When not 0, the rules of all ACLs together, spread evenly (the first ACLs take one more
+    // when they do not divide); rulesPerAcl is then unused. At least one rule per ACL.
+    uint32_t totalRules = 0;
     // Port bindings, spread over the ports outside port-channels, inbound first, then
     // outbound (so at most two per port).
     uint32_t bindings = 8;
@@ -54,10 +60,31 @@ struct SwitchSize {
     // Rule list ids and hardware ACL indexes of each chip.
     uint32_t ruleListIdMax = 255;
     uint32_t hwAclIndexMax = 65535;
+    // TCAM and transform entries of each chip.
+    uint32_t tcamEntries = 4096;
+    uint32_t xformEntries = 1024;
+
+    // A switch laid out like a real one at scale, within what a chip can number: each chip
+    // holds at most ruleListIdMax ACL keys, and every ACL on a VLAN interface is a key of its
+    // own. Chips form groups of lagMembers consecutive chips (one chip a group when
+    // lagsAcrossChips is off); a port-channel has one member on each chip of its group, taken
+    // from the first free ports. VLAN v (from 0) lives on chip v % chips, its members
+    // consecutive ports of that chip. ACLs are of every family (IPv4, IPv6, MAC, in turn).
+    // `bindings` counts every binding: first one ACL on the interface of each of the first
+    // vlanAclsPerChip VLANs of every chip (0: of every VLAN), then one ACL kind at a time
+    // (IPv4, IPv6, MAC inbound, then outbound) over the ports outside port-channels, the
+    // port-channels and the sub-interfaces in turn, at most six per interface. These take
+    // their ACLs from the first boundAclsPerGroup ACLs of the interface's chip group (0: no
+    // limit), the VLAN interfaces from the group's others. Sub-interfaces sit on
+    // port-channels when no port is free.
+    bool spread = false;
+    bool lagsAcrossChips = false;
+    uint32_t boundAclsPerGroup = 0;
+    uint32_t vlanAclsPerChip = 0;
 };
 // The switch with its whole configuration at start and no steps. Throws std::invalid_argument
 // for a size that cannot be built (no chips or ports, more port-channel members than ports,
-// more VLANs than 4094).
+// more VLANs than 4094, fewer rules than ACLs).
 Scenario makeSwitch(const SwitchSize& size);
 
 }  // namespace Sim

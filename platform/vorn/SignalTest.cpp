@@ -1,0 +1,89 @@
+#include "platform/vorn/Signal.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// Slots dropped outside an emission, in patterns that leave holes anywhere: each is freed at
+// once (what it captured goes with it), and the others keep being called in connection order,
+// also after slots connected later.
+TEST(VornSignal, DroppedSlotsGoAtOnceAndTheOthersKeepTheirOrder) {
+    struct Case {
+        const char* name;
+        std::function<bool(int)> drop;
+    };
+    const Case cases[] = {
+        {"every other", [](int i) { return i % 2 == 0; }},
+        {"first half", [](int i) { return i < 50; }},
+        {"last half", [](int i) { return i >= 50; }},
+        {"all but the last", [](int i) { return i != 99; }},
+        {"all", [](int) { return true; }},
+        {"none", [](int) { return false; }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Vorn::Signal<int> signal;
+        std::vector<int> calls;
+        const auto token = std::make_shared<int>(0);
+        std::vector<Vorn::Subscription> subs;
+        for (int i = 0; i < 100; ++i)
+            subs.push_back(signal.connect([&calls, i, token](int) { calls.push_back(i); }));
+        std::vector<int> expected;
+        for (int i = 0; i < 100; ++i) {
+            if (c.drop(i))
+                subs[size_t(i)].reset();
+            else
+                expected.push_back(i);
+        }
+        EXPECT_EQ(token.use_count(), long(expected.size()) + 1);
+        EXPECT_EQ(signal.slots(), expected.size());
+        signal.emit(0);
+        EXPECT_EQ(calls, expected);
+
+        Vorn::Subscription late = signal.connect([&calls](int) { calls.push_back(1000); });
+        calls.clear();
+        expected.push_back(1000);
+        signal.emit(0);
+        EXPECT_EQ(calls, expected);
+        // Dropping the rest in reverse order leaves nothing to call.
+        late.reset();
+        for (auto it = subs.rbegin(); it != subs.rend(); ++it)
+            it->reset();
+        calls.clear();
+        signal.emit(0);
+        EXPECT_TRUE(calls.empty());
+        EXPECT_EQ(signal.slots(), 0u);
+        EXPECT_EQ(token.use_count(), 1);
+    }
+}
+
+// A slot that drops others (holes on both sides of it) and then itself during an emission:
+// those dropped are not called, the rest are, and the next emission sees the same.
+TEST(VornSignal, SlotsDroppedDuringAnEmissionAreSkipped) {
+    Vorn::Signal<> signal;
+    std::vector<int> calls;
+    std::vector<Vorn::Subscription> subs(6);
+    for (int i = 0; i < 6; ++i) {
+        subs[size_t(i)] = signal.connect([&, i] {
+            calls.push_back(i);
+            if (i == 2) {
+                subs[1].reset();
+                subs[4].reset();
+                subs[2].reset();
+            }
+        });
+    }
+    subs[0].reset();  // a hole before the emission
+    signal.emit();
+    EXPECT_EQ(calls, (std::vector<int>{1, 2, 3, 5}));
+    calls.clear();
+    signal.emit();
+    EXPECT_EQ(calls, (std::vector<int>{3, 5}));
+    EXPECT_EQ(signal.slots(), 2u);
+}
+
+}  // namespace
