@@ -67,8 +67,10 @@ struct Clock {
     }
 };
 
-// Every chip holds at most 255 ACL keys: 24 ACLs of a chip group, in and out, on its ports,
-// port-channels and sub-interfaces, and up to 150 VLAN interfaces with an ACL each.
+// Every chip holds at most 255 ACL keys: 24 ACLs of a chip group, in and out, on its ports and
+// port-channels; up to 150 VLAN interfaces with an ACL each; and on sub-interfaces, numbered
+// within their port-channel (.1 to .16 at S3), the group's first ACL of each family inbound,
+// a key per number: 48 + 150 + 3 x 16 = 246.
 constexpr uint32_t kBoundPerGroup = 24;
 constexpr uint32_t kVlanAclsPerChip = 150;
 

@@ -65,11 +65,12 @@ TEST(SimScaleSwitch, BuildsWhatItIsAskedForWithinEachChipsKeys) {
         size_t bindings;  // what it can bind
     };
     const Case cases[] = {
-        // 8 port-channels + 16 sub-interfaces take six each; 5 VLAN ACLs per chip.
-        {"every port in a port-channel", spread(4, 32, 8, 16, 40, 1000), 4 * 5 + 6 * 24},
+        // 8 port-channels take six each, 16 sub-interfaces three; 5 VLAN ACLs per chip.
+        {"every port in a port-channel", spread(4, 32, 8, 16, 40, 1000), 4 * 5 + 6 * 8 + 3 * 16},
         {"fewer bindings than places", spread(4, 32, 8, 16, 40, 50), 50},
         // Ports 11, 11, 10, ... of which 7 per chip in port-channels: 26 free; all 30 VLANs.
-        {"two chip groups, free ports", spread(8, 82, 14, 10, 30, 400), 30 + 6 * (26 + 14 + 10)},
+        {"two chip groups, free ports", spread(8, 82, 14, 10, 30, 400),
+         30 + 6 * (26 + 14) + 3 * 10},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -101,8 +102,11 @@ TEST(SimScaleSwitch, BuildsWhatItIsAskedForWithinEachChipsKeys) {
         for (const BindingSpec& b : s.bindings) {
             EXPECT_TRUE(places.insert({b.intf, b.acl.type, b.direction}).second) << b.intf.name();
             std::string key = str(b.acl) + (b.direction == Acl::aclDirectionIn ? "/in" : "/out");
+            // A VLAN interface's ACL and a sub-interface's are keyed with their VLAN.
             if (Zamu::VlanIntfId::isVlanIntfId(b.intf))
-                key += "/" + b.intf.name();
+                key += "/vlan" + std::to_string(Zamu::VlanIntfId::vlanId(b.intf).value());
+            if (Zamu::SubIntfId::isSubIntfId(b.intf))
+                key += "/vlan" + std::to_string(b.intf.subNumber());
             for (uint32_t chip : chips.at(b.intf))
                 keys[chip].insert(key);
         }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <iomanip>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
@@ -204,15 +205,15 @@ Scenario makeSwitch(const SwitchSize& z) {
     s.name = "switch of " + std::to_string(z.chips) + " chips, " + std::to_string(total) +
              " ports, " + std::to_string(z.acls) + " ACLs";
     for (uint32_t c = 0; c < z.chips; ++c) {
-        ChipSpec spec;
-        spec.id = c + 1;
-        spec.ruleListIdMax = z.ruleListIdMax;
-        spec.hwAclIndexMax = z.hwAclIndexMax;
-        spec.tcamEntries = z.tcamEntries;
-        spec.xformEntries = z.xformEntries;
+        ChipSpec chipSpec;
+        chipSpec.id = c + 1;
+        chipSpec.ruleListIdMax = z.ruleListIdMax;
+        chipSpec.hwAclIndexMax = z.hwAclIndexMax;
+        chipSpec.tcamEntries = z.tcamEntries;
+        chipSpec.xformEntries = z.xformEntries;
         for (uint32_t p = 0; p < layout.count[c]; ++p)
-            spec.ports.emplace_back(eth(layout.firstPort[c] + p + 1));
-        s.chips.push_back(std::move(spec));
+            chipSpec.ports.emplace_back(eth(layout.firstPort[c] + p + 1));
+        s.chips.push_back(std::move(chipSpec));
     }
 
     // Port-channel members, 0-based port numbers; the ports left over are free.
@@ -252,12 +253,12 @@ Scenario makeSwitch(const SwitchSize& z) {
         const uint32_t n = z.totalRules == 0
                                ? z.rulesPerAcl
                                : z.totalRules / z.acls + (a < z.totalRules % z.acls ? 1 : 0);
-        AclSpec spec;
-        spec.ref = AclRef{"acl" + std::to_string(a + 1),
-                          z.spread ? kFamilies[(a / groups) % 3] : Acl::aclTypeIpv4};
+        AclSpec aclSpec;
+        aclSpec.ref = AclRef{"acl" + std::to_string(a + 1),
+                             z.spread ? kFamilies[(a / groups) % 3] : Acl::aclTypeIpv4};
         for (uint32_t r = 0; r < n; ++r)
-            spec.rules.push_back(nthRule(spec.ref.type, a, r, n));
-        s.acls.push_back(std::move(spec));
+            aclSpec.rules.push_back(nthRule(aclSpec.ref.type, a, r, n));
+        s.acls.push_back(std::move(aclSpec));
     }
 
     for (uint32_t v = 0; v < z.vlans; ++v) {
@@ -276,6 +277,9 @@ Scenario makeSwitch(const SwitchSize& z) {
         s.vlans.push_back(std::move(vlan));
     }
     std::vector<uint32_t> subGroup;
+    // At scale a sub-interface is numbered within its parent (.1, .2, ...): its ACLs are keyed
+    // with the VLAN its number names, so few numbers keep a chip within its ACL keys.
+    std::map<Zamu::IntfId, uint32_t> subsOfParent;
     for (uint32_t i = 0; i < z.subIntfs; ++i) {
         const bool onLag = z.lags > 0 && (free.empty() || i % 2 == 1);
         if (!onLag && free.empty())
@@ -284,7 +288,8 @@ Scenario makeSwitch(const SwitchSize& z) {
         const uint32_t parentPort = onLag ? 0 : free[k % free.size()];
         const Zamu::IntfId parent =
             onLag ? Zamu::IntfId::portChannel(k % z.lags + 1) : Zamu::IntfId(eth(parentPort + 1));
-        s.subInterfaces.push_back(Zamu::IntfId::sub(parent, i + 1));
+        s.subInterfaces.push_back(
+            Zamu::IntfId::sub(parent, z.spread ? ++subsOfParent[parent] : i + 1));
         subGroup.push_back(onLag ? lagGroup[k % z.lags] : groupOfPort(parentPort));
     }
 
@@ -338,6 +343,9 @@ Scenario makeSwitch(const SwitchSize& z) {
     struct Place {
         Zamu::IntfId intf;
         uint32_t group;
+        // A sub-interface takes its group's first ACL of each family, inbound only: every
+        // (ACL, number) is a key of its own.
+        bool sub = false;
     };
     std::vector<Place> places;
     for (uint32_t p : free)
@@ -345,15 +353,20 @@ Scenario makeSwitch(const SwitchSize& z) {
     for (uint32_t l = 0; l < z.lags; ++l)
         places.push_back(Place{s.lags[l].lag, lagGroup[l]});
     for (uint32_t i = 0; i < z.subIntfs; ++i)
-        places.push_back(Place{s.subInterfaces[i], subGroup[i]});
+        places.push_back(Place{s.subInterfaces[i], subGroup[i], true});
     const uint32_t n = uint32_t(places.size());
-    const uint32_t count = std::min(left, 6 * n);
-    for (uint32_t b = 0; b < count; ++b) {
+    for (uint32_t b = 0; b < 6 * n && left > 0; ++b) {
         const uint32_t kind = b / n;
         const Place& place = places[b % n];
+        if (place.sub && kind >= 3)
+            continue;
+        uint32_t first = 0;
+        const AclRef& ref = place.sub
+                                ? take(pool[place.group][kind], first)
+                                : take(pool[place.group][kind % 3], next[place.group][kind % 3]);
         s.bindings.push_back(
-            BindingSpec{place.intf, take(pool[place.group][kind % 3], next[place.group][kind % 3]),
-                        kind < 3 ? Acl::aclDirectionIn : Acl::aclDirectionOut});
+            BindingSpec{place.intf, ref, kind < 3 ? Acl::aclDirectionIn : Acl::aclDirectionOut});
+        --left;
     }
     return s;
 }
