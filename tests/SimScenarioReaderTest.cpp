@@ -39,6 +39,7 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
         std::string text;
         std::string error;  // what() exactly
     };
+    // Refusals tests/BadInputTest.cpp does not already run, each at its own place.
     const Case cases[] = {
         {"unknown top-level field", R"({"chipz": []})",
          "t.json: chipz: unknown field (this object has: name, description, "
@@ -64,16 +65,11 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
          "t.json: chips[0].ports[0]: Vlan5 is not an Ethernet port"},
         {"VLAN out of range", withSwitch(R"(, "vlans": [{"id": 4095, "members": []}])"),
          "t.json: vlans[0].id: VlanId::value < 1 or > 4094 not allowed"},
-        {"VLAN 0", withSwitch(R"(, "vlans": [{"id": 0}])"),
-         "t.json: vlans[0].id: VlanId::value < 1 or > 4094 not allowed"},
         {"VLAN interface out of range",
          withSwitch(R"(, "bindings": [{"intf": "Vlan5000", "acl": "web", "direction": "in"}])"),
          "t.json: bindings[0].intf: VlanId::value < 1 or > 4094 not allowed"},
         {"unknown VLAN member", withSwitch(R"(, "vlans": [{"id": 7, "members": ["Ethernet9"]}])"),
          "t.json: vlans[0].members[0]: unknown interface 'Ethernet9' (no chip has had it)"},
-        {"binding to an unknown port",
-         withSwitch(R"(, "bindings": [{"intf": "Ethernet9", "acl": "web", "direction": "in"}])"),
-         "t.json: bindings[0].intf: unknown interface 'Ethernet9' (no chip has had it)"},
         {"binding to an undeclared VLAN",
          withSwitch(R"(, "bindings": [{"intf": "Vlan7", "acl": "web", "direction": "in"}])"),
          "t.json: bindings[0].intf: unknown interface 'Vlan7' (VLAN 7 is not declared)"},
@@ -88,18 +84,11 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
          withSwitch(R"(, "bindings": [{"intf": "Ethernet1", "acl": "web", "direction": "in"},
                                       {"intf": "Ethernet1", "acl": "web", "direction": "in"}])"),
          "t.json: bindings[1].intf: Ethernet1 already has web bound ip in"},
-        {"bad direction",
-         withSwitch(R"(, "bindings": [{"intf": "Ethernet1", "acl": "web", "direction": "up"}])"),
-         "t.json: bindings[0].direction: unknown direction 'up' (in or out)"},
         {"malformed rule, with its column",
          R"({"acls": [{"name": "a", "type": "ip",
                        "rules": ["10 permit ip any any", "20 permit tcp any any eq 99999"]}]})",
          "t.json: acls[0].rules[1]: rule '20 permit tcp any any eq 99999': destination port "
          "must be a number from 0 to 65535, not '99999' (column 26)"},
-        {"sequence number used twice",
-         R"({"acls": [{"name": "a", "type": "ip",
-                       "rules": ["10 permit ip any any", "10 deny ip any any"]}]})",
-         "t.json: acls[0].rules[1]: sequence number 10 is used twice"},
         {"bad ACL name", R"({"acls": [{"name": "a b", "type": "ip"}]})",
          "t.json: acls[0].name: invalid ACL name 'a b'"},
         {"ACL declared twice",
@@ -118,10 +107,6 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
         {"step before the previous one",
          withSwitch(R"(, "steps": [{"at": 5, "do": "run"}, {"at": 2, "do": "run"}])"),
          "t.json: steps[1].at: 2 s is before the previous step (5 s): steps go in time order"},
-        {"unknown step", withSwitch(R"(, "steps": [{"at": 1, "do": "reboot"}])"),
-         "t.json: steps[0].do: unknown step 'reboot' (acl, removeAcl, rule, removeRule, bind, "
-         "unbind, addChip, removeChip, movePort, vlanJoin, vlanLeave, lagJoin, lagLeave, "
-         "addSubIntf, removeSubIntf, fault, allocMax, run, snapshot)"},
         {"step field of another step",
          withSwitch(R"(, "steps": [{"at": 1, "do": "removeChip", "chip": 2, "port": "x"}])"),
          "t.json: steps[0].port: unknown field (this object has: at, do, chip)"},
@@ -142,20 +127,9 @@ TEST(SimScenarioReader, RefusalsNameThePlaceAndTheReason) {
          withSwitch(R"(, "steps": [{"at": 1, "do": "unbind", "intf": "Ethernet1", "type": "ip",
                                     "direction": "out"}])"),
          "t.json: steps[0].intf: nothing is bound ip out on Ethernet1"},
-        {"removing a rule the ACL does not have",
-         withSwitch(R"(, "steps": [{"at": 1, "do": "removeRule", "acl": "web", "seq": 20}])"),
-         "t.json: steps[0].seq: ACL web/ip has no rule 20"},
-        {"fault the mocks cannot read",
-         withSwitch(R"(, "steps": [{"at": 1, "do": "fault", "chip": 1, "fault": "fail:melted"}])"),
-         "t.json: steps[0].fault: TestAgentFault: cannot read 'fail:melted'"},
         {"fault on an unknown chip",
          withSwitch(R"(, "steps": [{"at": 1, "do": "fault", "chip": 9, "fault": "lost"}])"),
          "t.json: steps[0].chip: unknown chip 9"},
-        {"time beyond a day", withSwitch(R"(, "steps": [{"at": 1e9, "do": "run"}])"),
-         "t.json: steps[0].at: must be a number of seconds from 0 to 86400"},
-        {"end before the last step", withSwitch(R"(, "end": 1, "steps": [{"at": 3, "do": "run"}])"),
-         "t.json: end: the run would end at 1 s, before the last step at 3 s"},
-        {"not an object", "[]", "t.json: must be an object"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -129,19 +129,9 @@ class AclHelperTest : public ::testing::Test {
     const Ovin::AclData v6_ = dataOf(aclKey("v6", Acl::aclTypeIpv6));
 };
 
-TEST_F(AclHelperTest, ConstructionInitializesAndRefusesNullReferences) {
+TEST_F(AclHelperTest, ConstructionInitializes) {
     EXPECT_TRUE(helper_->initialized());
     EXPECT_TRUE(helper_->routerAclSupported());
-    try {
-        aclHelperFactory(aclColl_, glueConfig_, glueStatus_, hwCapabilityColl_, nullptr);
-        ADD_FAILURE() << "a null index was accepted";
-    } catch (const Vorn::NullPointerException& e) {
-        EXPECT_STREQ(
-            e.what(),
-            "null _index parameter to mutator for OvinMirel::AclHelper::index not allowed");
-    }
-    EXPECT_THROW(aclHelperFactory(nullptr, glueConfig_, glueStatus_, hwCapabilityColl_, index_),
-                 Vorn::NullPointerException);
 }
 
 // ---- createPortRange ----
@@ -223,21 +213,18 @@ TEST_F(AclHelperTest, RefusedSubrulesStoreNothing) {
     const char* ecn = " failed. ECN bits set in rule";
     const char* partialTc = " failed. Partial TC Mask set in rule";
     const char* prefix = " failed. Invalid prefix in rule";
+    // ECN is checked before the mask shape: a full-byte mask alone would be refused as partial.
+    // The other refusals and their traces run through the agent in tests/BadInputTest.cpp; here
+    // each kind must also leave the rule collections without a single write.
     const Case cases[] = {
-        {"ecnBitUnderDscpMask", tc(0x01, 0xfc), ecn},
         {"ecnBitBeforeMaskShape", tc(0xba, 0xff), ecn},
         {"partialTcMask", tc(0xb8, 0xf0), partialTc},
-        {"fullByteTcMask", tc(0xb8, 0xff), partialTc},
         {"unsupportedTcpFlag", ip4(kTcp), " Unsupported tcpFlag in rule",
          Acl::kTcpSyn | Acl::kTcpUrg,
          [](AclHelper& h) {
              h.supportedTcpFlagsIs(Acl::kTcpFin | Acl::kTcpSyn | Acl::kTcpRst | Acl::kTcpAck);
          }},
         {"v4NonContiguousSource", ip4([&](auto& f) { f.sourceIs(holey4); }), prefix},
-        {"v4NonContiguousDestination", ip4([&](auto& f) { f.destinationIs(holey4); }), prefix},
-        {"v6NonContiguousEvenWhenSupported",
-         ip6([](auto& f) { f.destinationIs(withMask("2001:db8::1", "ffff:ffff::ffff")); }), prefix,
-         0, [](AclHelper& h) { h.nonContiguousIpMaskSupportedIs(true); }},
         {"establishedUnsupported", ip4([](auto& f) { f.establishedIs(true); }),
          " failed. Established not supported in rule"},
     };
@@ -270,22 +257,6 @@ TEST_F(AclHelperTest, RefusedSubrulesStoreNothing) {
         EXPECT_EQ(viewOf(*acl), before);
         EXPECT_EQ(writes.n, 0);
     }
-}
-
-TEST_F(AclHelperTest, RangeErrorsAbortBeforeAnythingIsStored) {
-    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v4_);
-    ASSERT_EQ(createIp(v4_, ip4(kTcp), 1, 5, 0), Ovin::aclCreateOk);
-    const StoreView before = viewOf(*acl);
-    RuleWrites writes(*acl);
-
-    Ports backward;
-    backward.dstLow = 200;
-    backward.dstHigh = 100;
-    EXPECT_THROW(createIp(v4_, ip4(kTcp), 2, 10, 0, backward, 0, true), Vorn::RangeException);
-    // A DSCP the filter refuses never reaches the store either.
-    EXPECT_THROW(createIp(v4_, ip4([](auto& f) { f.dscpIs(64); }), 3, 11, 0), Vorn::RangeException);
-    EXPECT_EQ(viewOf(*acl), before);
-    EXPECT_EQ(writes.n, 0);
 }
 
 // ---- Translation ----

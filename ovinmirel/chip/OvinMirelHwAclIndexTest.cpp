@@ -253,16 +253,6 @@ TEST(HwAclIndexKey, MalformedTextIsRefused) {
     }
 }
 
-TEST(HwAclIndexAllocatorType, Names) {
-    EXPECT_STREQ(stringValue(hwAclIndexAllocPaclMacl_), "hwAclIndexAllocPaclMacl");
-    EXPECT_STREQ(stringValue(hwAclIndexAllocRacl_), "hwAclIndexAllocRacl");
-    EXPECT_EQ(valueToStrep(hwAclIndexAllocRacl_), "hwAclIndexAllocRacl");
-    EXPECT_EQ(stringValue(HwAclIndexAllocatorType(2)), nullptr);
-    EXPECT_EQ(valueToStrep(HwAclIndexAllocatorType(2)), "");
-    EXPECT_EQ(TestSupport::str(hwAclIndexAllocPaclMacl_), "hwAclIndexAllocPaclMacl");
-    EXPECT_EQ(TestSupport::str(HwAclIndexAllocatorType(7)), "HwAclIndexAllocatorType(7)");
-}
-
 TEST(HwAclIndexAllocator, NumberAllocatorExistsOnlyWithConfigAndStatus) {
     using Step = std::function<void(HwAclIndexAllocator&)>;
     const Step config = [](HwAclIndexAllocator& a) { a.configIs(Brix::Range(0, 3)); };
@@ -319,43 +309,6 @@ TEST(HwAclIndexAllocator, RangeFollowsConfigWhileInUse) {
     EXPECT_EQ(a->numAllocator(), numbers);
     EXPECT_EQ(numbers->getNumber(), 2u);
     EXPECT_EQ(a->status()->allocateds(), 3u);
-}
-
-TEST(HwAclIndexKeyToSets, MembersAndNotification) {
-    const HwAclIndexKey key = keyWith(HwAclIndexKey::v4RAclIn_, aclKey("r", Acl::aclTypeIpv4, 5));
-    auto vlans = hwAclIndexKeyToVlanSetFactory(key);
-    EXPECT_EQ(vlans->key(), key);
-    std::vector<int> notified;
-    auto sub =
-        vlans->vlanIdNotify([&](const Bridging::VlanId& v) { notified.push_back(v.value()); });
-    vlans->vlanIdIs(10);
-    vlans->vlanIdIs(Bridging::VlanId(4094));
-    for (int64_t bad : {0, 4095}) {
-        SCOPED_TRACE(bad);
-        try {
-            vlans->vlanIdIs(bad);
-            ADD_FAILURE() << "accepted";
-        } catch (const Vorn::RangeException& e) {
-            EXPECT_STREQ(e.what(), "VlanId::value < 1 or > 4094 not allowed");
-        }
-    }
-    vlans->vlanIdDel(Bridging::VlanId(10));
-    EXPECT_EQ(notified, (std::vector<int>{10, 4094, 10}));
-    EXPECT_EQ(vlans->vlanIds(), 1u);
-
-    auto intfs = hwAclIndexKeyToIntfSetFactory(key);
-    intfs->intfIdIs(Zamu::IntfId("Ethernet2"));
-    intfs->intfIdIs(Zamu::IntfId("Ethernet1"));
-    EXPECT_EQ(intfs->intfId().keys(),
-              (std::vector<Zamu::IntfId>{Zamu::IntfId("Ethernet1"), Zamu::IntfId("Ethernet2")}));
-    intfs->intfIdDelAll();
-    EXPECT_EQ(intfs->intfIds(), 0u);
-
-    auto subs = hwAclIndexKeyToSubIntfSetFactory(key);
-    subs->subIntfIdIs(Zamu::IntfId("Ethernet1.5"));
-    EXPECT_TRUE(subs->subIntfId(Zamu::IntfId("Ethernet1.5")));
-    subs->subIntfIdDel(Zamu::IntfId("Ethernet1.5"));
-    EXPECT_FALSE(subs->subIntfId(Zamu::IntfId("Ethernet1.5")));
 }
 
 }  // namespace

@@ -132,21 +132,5 @@ TEST(Status, SecondInitStatusMakesOnlyWhatIsMissing) {
     EXPECT_EQ(status->hwCapabilityColl()->hwCapability(), record);
 }
 
-TEST(Status, RootCollectionHandoverRefusesNull) {
-    auto glue = glueStatusFactory("GlueStatus");
-    const auto own = glue->rootConfigColl();
-    try {
-        glue->rootConfigCollIs(nullptr);
-        ADD_FAILURE() << "accepted";
-    } catch (const Vorn::NullPointerException& e) {
-        EXPECT_STREQ(e.what(),
-                     "null _rootConfigColl parameter to mutator for "
-                     "OvinMirel::GlueStatus::rootConfigColl not allowed");
-    }
-    EXPECT_EQ(glue->rootConfigColl(), own);
-    EXPECT_THROW(glue->rootStatusCollIs(nullptr), Vorn::NullPointerException);
-    EXPECT_TRUE(glue->rootStatusColl());
-}
-
 }  // namespace
 }  // namespace OvinMirel

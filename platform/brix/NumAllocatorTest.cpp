@@ -47,25 +47,6 @@ TEST(BrixNumAllocator, ConfigRefusesBadValues) {
                  Vorn::NullPointerException);
 }
 
-TEST(BrixNumAllocator, LowestFreeFirstUntilExhausted) {
-    Alloc a(Range(10, 14));
-    for (uint32_t n = 10; n <= 14; ++n)
-        EXPECT_EQ(a.get(), n);
-    EXPECT_EQ(a.get(), std::nullopt);
-    EXPECT_EQ(a.allocatedCount(), 5u);
-    EXPECT_EQ(a.freeCount(), 0u);
-
-    a.release(13);
-    a.release(11);
-    a.release(12);
-    EXPECT_EQ(a.freeCount(), 3u);
-    EXPECT_FALSE(a.isAllocated(12));
-    EXPECT_EQ(a.get(), 11u);
-    EXPECT_EQ(a.get(), 12u);
-    EXPECT_EQ(a.get(), 13u);
-    EXPECT_EQ(a.get(), std::nullopt);
-}
-
 TEST(BrixNumAllocator, ReserveTakesOneNumber) {
     Alloc a(Range(1, 6));
     struct Step {

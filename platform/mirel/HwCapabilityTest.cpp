@@ -45,17 +45,6 @@ TEST(HwCapabilityTest, AclTypeCombinationBitMaskOperations) {
     EXPECT_TRUE((portIn & M(M::kMacIn)).empty());
 }
 
-TEST(HwCapabilityTest, ChipCapabilitiesByChip) {
-    const Vorn::Ptr<HwCapabilityColl> coll = hwCapabilityCollFactory("HwCapabilityColl");
-    EXPECT_EQ(coll->name(), Vorn::Name("HwCapabilityColl"));
-    const Vorn::Ptr<ChipHwCapability> chip = coll->chipHwCapabilityIs(ChipId(3));
-    EXPECT_EQ(chip->chipId(), ChipId(3));
-    EXPECT_EQ(coll->chipHwCapabilityIs(ChipId(3)), chip);  // get-or-create
-    EXPECT_EQ(chip->chipRuleListIdReservedPermitAll(), 255);
-    EXPECT_FALSE(chip->aclSplitOnProtocolSupported());
-    EXPECT_FALSE(coll->chipHwCapability(ChipId(4)));
-}
-
 TEST(HwCapabilityTest, TheGlobalRecordIsInsertedByName) {
     const Vorn::Ptr<HwCapabilityColl> coll = hwCapabilityCollFactory("HwCapabilityColl");
     EXPECT_FALSE(coll->hwCapability());
