@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -14,6 +15,7 @@
 #include "ovinmirel/index/OvinMirelIndexSm.h"
 #include "ovinmirel/index/OvinMirelIndexTestWorld.h"
 #include "ovinmirel/testagent/OvinMirelTestAgentRoot.h"
+#include "tests/support/AgentInvariants.h"
 #include "tools/sim/ScenarioBuilders.h"
 #include "tools/sim/ScenarioReader.h"
 #include "tools/sim/ScenarioWriter.h"
@@ -530,6 +532,8 @@ class Generator {
 };
 
 std::string kindOf(const std::string& text) {
+    if (text.size() >= 2 && text[0] == 'I' && text[1] >= '1' && text[1] <= '9')
+        return text.substr(0, text.find(' '));
     static const std::vector<std::string> kNames = {"index", "rebuild", "mapping", "agent"};
     for (const std::string& n : kNames) {
         if (text.rfind(n, 0) == 0)
@@ -645,9 +649,15 @@ std::optional<std::string> checkAgent(const OvinMirel::TestAgentRoot& root) {
     return std::nullopt;
 }
 
-std::optional<Failure> runChecked(const Sim::Scenario& s, const Sim::PassCheck& check) {
-    Sim::SimOptions options;
-    options.passCheck = check;
+namespace {
+
+std::optional<std::string> firstOf(const std::vector<std::string>& lines) {
+    if (lines.empty())
+        return std::nullopt;
+    return lines.front();
+}
+
+std::optional<Failure> runWith(const Sim::Scenario& s, Sim::SimOptions options) {
     options.stopOnViolation = true;
     Sim::RunResult r;
     try {
@@ -673,6 +683,25 @@ std::optional<Failure> runChecked(const Sim::Scenario& s, const Sim::PassCheck& 
         }
     }
     return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Failure> runChecked(const Sim::Scenario& s) {
+    Sim::SimOptions options;
+    options.makeChecks = [](OvinMirel::TestAgentRoot& root) {
+        const auto inv = std::make_shared<OvinMirel::Reliability::AgentInvariants>(root);
+        return Sim::RunChecks{
+            [inv](const OvinMirel::TestAgentRoot&) { return firstOf(inv->check()); },
+            [inv](const OvinMirel::TestAgentRoot&) { return firstOf(inv->checkSettled()); }};
+    };
+    return runWith(s, options);
+}
+
+std::optional<Failure> runChecked(const Sim::Scenario& s, const Sim::PassCheck& check) {
+    Sim::SimOptions options;
+    options.passCheck = check;
+    return runWith(s, options);
 }
 
 bool replayable(const Sim::Scenario& s) {

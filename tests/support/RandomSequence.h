@@ -58,14 +58,18 @@ std::optional<std::string> checkAgent(const OvinMirel::TestAgentRoot& root);
 struct Failure {
     std::string what;  // "at <time>: <check>: <text>", or the run's own error
     size_t step = 0;   // steps applied before it showed
-    // The check that failed (its name, or "error" for a run that threw, "stalled" for a
-    // cycle that never finished): a shrunk scenario must fail the same way.
+    // The check that failed ("I1" ... "I7" for the agent invariants, "glue", "index",
+    // "rebuild", "mapping", "agent" for the others, "error" for a run that threw, "stalled"
+    // for a cycle that never finished): a shrunk scenario must fail the same way.
     std::string kind;
 };
 
-// Runs the scenario with checkAgent after every pass, stopping at the first violation; then,
-// at the end, every cycle must have reached idle. nullopt when all held.
-std::optional<Failure> runChecked(const Sim::Scenario& s, const Sim::PassCheck& check = checkAgent);
+// Runs the scenario with the agent invariants (AgentInvariants.h: check() after every pass,
+// checkSettled() at the end), stopping at the first violation; every cycle must also have
+// reached idle. nullopt when all held.
+std::optional<Failure> runChecked(const Sim::Scenario& s);
+// The same with another check after every pass instead of the agent invariants.
+std::optional<Failure> runChecked(const Sim::Scenario& s, const Sim::PassCheck& check);
 
 // The scenario as ovinmirel-sim reads it back; false when the reader refuses the written text
 // (the steps left do not make a valid scenario).

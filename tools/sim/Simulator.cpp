@@ -259,25 +259,31 @@ RunResult simulate(const Scenario& scenario, const SimOptions& options) {
     const Vorn::Ptr<TestAgentRoot> root = OvinMirel::testAgentRootFactory("ovinmirel-sim", wheel);
     Recorder recorder(*root, out);
     size_t applied = 0;
+    // Declared after the agent: gone before it.
+    const RunChecks checks = options.makeChecks ? options.makeChecks(*root) : RunChecks{};
+    auto note = [&](const std::optional<std::string>& found) {
+        if (!found)
+            return;
+        std::ostringstream os;
+        os << "at " << Vorn::currentTime() << ": " << *found;
+        out.violation = os.str();
+        out.violationStep = applied;
+    };
     root->afterPassIs([&] {
         recorder.collectLogs();
         recorder.noteBlocked();
         if (out.violationStep)
             return;
-        std::optional<std::string> broken = root->glueViolation();
-        if (!broken && options.passCheck) {
-            if (std::optional<std::string> found = options.passCheck(*root)) {
-                std::ostringstream os;
-                os << "at " << Vorn::currentTime() << ": " << *found;
-                broken = os.str();
-            }
-        }
-        if (broken) {
-            out.violation = broken;
+        if (root->glueViolation()) {
+            out.violation = root->glueViolation();
             out.violationStep = applied;
-            if (options.stopOnViolation)
-                throw StopRun{};
         }
+        if (!out.violationStep && options.passCheck)
+            note(options.passCheck(*root));
+        if (!out.violationStep && checks.afterPass)
+            note(checks.afterPass(*root));
+        if (out.violationStep && options.stopOnViolation)
+            throw StopRun{};
     });
     if (options.checkInvariants)
         root->glueCheckIs(true);
@@ -330,6 +336,8 @@ RunResult simulate(const Scenario& scenario, const SimOptions& options) {
         } catch (const std::exception& e) {
             throw std::runtime_error(std::string("end of the run: ") + e.what());
         }
+        if (!out.violationStep && checks.atEnd)
+            note(checks.atEnd(*root));
     } catch (const StopRun&) {
         // The run ends at its first broken invariant; what it recorded so far stands.
     }
