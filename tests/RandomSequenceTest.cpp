@@ -36,10 +36,16 @@ namespace fs = std::filesystem;
 
 constexpr size_t kShards = 30;
 constexpr size_t kDefaultEvents = 300;
-#if defined(__SANITIZE_ADDRESS__)
-// The sanitized build runs about ten times slower; it takes every tenth seed of the default
-// run so that the whole sanitized suite stays within its time (the normal build runs all).
-constexpr size_t kDefaultSeeds = 30;
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define OVINMIREL_RANDOM_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(OVINMIREL_RANDOM_SANITIZED)
+// The sanitized build runs this two to three times slower than a Debug build: it takes the
+// first third of the seeds, so that the whole sanitized suite stays within its share of the
+// CI time (the normal build runs them all).
+constexpr size_t kDefaultSeeds = 100;
 #else
 constexpr size_t kDefaultSeeds = 300;
 #endif
@@ -54,6 +60,9 @@ const std::vector<std::string> kKnownDefectTexts = {
     "loaded tables are not its PD mapping after a successful cycle",
     "settled with tables other than its mapping",
     "loaded configuration is not its PD mapping after the successful cycle",
+    // Seen from the failed side (seed 20): a legitimate mapping change loaded while idle after
+    // the failed cycle joins tables that lack the dropped changes.
+    "changed in a failed cycle (fail), and is not its PD mapping either",
 };
 
 bool knownDefect(const Failure& f) {
@@ -265,6 +274,17 @@ TEST(RandomSequenceTest, ThePlanComesFromTheEnvironment) {
         std::vector<uint64_t> wantSeeds;
         size_t wantEvents;
     };
+    // Put back what the caller set, so the randomized run below sees its own plan.
+    struct Saved {
+        const char* name;
+        std::optional<std::string> value;
+    };
+    std::vector<Saved> saved;
+    for (const char* n :
+         {"OVINMIREL_RANDOM_SEED", "OVINMIREL_RANDOM_SEEDS", "OVINMIREL_RANDOM_EVENTS"}) {
+        const char* v = std::getenv(n);
+        saved.push_back({n, v ? std::optional<std::string>(v) : std::nullopt});
+    }
     const std::vector<Case> cases = {
         {nullptr, nullptr, nullptr, {1, 2, 3}, 300},
         {"17", nullptr, "50", {17}, 50},
@@ -287,7 +307,12 @@ TEST(RandomSequenceTest, ThePlanComesFromTheEnvironment) {
     }
     setenv("OVINMIREL_RANDOM_EVENTS", "many", 1);
     EXPECT_THROW(runPlan(3, 300), std::invalid_argument);
-    unsetenv("OVINMIREL_RANDOM_EVENTS");
+    for (const Saved& s : saved) {
+        if (s.value)
+            setenv(s.name, s.value->c_str(), 1);
+        else
+            unsetenv(s.name);
+    }
 }
 
 // ---- The randomized run ----
