@@ -70,6 +70,10 @@ std::optional<std::string> checkFailedCycle(const GlueSm& sm, const GlueSnapshot
         const Vorn::Ptr<Mirel::ChipConfig> config = sm.pDConfig()->chipConfig(chip);
         if (!presence.present(chip) || !before.stayed(chip, config))
             continue;
+        // Keys the abort dropped are loaded once idle, over several passes in the safe order:
+        // judged once the loader has nothing queued.
+        if (loaderBusy(sm, chip))
+            continue;
         const Mirel::ChipDataFlowConfig& loaded = *config->chipDataFlowConfig();
         if (loaded.mappingsEqual(*tables))
             continue;
