@@ -375,6 +375,38 @@ TEST(RandomSequenceTest, AChipThatLeavesAndComesBackDuringACycleIsNotHeldToIt) {
     EXPECT_EQ(acls, (std::set<std::string>{"ipc/ip/in", "ipc/ip/out"}));
 }
 
+// Seed 92, shrunk: chip 3's computation fails, and in the same instant the cycle ends a port
+// with a binding leaves every chip. The loader takes the change out while idle over more than
+// one pass; the tables in between are neither the ones from before the cycle nor the PD mapping,
+// and are judged only once the loader is done.
+TEST(RandomSequenceTest, AMappingChangeLoadedWhileIdleAfterAFailedCycleIsJudgedOnceLoaded) {
+    const char* const text = R"({
+  "name": "port leaves after a failed cycle", "routedPortRaclSharing": true,
+  "blockDuringUpdate": true,
+  "chips": [
+    {"id": 2, "ruleListIdMax": 1, "hwAclIndexMax": 2, "allocMax": 2,
+     "ports": ["Ethernet5", "Ethernet6", "Ethernet7", "Ethernet8"]},
+    {"id": 3, "ruleListIdMax": 12, "splitOnProtocol": true,
+     "combinations": ["v4pacl-in v4racl-in v6pacl-in v6racl-in v4pacl-out v4racl-out v6pacl-out v6racl-out",
+                      "v4pacl-in macacl-in macacl-out"],
+     "ports": ["Ethernet9", "Ethernet10", "Ethernet12"]}],
+  "acls": [
+    {"name": "ipc", "type": "ip", "rules": ["90 deny ip any 10.0.0.0/8"]},
+    {"name": "ipb", "type": "ip", "rules": ["20 permit icmp 10.1.6.24/29 host 10.1.5.20"]},
+    {"name": "v6b", "type": "ipv6", "rules": ["60 deny tcp any any established"]}],
+  "bindings": [
+    {"intf": "Ethernet10", "acl": "ipb", "type": "ip", "direction": "in"},
+    {"intf": "Ethernet12", "acl": "v6b", "type": "ipv6", "direction": "out"}],
+  "steps": [
+    {"at": 5, "do": "fault", "chip": 3, "fault": "fail:unsupported count:1"},
+    {"at": 5, "do": "bind", "intf": "Ethernet10", "acl": "ipc", "type": "ip", "direction": "in"},
+    {"at": 5.75, "do": "movePort", "port": "Ethernet12", "chip": null}]
+})";
+    const Sim::ReadScenario read = Sim::readScenario(text, "seed 92");
+    const std::optional<Failure> f = runChecked(read.scenario);
+    EXPECT_FALSE(f) << f->what;
+}
+
 INSTANTIATE_TEST_SUITE_P(Shard, RandomSequenceRun, testing::Range<size_t>(0, kShards),
                          [](const testing::TestParamInfo<size_t>& i) {
                              return "shard" + std::to_string(i.param);
