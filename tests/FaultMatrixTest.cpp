@@ -352,14 +352,11 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
 
 INSTANTIATE_TEST_SUITE_P(FaultMatrix, FaultMatrixTest, ::testing::ValuesIn(matrix()), caseName);
 
-// Found by the checker, not fixed here: a mapping change that reaches a chip's mapping loader
-// while another chip's failure aborts the cycle is dropped at aborting (the loader's rule for
-// "the aborted computation's mappings"), but the PD mapping follows the active root only, so
-// what it dropped was a change for the root that stays. When the chip's root does not change
-// in the next cycle, nothing writes it again: here chip 1 keeps Ethernet2, which left it, in
-// its loaded tables for good. Disabled until the loader's rule is settled (for example a
-// re-synchronisation of input and output once idle after a dropped queue).
-TEST(FaultMatrixFindingTest, DISABLED_AMappingChangeDuringAFailedCycleIsLoadedOnceIdle) {
+// Found by the checker: a mapping change that reaches a chip's mapping loader while another
+// chip's failure aborts the cycle is dropped at aborting, but the PD mapping follows the active
+// root only, so what it dropped was a change for the root that stays. The loader reconciles its
+// input and output once idle: chip 1 must not keep Ethernet2, which left it.
+TEST(FaultMatrixFindingTest, AMappingChangeDuringAFailedCycleIsLoadedOnceIdle) {
     World w;
     AgentInvariants inv(*w.root);
     Lines seen;
