@@ -352,9 +352,10 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
 
 INSTANTIATE_TEST_SUITE_P(FaultMatrix, FaultMatrixTest, ::testing::ValuesIn(matrix()), caseName);
 
-// Found by the checker: a mapping change that reached a chip's loader while another chip's
-// failure aborted the cycle was dropped with the loader's queues and, the chip's root never
-// changing again, stayed unloaded: chip 1 kept Ethernet2, which had left it, in its tables.
+// Found by the checker: a mapping change that reaches a chip's mapping loader while another
+// chip's failure aborts the cycle is dropped at aborting, but the PD mapping follows the active
+// root only, so what it dropped was a change for the root that stays. The loader reconciles its
+// input and output once idle: chip 1 must not keep Ethernet2, which left it.
 TEST(FaultMatrixFindingTest, AMappingChangeDuringAFailedCycleIsLoadedOnceIdle) {
     World w;
     AgentInvariants inv(*w.root);

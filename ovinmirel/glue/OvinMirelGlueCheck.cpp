@@ -54,8 +54,8 @@ std::optional<std::string> checkFailedCycle(const GlueSm& sm, const GlueSnapshot
     for (const auto& entry : status.activeRootSmId())
         chips.insert(entry.first);
     for (const Mirel::ChipId chip : chips) {
-        if (!presence.present(chip))
-            continue;  // a chip that went takes its roots with it
+        if (!presence.present(chip) || !before.stayed(chip, sm.pDConfig()->chipConfig(chip)))
+            continue;  // a chip that went took its roots with it, even if it is back
         auto was = before.activeRootSmId.find(chip);
         const uint32_t* now = status.activeRootSmId(chip);
         const bool wasSet = was != before.activeRootSmId.end();
@@ -68,7 +68,11 @@ std::optional<std::string> checkFailedCycle(const GlueSm& sm, const GlueSnapshot
     }
     for (const auto& [chip, tables] : before.loaded) {
         const Vorn::Ptr<Mirel::ChipConfig> config = sm.pDConfig()->chipConfig(chip);
-        if (!presence.present(chip) || !config)
+        if (!presence.present(chip) || !before.stayed(chip, config))
+            continue;
+        // Keys the abort dropped are loaded once idle, over several passes in the safe order:
+        // judged once the loader has nothing queued.
+        if (loaderBusy(sm, chip))
             continue;
         const Mirel::ChipDataFlowConfig& loaded = *config->chipDataFlowConfig();
         if (loaded.mappingsEqual(*tables))
@@ -190,9 +194,16 @@ GlueSnapshot takeGlueSnapshot(const GlueStatus& glueStatus, const Mirel::PDConfi
     GlueSnapshot s;
     for (const auto& [chip, rootId] : glueStatus.activeRootSmId())
         s.activeRootSmId.emplace(chip, rootId);
-    for (const auto& [chip, config] : pDConfig.chipConfig())
+    for (const auto& [chip, config] : pDConfig.chipConfig()) {
         s.loaded.emplace(chip, copyTables(*config->chipDataFlowConfig()));
+        s.config.emplace(chip, config);
+    }
     return s;
+}
+
+bool GlueSnapshot::stayed(Mirel::ChipId chip, const Vorn::Ptr<Mirel::ChipConfig>& now) const {
+    auto was = config.find(chip);
+    return now && was != config.end() && was->second.ptr() == now.ptr();
 }
 
 std::optional<std::string> checkGlueInvariants(const GlueSm& glueSm,

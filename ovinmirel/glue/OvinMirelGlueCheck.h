@@ -7,11 +7,12 @@
 // Some rules are about one cycle: they compare with a snapshot of the active roots and the
 // loaded configurations taken when the cycle left idle (GlueChecker takes it at aclIdAlloc).
 // The rules, in the order they are checked:
-//  1. Once idle after a failed cycle (fail or aclIdAllocFail), every present chip has the
-//     active root it had when the cycle started, and its loaded configuration (the data-flow
-//     tables of its chip configuration) is the one it had then, or exactly its PD mapping's
-//     (piChipDataFlowConfig), which follows the active root only: the loader's kept write
-//     after a CRLI exhaustion, or mapping changes that arrived while the cycle ran.
+//  1. Once idle after a failed cycle (fail or aclIdAllocFail), every chip present all through
+//     the cycle has the active root it had when the cycle started, and its loaded configuration
+//     (the data-flow tables of its chip configuration) is the one it had then, or exactly its PD
+//     mapping's (piChipDataFlowConfig), which follows the active root only: the loader's kept write
+//     after a CRLI exhaustion, or mapping changes that arrived while the cycle ran. A chip that
+//     left during the cycle took its roots and tables with it, whether or not it came back.
 //  2. Once idle after a successful cycle, every chip whose active root changed in it has
 //     loaded exactly its PD mapping's tables, and every 2nd-level entry it loaded names an ACL
 //     id of its active root. A chip whose loader has work queued is skipped: it writes on the
@@ -38,6 +39,12 @@ namespace OvinMirel {
 struct GlueSnapshot {
     std::map<Mirel::ChipId, uint32_t> activeRootSmId;
     std::map<Mirel::ChipId, Vorn::Ptr<Mirel::ChipDataFlowConfig>> loaded;
+    // Each chip's configuration entity, held so that a chip that leaves and comes back gets
+    // another object: the cycle owes such a chip nothing.
+    std::map<Mirel::ChipId, Vorn::Ptr<Mirel::ChipConfig>> config;
+
+    // Whether the chip had this configuration entity when the snapshot was taken.
+    bool stayed(Mirel::ChipId chip, const Vorn::Ptr<Mirel::ChipConfig>& now) const;
 };
 
 GlueSnapshot takeGlueSnapshot(const GlueStatus& glueStatus, const Mirel::PDConfig& pDConfig);

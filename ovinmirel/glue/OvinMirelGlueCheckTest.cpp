@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ovinmirel/glue/OvinMirelGlueTestWorld.h"
 
@@ -54,6 +55,53 @@ TEST(GlueCheck, SilentOverRealCycles) {
         EXPECT_EQ(w.state(), idle_);
         EXPECT_EQ(w.check(), std::nullopt);
     }
+}
+
+// Chip 1 leaves and comes back while chip 2's late failure holds the cycle: its roots went
+// with it, so the failed cycle ends with chip 1 rootless, which is not the cycle's doing. A
+// chip that stayed is still held to its root.
+TEST(GlueCheck, AChipThatLeftDuringAFailedCycleIsNotJudgedOnIt) {
+    GlueTest::World w;
+    w.addChip(1);
+    w.addChip(2);
+    w.port(eth(1), 1);
+    w.port(eth(5), 2);
+    w.acl(kA, {ipRule(10, "10.0.0.0", 8)});
+    w.bind(kA, eth(1));
+    w.bind(kA, eth(5));
+    w.start();
+    w.settle();
+    ASSERT_TRUE(w.activeRoot(1));
+    ASSERT_TRUE(w.activeRoot(2));
+    const uint32_t chip2Root = *w.activeRoot(2);
+
+    // Chip 2 fails every cycle from now on, late.
+    w.faultPlan().faultIs(Mirel::ChipId(2),
+                          TestAgentFault::failing(Mirel::stageHwError_).alsoLate(2));
+    w.acl(kB, {ipRule(10, "10.2.0.0", 16)});
+    w.bind(kB, eth(1));
+    w.bind(kB, eth(5));
+    w.runFor(1);
+    ASSERT_NE(w.state(), idle_) << "the late answer holds the cycle";
+    w.dropPDStatus(1);
+    w.pass();
+    ASSERT_FALSE(w.activeRoot(1));
+    w.addChip(1);
+    std::vector<std::string> seen;
+    w.afterPass = [&] {
+        if (const auto v = w.check())
+            seen.push_back(*v);
+    };
+    w.settle();
+    EXPECT_EQ(w.glueStatus->lastComputationResult(), fail_);
+    EXPECT_EQ(seen, std::vector<std::string>{});
+    EXPECT_FALSE(w.activeRoot(1));
+    EXPECT_EQ(w.activeRoot(2), chip2Root);
+
+    // The same end, had chip 2 lost its root: that one stayed, and is named.
+    w.glueStatus->activeRootSmIdDel(Mirel::ChipId(2));
+    EXPECT_EQ(w.check(), "Chip-2 active root changed from " + std::to_string(chip2Root) +
+                             " to none in a failed cycle (fail)");
 }
 
 TEST(GlueCheck, NamesTheFirstViolationOfEachRule) {

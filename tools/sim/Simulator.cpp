@@ -233,6 +233,10 @@ class Driver {
     TestAgentRoot& root_;
 };
 
+// Thrown from the pass hook to end a run at its first broken invariant; not a std::exception,
+// so that the step's error wrapping lets it through.
+struct StopRun {};
+
 }  // namespace
 
 int RunResult::exitStatus() const {
@@ -254,9 +258,32 @@ RunResult simulate(const Scenario& scenario, const SimOptions& options) {
     Brix::TimerWheel wheel;
     const Vorn::Ptr<TestAgentRoot> root = OvinMirel::testAgentRootFactory("ovinmirel-sim", wheel);
     Recorder recorder(*root, out);
+    size_t applied = 0;
+    // Declared after the agent: gone before it.
+    const RunChecks checks = options.makeChecks ? options.makeChecks(*root) : RunChecks{};
+    auto note = [&](const std::optional<std::string>& found) {
+        if (!found)
+            return;
+        std::ostringstream os;
+        os << "at " << Vorn::currentTime() << ": " << *found;
+        out.violation = os.str();
+        out.violationStep = applied;
+    };
     root->afterPassIs([&] {
         recorder.collectLogs();
         recorder.noteBlocked();
+        if (out.violationStep)
+            return;
+        if (root->glueViolation()) {
+            out.violation = root->glueViolation();
+            out.violationStep = applied;
+        }
+        if (!out.violationStep && options.passCheck)
+            note(options.passCheck(*root));
+        if (!out.violationStep && checks.afterPass)
+            note(checks.afterPass(*root));
+        if (out.violationStep && options.stopOnViolation)
+            throw StopRun{};
     });
     if (options.checkInvariants)
         root->glueCheckIs(true);
@@ -273,43 +300,51 @@ RunResult simulate(const Scenario& scenario, const SimOptions& options) {
     } catch (const std::exception& e) {
         throw std::runtime_error(std::string("start: ") + e.what());
     }
-    for (size_t i = 0; i < total; ++i) {
-        const TimedStep& st = scenario.steps[i];
-        report(i);
-        std::string where = "step " + std::to_string(i) + " (" + actionWord(st.action) + " at " +
-                            seconds(st.at) + ")";
-        try {
-            // Steps at one time go in together, as one burst of configuration: the event loop
-            // runs only before the first of them.
-            if (i == 0 || st.at > scenario.steps[i - 1].at)
-                root->runUntil(st.at);
-            driver.apply(st.action);
-            recorder.collectLogs();
-            if (const auto* snap = std::get_if<Step::Snapshot>(&st.action))
-                out.snapshots.push_back(
-                    SnapshotRecord{st.at, snap->label, captureState(*root, chips)});
-        } catch (const std::exception& e) {
-            throw std::runtime_error(where + ": " + e.what());
-        }
-        if (const auto* add = std::get_if<Step::AddChip>(&st.action))
-            chips.insert(add->chip.id);
-        out.steps.push_back(StepRecord{i, st.at, actionWord(st.action), describe(st.action)});
-    }
     try {
-        if (scenario.end) {
-            root->runUntil(*scenario.end);
-        } else {
-            root->runUntilIdle();
-            // One more poll, so the capacity published is that of the last commit.
-            root->runFor(root->capacitySm()->pollingInterval());
+        for (size_t i = 0; i < total; ++i) {
+            const TimedStep& st = scenario.steps[i];
+            report(i);
+            std::string where = "step " + std::to_string(i) + " (" + actionWord(st.action) +
+                                " at " + seconds(st.at) + ")";
+            try {
+                // Steps at one time go in together, as one burst of configuration: the event loop
+                // runs only before the first of them.
+                if (i == 0 || st.at > scenario.steps[i - 1].at)
+                    root->runUntil(st.at);
+                driver.apply(st.action);
+                recorder.collectLogs();
+                if (const auto* snap = std::get_if<Step::Snapshot>(&st.action))
+                    out.snapshots.push_back(
+                        SnapshotRecord{st.at, snap->label, captureState(*root, chips)});
+            } catch (const std::exception& e) {
+                throw std::runtime_error(where + ": " + e.what());
+            }
+            if (const auto* add = std::get_if<Step::AddChip>(&st.action))
+                chips.insert(add->chip.id);
+            out.steps.push_back(StepRecord{i, st.at, actionWord(st.action), describe(st.action)});
+            applied = i + 1;
         }
-        recorder.collectLogs();
-    } catch (const std::exception& e) {
-        throw std::runtime_error(std::string("end of the run: ") + e.what());
+        try {
+            if (scenario.end) {
+                root->runUntil(*scenario.end);
+            } else {
+                root->runUntilIdle();
+                // One more poll, so the capacity published is that of the last commit.
+                root->runFor(root->capacitySm()->pollingInterval());
+            }
+            recorder.collectLogs();
+        } catch (const std::exception& e) {
+            throw std::runtime_error(std::string("end of the run: ") + e.what());
+        }
+        if (!out.violationStep && checks.atEnd)
+            note(checks.atEnd(*root));
+    } catch (const StopRun&) {
+        // The run ends at its first broken invariant; what it recorded so far stands.
     }
     report(total);
     out.endTime = Vorn::currentTime();
-    out.violation = root->glueViolation();
+    if (!out.violation)
+        out.violation = root->glueViolation();
     out.state = captureState(*root, chips);
     root->afterPassIs(nullptr);
     return out;

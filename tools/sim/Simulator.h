@@ -22,6 +22,10 @@
 #include "tools/sim/Scenario.h"
 #include "tools/sim/SwitchState.h"
 
+namespace OvinMirel {
+class TestAgentRoot;
+}
+
 namespace Sim {
 
 struct StepRecord {
@@ -64,8 +68,12 @@ struct RunResult {
     std::vector<LogRecord> logs;
     std::vector<SnapshotRecord> snapshots;  // the snapshot steps', in step order
     SwitchState state;                      // at the end
-    // The glue's invariant check, run after every pass: its first violation, if any.
+    // The first broken invariant, if any: the glue's check, run after every pass, then the
+    // caller's pass check (SimOptions::passCheck), "at <time>: <what>".
     std::optional<std::string> violation;
+    // Steps applied when a check first failed; with stopOnViolation the run ended there (the
+    // check at the end counts as after the last step).
+    std::optional<size_t> violationStep;
 
     // 1 when the last cycle failed or never finished, 0 otherwise (also without cycles).
     int exitStatus() const;
@@ -74,11 +82,29 @@ struct RunResult {
 // Called before each step and at the end: (steps done, steps in all, virtual time, cycles).
 using Progress = std::function<void(size_t, size_t, double, size_t)>;
 
+// Called after every pass of the event loop with the running agent; a text says what is
+// broken. Randomized runs put their invariant checks here.
+using PassCheck = std::function<std::optional<std::string>(const OvinMirel::TestAgentRoot&)>;
+
+// Checks that watch the agent from start-up on (a checker that follows the glue's cycles):
+// made once the agent exists, before the scenario's configuration is applied. `afterPass` runs
+// with the pass check; `atEnd` once, when the run has settled.
+struct RunChecks {
+    PassCheck afterPass;
+    PassCheck atEnd;
+};
+using MakeChecks = std::function<RunChecks(OvinMirel::TestAgentRoot&)>;
+
 struct SimOptions {
     // The glue's invariant check after every pass (RunResult::violation). It reads every
     // chip's state, so a benchmark turns it off.
     bool checkInvariants = true;
     Progress progress;
+    PassCheck passCheck;
+    MakeChecks makeChecks;
+    // The first failed pass check ends the run: the steps after it are not applied and the
+    // state recorded is the one the check saw. A shrinking search wants its answer early.
+    bool stopOnViolation = false;
 };
 
 // Throws std::runtime_error when the agent refuses a step the reader let through or the event

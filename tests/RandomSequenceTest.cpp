@@ -1,0 +1,416 @@
+// Randomized fault sequences through the test agent. Each seed makes a scenario of ACL, rule,
+// binding, membership, sub-interface, port and chip changes mixed with driver faults (failed
+// computations with every stage error code, late, doubled and lost answers, small limits),
+// runs it with the invariant checks after every pass of the event loop, and on a failure
+// prints the seed and the steps, shrinks the scenario and writes it where ovinmirel-sim
+// replays it.
+//
+//   OVINMIREL_RANDOM_SEED=17 build/ovinmirel_tests --gtest_filter='RandomSequence*'
+//   OVINMIREL_RANDOM_SEEDS=2000 OVINMIREL_RANDOM_EVENTS=1000 build/ovinmirel_tests ...
+//   OVINMIREL_RANDOM_OUT=<dir>   where shrunk scenarios go (default: the temporary directory)
+//   OVINMIREL_RANDOM_SHRINK_RUNS=<n>   the shrinking effort (default 150 runs)
+//
+// The default run (300 seeds of 300 events) is split into shards, one test each, so that each
+// stays well inside the per-test time limit of ctest.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "ovinmirel/testagent/OvinMirelTestAgentRoot.h"
+#include "tests/support/RandomSequence.h"
+#include "tools/sim/ScenarioBuilders.h"
+#include "tools/sim/ScenarioReader.h"
+#include "tools/sim/ScenarioWriter.h"
+
+namespace RandomSequence {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kShards = 30;
+constexpr size_t kDefaultEvents = 300;
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define OVINMIREL_RANDOM_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(OVINMIREL_RANDOM_SANITIZED)
+// The sanitized build runs this two to three times slower than a Debug build: it takes the
+// first third of the seeds, so that the whole sanitized suite stays within its share of the
+// CI time (the normal build runs them all).
+constexpr size_t kDefaultSeeds = 100;
+#else
+constexpr size_t kDefaultSeeds = 300;
+#endif
+
+// The shrinking effort per failure, in runs (OVINMIREL_RANDOM_SHRINK_RUNS).
+size_t shrinkRuns() {
+    if (const char* n = std::getenv("OVINMIREL_RANDOM_SHRINK_RUNS"); n && *n)
+        return size_t(std::strtoul(n, nullptr, 10));
+    return 150;
+}
+
+fs::path outDir() {
+    if (const char* d = std::getenv("OVINMIREL_RANDOM_OUT"); d && *d)
+        return d;
+    return fs::temp_directory_path();
+}
+
+// ---- The generator ----
+
+TEST(RandomSequenceTest, ASeedGivesOneScenarioThatReadsBackEqual) {
+    for (uint64_t seed : {1u, 2u, 77u}) {
+        SCOPED_TRACE(seed);
+        const Sim::Scenario s = generate(seed, 120, RulePool::standard());
+        EXPECT_EQ(s, generate(seed, 120, RulePool::standard()));
+        EXPECT_NE(s, generate(seed + 1, 120, RulePool::standard()));
+        EXPECT_GE(s.steps.size(), 120u);
+        const Sim::ReadScenario back = Sim::readScenario(Sim::writeScenario(s), "generated");
+        EXPECT_EQ(back.scenario, s);
+    }
+}
+
+// Over a few seeds every kind of event appears, every stage error code is injected, and
+// every lost answer is followed by its chip's removal before the run ends.
+TEST(RandomSequenceTest, SeedsCoverEveryEventAndEachLostAnswerIsFollowedByItsChipsRemoval) {
+    std::set<std::string> words;
+    std::set<int> codes;
+    std::set<Zamu::IntfId> boundKinds;  // one interface of each kind that got a binding
+    size_t lost = 0, late = 0, twice = 0, exhaustible = 0;
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+        SCOPED_TRACE(seed);
+        const Sim::Scenario s = generate(seed, 300, RulePool::standard());
+        for (const Sim::ChipSpec& c : s.chips)
+            exhaustible += c.ruleListIdMax < 6 || c.hwAclIndexMax < 6 ? 1 : 0;
+        for (size_t i = 0; i < s.steps.size(); ++i) {
+            const Sim::Action& a = s.steps[i].action;
+            words.insert(Sim::actionWord(a));
+            if (const auto* b = std::get_if<Sim::Step::Bind>(&a)) {
+                const Zamu::IntfId& intf = b->binding.intf;
+                boundKinds.insert(Zamu::SubIntfId::isSubIntfId(intf)
+                                      ? (Zamu::SubIntfId::isPortChannelSubIntfId(intf)
+                                             ? Zamu::IntfId("Port-Channel1.5")
+                                             : Zamu::IntfId("Ethernet1.10"))
+                                  : Zamu::EthIntfId::isEthIntfId(intf) ? Zamu::IntfId("Ethernet1")
+                                  : Zamu::VlanIntfId::isVlanIntfId(intf)
+                                      ? Zamu::IntfId("Vlan10")
+                                      : Zamu::IntfId("Port-Channel1"));
+            }
+            const auto* f = std::get_if<Sim::Step::Fault>(&a);
+            if (!f)
+                continue;
+            if (f->fault.failWith != Mirel::stageSuccess_)
+                codes.insert(int(f->fault.failWith));
+            late += f->fault.delay > 0 ? 1 : 0;
+            twice += f->fault.answerTwice ? 1 : 0;
+            if (!f->fault.lost)
+                continue;
+            ++lost;
+            bool removed = false;
+            for (size_t j = i + 1; j < s.steps.size() && !removed; ++j) {
+                const auto* r = std::get_if<Sim::Step::RemoveChip>(&s.steps[j].action);
+                removed = r && r->chip == f->chip;
+            }
+            EXPECT_TRUE(removed) << "the lost answer of step " << i << " on chip " << f->chip;
+        }
+    }
+    for (const char* w : {"acl", "removeAcl", "rule", "removeRule", "bind", "unbind", "addChip",
+                          "removeChip", "movePort", "vlanJoin", "vlanLeave", "lagJoin", "lagLeave",
+                          "addSubIntf", "removeSubIntf", "fault", "allocMax"})
+        EXPECT_TRUE(words.contains(w)) << w;
+    EXPECT_EQ(codes, (std::set<int>{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(boundKinds.size(), 5u);
+    EXPECT_GT(lost, 0u);
+    EXPECT_GT(late, 0u);
+    EXPECT_GT(twice, 0u);
+    EXPECT_GT(exhaustible, 0u);
+}
+
+TEST(RandomSequenceTest, CorpusRulesJoinThePoolOnlyWhenTheReaderTakesThem) {
+    const fs::path file = outDir() / "ovinmirel-random-pool-test.acl";
+    {
+        std::ofstream out(file);
+        out << "# header\nacl one ipv4\n10 permit tcp any any eq 80  # orig: x\n"
+            << "20 permit tcp any any eq 99999\n# unconverted: remark\n"
+            << "acl two mac\n10 permit any any 0x0806\nacl three arp\n10 permit ip any any\n";
+    }
+    RulePool p;
+    p.addCorpusFile(file.string());
+    fs::remove(file);
+    EXPECT_EQ(p.ip, std::vector<std::string>{"permit tcp any any eq 80"});
+    EXPECT_EQ(p.mac, std::vector<std::string>{"permit any any 0x0806"});
+    EXPECT_TRUE(p.ipv6.empty());
+    EXPECT_EQ(p.fromCorpus, 2u);
+}
+
+// ---- Runs, failures and shrinking ----
+
+Sim::Scenario twoChips() {
+    Sim::Scenario s;
+    s.name = "two chips";
+    s.chips = {Sim::chip(1, {"Ethernet1", "Ethernet2"}), Sim::chip(2, {"Ethernet5"})};
+    s.acls = {Sim::acl("web", Acl::aclTypeIpv4, {"10 permit tcp any any eq 80"})};
+    s.bindings = {Sim::binding("Ethernet1", s.acls[0])};
+    return s;
+}
+
+TEST(RandomSequenceTest, ALostAnswerStallsItsCycleUntilItsChipLeaves) {
+    Sim::Scenario s = twoChips();
+    s.steps = {
+        Sim::at(2, Sim::Step::Fault{2, OvinMirel::TestAgentFault::losing().times(1)}),
+        Sim::at(2, Sim::Step::Bind{Sim::binding("Ethernet5", s.acls[0])}),
+    };
+    const std::optional<Failure> stalled = runChecked(s);
+    ASSERT_TRUE(stalled);
+    EXPECT_EQ(stalled->kind, "I7") << stalled->what;
+
+    s.steps.push_back(Sim::at(6, Sim::Step::RemoveChip{2}));
+    const std::optional<Failure> released = runChecked(s);
+    EXPECT_FALSE(released) << released->what;
+}
+
+// A planted check fails once chip 2 has left; the run stops there, the shrinker keeps only
+// the removal, and the written file replays to the same state.
+TEST(RandomSequenceTest, AFailureIsShrunkToTheStepsItNeedsAndWrittenForTheSimulator) {
+    const Sim::PassCheck planted =
+        [](const OvinMirel::TestAgentRoot& root) -> std::optional<std::string> {
+        if (!root.chip(Mirel::ChipId(2)))
+            return "agent: chip 2 is gone";
+        return checkAgent(root);
+    };
+    // A generated run in which chip 2 leaves at some point.
+    Sim::Scenario s;
+    for (uint64_t seed = 1; s.steps.empty(); ++seed) {
+        ASSERT_LT(seed, 50u);
+        s = generate(seed, 100, RulePool::builtin());
+        const bool leaves = std::any_of(s.steps.begin(), s.steps.end(), [](const auto& st) {
+            return st.action == Sim::Action(Sim::Step::RemoveChip{2});
+        });
+        if (!leaves)
+            s.steps.clear();
+    }
+    const FailsFn fails = [&](const Sim::Scenario& x) { return runChecked(x, planted); };
+    const std::optional<Failure> f = fails(s);
+    ASSERT_TRUE(f);
+    EXPECT_EQ(f->kind, "agent") << f->what;
+    const ShrinkResult shrunk = shrink(s, *f, 200, fails);
+    EXPECT_EQ(shrunk.failure.kind, "agent");
+    ASSERT_EQ(shrunk.scenario.steps.size(), 1u) << listSteps(shrunk.scenario, 100);
+    EXPECT_EQ(shrunk.scenario.steps[0].action, Sim::Action(Sim::Step::RemoveChip{2}));
+
+    const fs::path file = outDir() / "ovinmirel-random-shrink-test.json";
+    {
+        std::ofstream out(file);
+        out << Sim::writeScenario(shrunk.scenario);
+    }
+    const Sim::ReadScenario back = Sim::readScenarioFile(file.string());
+    fs::remove(file);
+    EXPECT_EQ(back.scenario, shrunk.scenario);
+    const std::optional<Failure> again = fails(back.scenario);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->what, shrunk.failure.what);
+}
+
+// Delta debugging finds the two steps a failure needs among many, and never keeps a
+// candidate that fails another way.
+TEST(RandomSequenceTest, ShrinkingKeepsExactlyTheStepsTheFailureNeeds) {
+    const Sim::Scenario s = generate(9, 200, RulePool::builtin());
+    const size_t a = 37, b = 151;
+    const Sim::TimedStep first = s.steps[a], second = s.steps[b];
+    auto holds = [](const Sim::Scenario& x, const Sim::TimedStep& st) {
+        return std::find(x.steps.begin(), x.steps.end(), st) != x.steps.end();
+    };
+    const FailsFn fails = [&](const Sim::Scenario& x) -> std::optional<Failure> {
+        if (holds(x, first) && holds(x, second))
+            return Failure{"both", x.steps.size(), "planted"};
+        if (holds(x, first))
+            return Failure{"one", x.steps.size(), "other"};
+        return std::nullopt;
+    };
+    const ShrinkResult shrunk = shrink(s, *fails(s), 1000, fails);
+    EXPECT_EQ(shrunk.failure.what, "both");
+    EXPECT_TRUE(holds(shrunk.scenario, first));
+    EXPECT_TRUE(holds(shrunk.scenario, second));
+    // The reader may need a step that declares what the two name; no more than a few.
+    EXPECT_LE(shrunk.scenario.steps.size(), 6u) << listSteps(shrunk.scenario, 100);
+    EXPECT_LE(shrunk.runs, 1000u);
+}
+
+TEST(RandomSequenceTest, ThePlanComesFromTheEnvironment) {
+    struct Case {
+        const char* seed;
+        const char* seeds;
+        const char* events;
+        std::vector<uint64_t> wantSeeds;
+        size_t wantEvents;
+    };
+    // Put back what the caller set, so the randomized run below sees its own plan.
+    struct Saved {
+        const char* name;
+        std::optional<std::string> value;
+    };
+    std::vector<Saved> saved;
+    for (const char* n :
+         {"OVINMIREL_RANDOM_SEED", "OVINMIREL_RANDOM_SEEDS", "OVINMIREL_RANDOM_EVENTS"}) {
+        const char* v = std::getenv(n);
+        saved.push_back({n, v ? std::optional<std::string>(v) : std::nullopt});
+    }
+    const std::vector<Case> cases = {
+        {nullptr, nullptr, nullptr, {1, 2, 3}, 300},
+        {"17", nullptr, "50", {17}, 50},
+        {nullptr, "2", nullptr, {1, 2}, 300},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.seed ? c.seed : "-") + " " + (c.seeds ? c.seeds : "-"));
+        auto set = [](const char* name, const char* v) {
+            if (v)
+                setenv(name, v, 1);
+            else
+                unsetenv(name);
+        };
+        set("OVINMIREL_RANDOM_SEED", c.seed);
+        set("OVINMIREL_RANDOM_SEEDS", c.seeds);
+        set("OVINMIREL_RANDOM_EVENTS", c.events);
+        const RunPlan p = runPlan(3, 300);
+        EXPECT_EQ(p.seeds, c.wantSeeds);
+        EXPECT_EQ(p.events, c.wantEvents);
+    }
+    setenv("OVINMIREL_RANDOM_EVENTS", "many", 1);
+    EXPECT_THROW(runPlan(3, 300), std::invalid_argument);
+    for (const Saved& s : saved) {
+        if (s.value)
+            setenv(s.name, s.value->c_str(), 1);
+        else
+            unsetenv(s.name);
+    }
+}
+
+// ---- The randomized run ----
+
+class RandomSequenceRun : public testing::TestWithParam<size_t> {};
+
+TEST_P(RandomSequenceRun, EveryInvariantHoldsAfterEveryPass) {
+    const RunPlan plan = runPlan(kDefaultSeeds, kDefaultEvents);
+    const RulePool& pool = RulePool::standard();
+    for (size_t i = GetParam(); i < plan.seeds.size(); i += kShards) {
+        const uint64_t seed = plan.seeds[i];
+        const Sim::Scenario s = generate(seed, plan.events, pool);
+        const std::optional<Failure> f = runChecked(s);
+        if (!f)
+            continue;
+        const ShrinkResult shrunk = shrink(s, *f, shrinkRuns());
+        const fs::path file =
+            outDir() / ("ovinmirel-random-seed-" + std::to_string(seed) + ".json");
+        std::ofstream(file) << Sim::writeScenario(shrunk.scenario);
+        ADD_FAILURE() << "seed " << seed << " (" << plan.events << " events) fails at step "
+                      << f->step << ": " << f->what << "\nsteps so far:\n"
+                      << listSteps(s, f->step + 1) << "shrunk to " << shrunk.scenario.steps.size()
+                      << " steps in " << shrunk.runs << " runs: " << shrunk.failure.what << "\n"
+                      << listSteps(shrunk.scenario, shrunk.scenario.steps.size())
+                      << "replay: build/tools/ovinmirel-sim " << file.string();
+        return;  // one failure per shard is enough to read
+    }
+}
+
+// The shortest run that showed the mapping loader dropping keys (seed 10, shrunk): a binding
+// removed in the same burst as a fault that fails the next cycle on another chip. The keys the
+// aborted cycle dropped must be loaded once the agent is idle again.
+TEST(RandomSequenceTest, KeysDroppedByAnAbortedCycleAreLoadedOnceIdle) {
+    Sim::Scenario s;
+    s.name = "dropped keys";
+    s.chips = {Sim::chip(1, {"Ethernet1", "Ethernet4"}), Sim::chip(2, {"Ethernet5", "Ethernet8"})};
+    s.lags = {Sim::LagSpec{"Port-Channel1", {"Ethernet4", "Ethernet8"}}};
+    s.acls = {Sim::acl("v6b", Acl::aclTypeIpv6, {"70 permit ipv6 2a05:c100:43::/64 any"})};
+    s.bindings = {Sim::binding("Ethernet5", s.acls[0])};
+    s.steps = {
+        Sim::at(4, Sim::Step::Bind{Sim::binding("Port-Channel1", s.acls[0], Acl::aclDirectionOut)}),
+        Sim::at(7,
+                Sim::Step::Fault{
+                    2, OvinMirel::TestAgentFault::failing(Mirel::stageTcamFull_).times(1)}),
+        Sim::at(7, Sim::Step::Unbind{"Port-Channel1", Acl::aclTypeIpv6, Acl::aclDirectionOut}),
+    };
+    const std::optional<Failure> f = runChecked(s);
+    EXPECT_FALSE(f) << f->what;
+}
+
+// Seed 127, shrunk: a port moves to chip 3 in the burst that starts a cycle, chip 3's answer
+// is lost, and chip 3 leaves and comes back (without that port) before the cycle ends. The
+// cycle owes chip 3 nothing: the ACL it was to get through the moved port is no longer asked
+// of it. Once the port is back on chip 3, the next cycle gives it that ACL too.
+TEST(RandomSequenceTest, AChipThatLeavesAndComesBackDuringACycleIsNotHeldToIt) {
+    Sim::Scenario s;
+    s.name = "chip back during a cycle";
+    s.chips = {Sim::chip(2, {"Ethernet5", "Ethernet6"}), Sim::chip(3, {"Ethernet9", "Ethernet12"})};
+    s.lags = {Sim::LagSpec{"Port-Channel2", {"Ethernet5"}}};
+    s.acls = {Sim::acl("ipc", Acl::aclTypeIpv4,
+                       {"10 permit icmp any any 5", "20 permit tcp 192.0.2.0/24 any eq 22"})};
+    s.bindings = {Sim::binding("Port-Channel2", s.acls[0])};
+    s.steps = {
+        Sim::at(5, Sim::Step::Fault{3, OvinMirel::TestAgentFault::losing().times(1)}),
+        Sim::at(5, Sim::Step::Bind{Sim::binding("Ethernet12", s.acls[0], Acl::aclDirectionOut)}),
+        Sim::at(5, Sim::Step::MovePort{"Ethernet5", 3}),
+        Sim::at(5.5, Sim::Step::RemoveChip{3}),
+        Sim::at(5.5, Sim::Step::AddChip{s.chips[1]}),
+        Sim::at(8, Sim::Step::MovePort{"Ethernet5", 3}),
+    };
+    const std::optional<Failure> f = runChecked(s);
+    EXPECT_FALSE(f) << f->what;
+
+    const Sim::RunResult r = Sim::simulate(s);
+    const auto chip3 = std::find_if(r.state.chips.begin(), r.state.chips.end(),
+                                    [](const Sim::ChipState& c) { return c.id == 3; });
+    ASSERT_NE(chip3, r.state.chips.end());
+    ASSERT_TRUE(chip3->activeRoot);
+    std::set<std::string> acls;
+    for (const Sim::AclIdRow& row : chip3->aclIds)
+        acls.insert(row.acl);
+    EXPECT_EQ(acls, (std::set<std::string>{"ipc/ip/in", "ipc/ip/out"}));
+}
+
+// Seed 92, shrunk: chip 3's computation fails, and in the same instant the cycle ends a port
+// with a binding leaves every chip. The loader takes the change out while idle over more than
+// one pass; the tables in between are neither the ones from before the cycle nor the PD mapping,
+// and are judged only once the loader is done.
+TEST(RandomSequenceTest, AMappingChangeLoadedWhileIdleAfterAFailedCycleIsJudgedOnceLoaded) {
+    const char* const text = R"({
+  "name": "port leaves after a failed cycle", "routedPortRaclSharing": true,
+  "blockDuringUpdate": true,
+  "chips": [
+    {"id": 2, "ruleListIdMax": 1, "hwAclIndexMax": 2, "allocMax": 2,
+     "ports": ["Ethernet5", "Ethernet6", "Ethernet7", "Ethernet8"]},
+    {"id": 3, "ruleListIdMax": 12, "splitOnProtocol": true,
+     "combinations": ["v4pacl-in v4racl-in v6pacl-in v6racl-in v4pacl-out v4racl-out v6pacl-out v6racl-out",
+                      "v4pacl-in macacl-in macacl-out"],
+     "ports": ["Ethernet9", "Ethernet10", "Ethernet12"]}],
+  "acls": [
+    {"name": "ipc", "type": "ip", "rules": ["90 deny ip any 10.0.0.0/8"]},
+    {"name": "ipb", "type": "ip", "rules": ["20 permit icmp 10.1.6.24/29 host 10.1.5.20"]},
+    {"name": "v6b", "type": "ipv6", "rules": ["60 deny tcp any any established"]}],
+  "bindings": [
+    {"intf": "Ethernet10", "acl": "ipb", "type": "ip", "direction": "in"},
+    {"intf": "Ethernet12", "acl": "v6b", "type": "ipv6", "direction": "out"}],
+  "steps": [
+    {"at": 5, "do": "fault", "chip": 3, "fault": "fail:unsupported count:1"},
+    {"at": 5, "do": "bind", "intf": "Ethernet10", "acl": "ipc", "type": "ip", "direction": "in"},
+    {"at": 5.75, "do": "movePort", "port": "Ethernet12", "chip": null}]
+})";
+    const Sim::ReadScenario read = Sim::readScenario(text, "seed 92");
+    const std::optional<Failure> f = runChecked(read.scenario);
+    EXPECT_FALSE(f) << f->what;
+}
+
+INSTANTIATE_TEST_SUITE_P(Shard, RandomSequenceRun, testing::Range<size_t>(0, kShards),
+                         [](const testing::TestParamInfo<size_t>& i) {
+                             return "shard" + std::to_string(i.param);
+                         });
+
+}  // namespace
+}  // namespace RandomSequence
