@@ -1,14 +1,12 @@
 // The agent ACL state machine with the real helper, ACL store and index: configuration reaches
-// the store and the index in the engine's call order, bursts coalesce, a refused rule fails its
-// ACL alone, clients wait for the glue to finish, and chip failures become unit errors. The
-// glue's state is driven by hand here.
+// the store and the index in the engine's call order, bursts coalesce, clients wait for the glue
+// to finish. The glue's state is driven by hand here; refusals, unit errors and removals through
+// the whole agent are in tests/TestAgentEndToEndTest.cpp.
 
 #include "ovinmirel/acl/OvinMirelAclSm.h"
 
 #include <gtest/gtest.h>
 
-#include <iterator>
-#include <map>
 #include <regex>
 #include <string>
 #include <vector>
@@ -25,7 +23,6 @@ namespace OvinMirel {
 namespace {
 
 using Zamu::IntfId;
-using IpRules = std::map<Mirel::AceIndex, Mirel::IpRuleConfig>;
 
 class OvinMirelAclSmTest : public ::testing::Test {
   protected:
@@ -205,148 +202,33 @@ TEST_F(OvinMirelAclSmTest, ABurstIsOneUpdateInTheEngineOrder) {
     EXPECT_EQ(differsFromRebuild(), std::nullopt);
 }
 
-TEST_F(OvinMirelAclSmTest, ARefusedRuleFailsItsAclAloneAndChangesNothingElse) {
-    helper_->establishedSupportedIs(false);
-    rule("web", Acl::aclTypeIpv4, "10 permit tcp any any eq 443");
-    rule("deny", Acl::aclTypeIpv4, "10 deny ip any any");
-    bind("Ethernet1", "web");
-    bind("Ethernet3", "deny");
-    run();
-    const std::set<std::string> indexBefore = IndexTest::indexFacts(*in_.index);
-    ASSERT_NE(stored(web_), nullptr);
-    ASSERT_NE(stored(deny_), nullptr);
-    const IpRules webRules(stored(web_)->ipRuleById().begin(), stored(web_)->ipRuleById().end());
-    const size_t denyRules = stored(deny_)->ipRuleByIds();
-
-    // An edit the hardware refuses, and a new ACL it refuses, on new interfaces.
-    rule("web", Acl::aclTypeIpv4, "20 permit tcp any any established");
-    bind("Ethernet2", "web");
-    rule("est", Acl::aclTypeIpv4, "10 permit tcp any any established");
-    bind("Ethernet4", "est");
-    Flinq::Capture cap;
-    run();
-    EXPECT_TRUE(cap.hasSubstring("createIpAclSubruleHelper failed. Established not supported"));
-    EXPECT_EQ(stored(TestSupport::aclKey("est")), nullptr);
-    ASSERT_NE(status(TestSupport::aclKey("est")), nullptr);
-    EXPECT_EQ(status(TestSupport::aclKey("est"))->result(), Ovin::aclCreateNotSupportedByHw);
-    EXPECT_EQ(status(TestSupport::aclKey("est"))->state(), Acl::aclDpFailed);
-    // web keeps its earlier rules; the binding change alone applies.
-    ASSERT_NE(stored(web_), nullptr);
-    EXPECT_EQ(IpRules(stored(web_)->ipRuleById().begin(), stored(web_)->ipRuleById().end()),
-              webRules);
-    EXPECT_TRUE(stored(web_)->ethIntf("Ethernet2"));
-    EXPECT_EQ(status(web_)->result(), Ovin::aclCreateNotSupportedByHw);
-    // deny untouched.
-    ASSERT_NE(stored(deny_), nullptr);
-    EXPECT_EQ(stored(deny_)->ipRuleByIds(), denyRules);
-    // The index differs from before only by web on Ethernet2.
-    std::set<std::string> indexAfter = IndexTest::indexFacts(*in_.index);
-    std::vector<std::string> added, lost;
-    std::set_difference(indexAfter.begin(), indexAfter.end(), indexBefore.begin(),
-                        indexBefore.end(), std::back_inserter(added));
-    std::set_difference(indexBefore.begin(), indexBefore.end(), indexAfter.begin(),
-                        indexAfter.end(), std::back_inserter(lost));
-    EXPECT_TRUE(lost.empty()) << lost.front();
-    for (const std::string& f : added) {
-        EXPECT_NE(f.find("Ethernet2"), std::string::npos) << f;
-        EXPECT_EQ(f.find("est/"), std::string::npos) << f;
-    }
-    EXPECT_EQ(differsFromRebuild(), std::nullopt);
-}
-
-struct Finish {
-    const char* name;
-    std::vector<GlueSmState> through;  // clients must still wait in each
-    GlueSmState releasing;
-};
-
-class OvinMirelAclSmFinish : public OvinMirelAclSmTest,
-                             public ::testing::WithParamInterface<Finish> {};
-
-TEST_P(OvinMirelAclSmFinish, ClientsWaitThroughTheCycleAndAreReleasedAtItsEnd) {
-    const Finish& f = GetParam();
+// The release in each state that ends a cycle, and what the glue went through before it:
+// tests/TestAgentEndToEndTest.cpp (TestAgentWaitTest). Here, what the release undoes on a failure.
+TEST_F(OvinMirelAclSmTest, AFailedCycleReleasesTheClientsAndLeavesTheHelperDirty) {
     helper_->ignorePermitDuringAclUpdateIs(true);  // hold the interfaces while it runs
     rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
     bind("Ethernet1", "web");
     run();
     ASSERT_TRUE(sm_->dpAclUpdateRequestPending());  // the glue has not moved yet
-    EXPECT_TRUE(helper_->dirty());
     EXPECT_TRUE(glueConfig_->blockedIntf("Ethernet1"));
     int released = 0;
     sm_->dpAclUpdateWaiterIs([&] { ++released; });
     EXPECT_TRUE(helper_->cliWaiting());
-    const bool failing = f.releasing == fail_ || f.releasing == aclIdAllocFail_;
-    for (GlueSmState s : f.through) {
-        SCOPED_TRACE(glueSmStateWord(s));
-        glue(s);
-        EXPECT_EQ(released, 0);
-        EXPECT_TRUE(sm_->dpAclUpdateRequestPending());
-    }
-    if (failing)
-        glueStatus_->chipErrorIs(Mirel::ChipId(0), Mirel::stageTcamFull_);
+    glue(computing_);
+    EXPECT_EQ(released, 0);
+    glueStatus_->chipErrorIs(Mirel::ChipId(0), Mirel::stageTcamFull_);
     Flinq::Capture cap;
-    glue(f.releasing);
+    glue(fail_);
     EXPECT_EQ(released, 1);
     EXPECT_FALSE(sm_->dpAclUpdateRequestPending());
     EXPECT_EQ(statusDp_->dpAclUpdateTime(), sm_->dpAclUpdateRequestTime());
     EXPECT_FALSE(helper_->cliWaiting());
     EXPECT_FALSE(glueConfig_->blockedIntf("Ethernet1"));
-    EXPECT_TRUE(cap.has("OvinMirelAclSm::handleGlueStatus"));
-    EXPECT_TRUE(cap.has(std::string("   GlueSm State: ") + glueSmStateWord(f.releasing)));
+    EXPECT_TRUE(cap.has(std::string("   GlueSm State: ") + glueSmStateWord(fail_)));
+    EXPECT_TRUE(helper_->dirty());
     ASSERT_NE(status(web_), nullptr);
-    EXPECT_EQ(status(web_)->state(), failing ? Acl::aclDpFailed : Acl::aclDpInstalled);
-    EXPECT_EQ(helper_->dirty(), f.releasing != success_);
-    if (failing) {
-        EXPECT_EQ(status(web_)->result(), Ovin::aclCreateFailed);
-        EXPECT_EQ(status(web_)->error(), "not in effect in the data plane (Chip-0 error 2)");
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    GlueEnds, OvinMirelAclSmFinish,
-    ::testing::Values(
-        Finish{"success", {aclIdAlloc_, computing_, loading_, mappingLoader_}, success_},
-        Finish{"fail", {aclIdAlloc_, computing_, aborting_, blockIntf_, mappingLoader_}, fail_},
-        Finish{"aclIdAllocFail", {aclIdAlloc_, blockIntf_, mappingLoader_}, aclIdAllocFail_},
-        Finish{"idle", {aclIdAlloc_, computing_, loading_, mappingLoader_, unblockIntf_}, idle_}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(OvinMirelAclSmTest, EachFailedChipIsAUnitErrorUntilTheNextPass) {
-    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
-    bind("Ethernet1", "web");
-    run();
-    glue(aclIdAlloc_);
-    glueStatus_->chipErrorIs(Mirel::ChipId(0), Mirel::stageTcamFull_);
-    glueStatus_->chipErrorIs(Mirel::ChipId(2), Mirel::stageHwError_);
-    glue(fail_);
-    EXPECT_EQ(helper_->unitErrors(), 2u);
-    ASSERT_NE(helper_->unitError("Chip-0"), nullptr);
-    EXPECT_EQ(*helper_->unitError("Chip-0"), uint32_t(Mirel::stageTcamFull_));
-    ASSERT_NE(helper_->unitError("Chip-2"), nullptr);
-    EXPECT_EQ(*helper_->unitError("Chip-2"), uint32_t(Mirel::stageHwError_));
-    EXPECT_TRUE(helper_->publishUnitError("Chip-0"));
-    EXPECT_TRUE(helper_->publishUnitError("Chip-2"));
-    glue(unblockIntf_);
-    glue(idle_);
-
-    // A cycle of the glue's own (no engine update) fails on chip 1 alone.
-    glue(aclIdAlloc_);
-    glueStatus_->chipErrorDelAll();
-    glueStatus_->chipErrorIs(Mirel::ChipId(1), Mirel::stageTimeout_);
-    glue(fail_);
-    EXPECT_EQ(helper_->unitError().sortedKeys(), (std::vector<std::string>{"Chip-1"}));
-    EXPECT_EQ(helper_->publishUnitError().sortedKeys(), (std::vector<std::string>{"Chip-1"}));
-    glue(unblockIntf_);
-    glue(idle_);
-
-    // And a pass that succeeds leaves none.
-    bind("Ethernet2", "web");
-    run();
-    glueStatus_->chipErrorDelAll();
-    glue(success_);
-    EXPECT_EQ(helper_->unitErrors(), 0u);
-    EXPECT_EQ(helper_->publishUnitErrors(), 0u);
-    EXPECT_EQ(status(web_)->state(), Acl::aclDpInstalled);
+    EXPECT_EQ(status(web_)->state(), Acl::aclDpFailed);
+    EXPECT_EQ(status(web_)->error(), "not in effect in the data plane (Chip-0 error 2)");
 }
 
 TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) {
@@ -400,31 +282,6 @@ TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) 
     glue(success_);
     ASSERT_NE(status(TestSupport::aclKey("offChip")), nullptr);
     EXPECT_EQ(status(TestSupport::aclKey("offChip"))->result(), Ovin::aclCreateOk);
-}
-
-TEST_F(OvinMirelAclSmTest, RemovingABoundAclLeavesTheIndexEqualToARebuild) {
-    rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
-    for (const char* intf :
-         {"Ethernet1", "Ethernet3", "Port-Channel5", "Port-Channel5.20", "Vlan10"})
-        bind(intf, "web");
-    run();
-    ASSERT_NE(stored(web_), nullptr);
-    config_->aclDel({"web", Acl::aclTypeIpv4});
-    Flinq::Capture cap;
-    run();
-    // Each interface unbound (one notification each), then the three keys (ports, Vlan10,
-    // the sub-interface's VLAN 20) removed and destroyed.
-    EXPECT_TRUE(std::regex_match(
-        helperCalls(cap),
-        std::regex("(removeIntfFromAcl ){5}prepareToCommit (removeAcl destroyAcl ){3}")))
-        << helperCalls(cap);
-    EXPECT_EQ(in_.acls->acls(), 0u);
-    for (const char* c : {"intfAclMapping", "aclPhyIntfMapping", "aclChipMapping", "chipAclMapping",
-                          "subIntfAclMapping", "vlanAclMapping", "intfAclTypeMapping"}) {
-        SCOPED_TRACE(c);
-        EXPECT_EQ(in_.facts(c), IndexTest::Facts{});
-    }
-    EXPECT_EQ(differsFromRebuild(), std::nullopt);
 }
 
 TEST_F(OvinMirelAclSmTest, TheGlueStatusFollowedCanBeReplacedOrDropped) {

@@ -18,18 +18,6 @@ Mirel::IpRuleConfig permitFrom(const char* prefix) {
     return r;
 }
 
-TEST(OvinMirelAcl, NewEntryHasItsDefaults) {
-    auto coll = ovinMirelAclCollFactory("acls");
-    auto acl = coll->aclIs(TestSupport::aclKey("a"));
-    EXPECT_EQ(acl->name(), TestSupport::aclKey("a"));
-    EXPECT_FALSE(acl->created());
-    EXPECT_TRUE(acl->inUse());
-    EXPECT_EQ(acl->ipRuleByIds() + acl->macRuleByIds() + acl->ethIntfs() + acl->subIntfs() +
-                  acl->vlanIntfs() + acl->ruleNums() + acl->ruleCountByProtocols(),
-              0u);
-    EXPECT_EQ(coll->aclIs(TestSupport::aclKey("a")), acl);  // get-or-create returns the same entry
-}
-
 TEST(OvinMirelAcl, RulesReadBackInHardwareOrder) {
     auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
     const std::vector<Mirel::AceIndex> inserted = {
@@ -41,20 +29,6 @@ TEST(OvinMirelAcl, RulesReadBackInHardwareOrder) {
         order.emplace_back(i.ruleNum, i.subruleNum);
     EXPECT_EQ(order,
               (std::vector<std::pair<uint32_t, uint32_t>>{{10, 0}, {10, 1}, {20, 0}, {30, 0}}));
-}
-
-TEST(OvinMirelAcl, InterfacesGoToTheSetOfTheirKind) {
-    auto acl = Vorn::make<OvinMirelAcl>(TestSupport::aclKey("a"));
-    acl->intfIs(Zamu::IntfId("Ethernet1"), true);
-    acl->intfIs(Zamu::IntfId("Ethernet1.10"), true);
-    acl->intfIs(Zamu::IntfId("Port-Channel3.10"), true);
-    acl->intfIs(Zamu::IntfId("Vlan10"), true);
-    EXPECT_TRUE(acl->ethIntf(Zamu::IntfId("Ethernet1")));
-    EXPECT_EQ(acl->subIntfs(), 2u);
-    EXPECT_TRUE(acl->vlanIntf(Zamu::IntfId("Vlan10")));
-    acl->intfIs(Zamu::IntfId("Ethernet1.10"), false);
-    EXPECT_EQ(acl->subIntfs(), 1u);
-    EXPECT_EQ(acl->ethIntfs(), 1u);
 }
 
 Mirel::IpRuleConfig withProto(Mirel::IpRuleConfig r, uint8_t proto) {
