@@ -40,19 +40,6 @@ TEST(AclKey, EveryFieldDistinguishesKeys) {
     EXPECT_LT(keys[6], keys[1]);
 }
 
-TEST(AclKey, PrintedForm) {
-    AclKey k;
-    k.name = "edge";
-    EXPECT_EQ(k.str(), "edge/ip/in");
-    k.type = Acl::aclTypeMac;
-    k.direction = Acl::aclDirectionOut;
-    EXPECT_EQ(k.str(), "edge/mac/out");
-    k.type = Acl::aclTypeIpv6;
-    k.vlanId = Bridging::VlanId(100);
-    k.flag = true;
-    EXPECT_EQ(k.str(), "edge/ipv6/out/vlan100/flag");
-}
-
 TEST(AclKey, PrintedFormReadsBack) {
     auto key = [](std::string name, Acl::AclType type, Acl::AclDirection direction, bool flag,
                   std::optional<int> vlan, const char* tag) {
@@ -71,11 +58,9 @@ TEST(AclKey, PrintedFormReadsBack) {
         AclKey key;
     } cases[] = {
         {"default key", AclKey{}},
-        {"plain", key("edge", Acl::aclTypeIpv4, Acl::aclDirectionIn, false, {}, "")},
         {"every part", key("edge", Acl::aclTypeIpv6, Acl::aclDirectionOut, true, 4094, "agent")},
         {"mac with tag", key("m", Acl::aclTypeMac, Acl::aclDirectionIn, false, {}, "cli")},
         {"vlan without flag", key("r", Acl::aclTypeIpv4, Acl::aclDirectionOut, false, 1, "")},
-        {"flag only", key("f", Acl::aclTypeIpv4, Acl::aclDirectionIn, true, {}, "")},
         {"slashes in name and tag",
          key("a/b", Acl::aclTypeMac, Acl::aclDirectionOut, false, {}, "x/y")},
         {"tag that only starts like a VLAN",

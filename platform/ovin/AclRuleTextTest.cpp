@@ -5,10 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -226,8 +225,7 @@ TEST(AclRuleTextCorpus, EveryRealRuleIsReadAndPrintedBackOrRefusedByName) {
     std::sort(files.begin(), files.end());
     ASSERT_FALSE(files.empty());
 
-    size_t accepted = 0, refused = 0, masked = 0, verbatim = 0;
-    std::map<std::string, size_t> refusedBy;  // reason -> count
+    size_t accepted = 0;
     for (const fs::path& path : files) {
         SCOPED_TRACE(path.filename().string());
         std::ifstream in(path);
@@ -262,16 +260,11 @@ TEST(AclRuleTextCorpus, EveryRealRuleIsReadAndPrintedBackOrRefusedByName) {
             std::string trimmed = body.substr(first);
             trimmed.erase(trimmed.find_last_not_of(" \t") + 1);
             if (!r.ok()) {
-                ++refused;
                 EXPECT_EQ(r.error.rfind("rule '" + trimmed + "': ", 0), 0u) << r.error;
                 EXPECT_GE(r.column, 1u);
-                const size_t why = r.error.find("': ") + 3;
-                refusedBy[r.error.substr(why, r.error.rfind(" (column") - why)]++;
                 continue;
             }
             ++accepted;
-            masked += !r.rule->notes.empty();
-            verbatim += Acl::ruleText(r.rule->seq, r.rule->entry) == trimmed;
             expectRoundTrip(*r.rule, *type);
         }
         // The file reader agrees with the line-by-line reading.
@@ -281,14 +274,6 @@ TEST(AclRuleTextCorpus, EveryRealRuleIsReadAndPrintedBackOrRefusedByName) {
             read += acl.rules.size();
         EXPECT_EQ(read + file.errors.size(), fileRules);
     }
-    std::printf(
-        "[ corpus   ] %zu files: %zu rules accepted (%zu print back verbatim, %zu with "
-        "host bits masked), %zu refused\n",
-        files.size(), accepted, verbatim, masked, refused);
-    for (const auto& [why, n] : refusedBy)
-        std::printf("[ corpus   ]   refused %zu: %s\n", n, why.c_str());
-    RecordProperty("accepted", int(accepted));
-    RecordProperty("refused", int(refused));
     EXPECT_GT(accepted, 0u);
 }
 
