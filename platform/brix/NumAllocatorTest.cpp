@@ -172,22 +172,6 @@ TEST(BrixNumAllocator, ANewAllocatorTakesOverTheStatus) {
     EXPECT_EQ(b.getNumber(), std::nullopt);
 }
 
-TEST(BrixNumAllocator, FullSixteenBitRange) {
-    Alloc a(Range(0, 65535));
-    for (uint32_t n = 0; n <= 65535; ++n)
-        ASSERT_EQ(a.get(), n);
-    EXPECT_EQ(a.get(), std::nullopt);
-    for (uint32_t n = 65535;; n -= 2) {
-        a.release(n);
-        if (n == 1)
-            break;
-    }
-    EXPECT_EQ(a.allocatedCount(), 32768u);
-    for (uint32_t n = 1; n <= 65535; n += 2)
-        ASSERT_EQ(a.get(), n);
-    EXPECT_EQ(a.get(), std::nullopt);
-}
-
 // Random operations against a plain set, at both ends of the number space (where n + 1 and
 // n - 1 overflow).
 TEST(BrixNumAllocator, AgreesWithASimpleModel) {

@@ -77,9 +77,7 @@ TEST_F(FlinqEnv, InitializeOpensTheRingTheEnvironmentNames) {
     const std::string pidName = "OvinMirel-" + std::to_string(::getpid()) + ".fq";
     const EnvCase cases[] = {
         {"disabled, even with a file named", "", "@/named.fq", Dir::kTemp, ""},
-        {"disabled by any value", "0", std::nullopt, Dir::kUnset, ""},
         {"FQFILE as given", std::nullopt, "@/named.fq", Dir::kTemp, "named.fq"},
-        {"FQFILE relative", std::nullopt, "rel.fq", Dir::kUnset, "rel.fq"},
         {"empty FQFILE is ignored", std::nullopt, "", Dir::kTemp, "d/OvinMirel.fq"},
         {"FLINQDIR: no pid, inside it", std::nullopt, std::nullopt, Dir::kTemp, "d/OvinMirel.fq"},
         {"FLINQDIR empty: no pid, here", std::nullopt, std::nullopt, Dir::kEmpty, "OvinMirel.fq"},

@@ -86,26 +86,6 @@ TEST(ChipDataFlowRuleListKey, OrderHashAndPrinting) {
               "ChipRuleListIdKey{hwAclIndex=7, tableType=2, direction=out, protocolType=nonTcp}");
 }
 
-TEST(ChipDataFlowRuleListKey, InAndOutOfOneTypeAreDistinctEntries) {
-    auto c = chipDataFlowConfigFactory(ChipId(1));
-    const ChipRuleListIdKey in(HwAclIndex(3), ipv4PortAcl_, protocolAll_, Acl::aclDirectionIn);
-    const ChipRuleListIdKey out(HwAclIndex(3), ipv4PortAcl_, protocolAll_, Acl::aclDirectionOut);
-    c->chipRuleListKeyToIdIs(in, AclId(ipv4PortAcl_, 1, Acl::aclDirectionIn));
-    c->chipRuleListKeyToIdIs(out, AclId(ipv4PortAcl_, 2, Acl::aclDirectionOut));
-    c->chipRuleListKeyToIdIs(ChipRuleListIdKey(HwAclIndex(4), ipv4PortAcl_, protocolTcp_),
-                             AclId(ipv4PortAcl_, 3, Acl::aclDirectionIn));
-    ASSERT_EQ(c->chipRuleListKeyToIds(), 3u);
-    ASSERT_NE(c->chipRuleListKeyToId(in), nullptr);
-    ASSERT_NE(c->chipRuleListKeyToId(out), nullptr);
-    EXPECT_EQ(c->chipRuleListKeyToId(in)->chipRuleListId(), 1);
-    EXPECT_EQ(c->chipRuleListKeyToId(out)->chipRuleListId(), 2);
-    // Both entries of index 3 come before index 4's in the table's walk.
-    std::vector<uint16_t> walk;
-    for (const auto& [k, id] : c->chipRuleListKeyToId())
-        walk.push_back(k.hwAclIndex().value());
-    EXPECT_EQ(walk, (std::vector<uint16_t>{3, 3, 4}));
-}
-
 // A configuration with one entry in each table.
 Vorn::Ptr<ChipDataFlowConfig> filled() {
     auto c = chipDataFlowConfigFactory(ChipId(1));

@@ -136,18 +136,6 @@ TEST(RootConfig, EqualityComparesContentOnly) {
     EXPECT_FALSE(rootConfigFactory(0)->isEqual(*sample(1)));
 }
 
-TEST(RootConfig, RootsShareRuleListsInsteadOfCopying) {
-    auto active = sample(4);
-    auto attempt = rootConfigFactory(5);
-    for (const auto& [id, hwAcl] : active->acl())
-        attempt->aclIs(id)->ruleListIs(hwAcl->ruleList());
-    for (const auto& [key, ids] : active->aclKeyToAclIdTypeSet())
-        attempt->aclKeyToAclIdTypeSetIs(key)->copyFrom(*ids);
-    ASSERT_TRUE(attempt->acl(kTcpId));
-    EXPECT_EQ(attempt->acl(kTcpId)->ruleList(), active->acl(kTcpId)->ruleList());
-    EXPECT_TRUE(attempt->isEqual(*active));
-}
-
 TEST(HwAcl, RefusesANullListOrOneOfTheOtherKind) {
     auto ipAcl = Vorn::make<HwAcl>(kRestId);
     auto macAcl = Vorn::make<HwAcl>(kMacId);
@@ -170,15 +158,6 @@ TEST(HwAcl, RefusesANullListOrOneOfTheOtherKind) {
     // The empty list fits every table.
     macAcl->ruleListIs(AclRuleList::emptyList());
     EXPECT_TRUE(macAcl->ruleList()->empty());
-}
-
-TEST(RootConfig, RootIdsBelongToTheirChip) {
-    EXPECT_EQ(rootConfigFactory(5)->chipId(), ChipId(2));
-    EXPECT_EQ(rootStatusFactory(4)->chipId(), ChipId(2));
-    auto coll = rootConfigCollFactory("RootConfigColl");
-    EXPECT_EQ(coll->rootConfigIs(7)->rootConfigId(), 7u);
-    coll->lastAttemptRootSmIdIs(ChipId(3), 7);
-    EXPECT_EQ(*coll->lastAttemptRootSmId(ChipId(3)), 7u);
 }
 
 TEST(RootStatus, InitializeStartsOver) {

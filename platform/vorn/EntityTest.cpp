@@ -38,7 +38,6 @@ class Parent : public Vorn::Entity {
     VORN_MAP(int, std::string, word)
     VORN_ORDERED_MAP(int, int, ranked)
     VORN_ENTITY_MAP(int, Child, child)
-    VORN_ORDERED_ENTITY_MAP(int, Child, sortedChild)
 };
 
 TEST(VornEntity, UnchangedValueNotifiesNobody) {
@@ -86,18 +85,6 @@ TEST(VornEntity, DelAllNotifiesEveryKeyAndReadersSeeEachStep) {
     p->rankedDelAll();
     // Ordered collections empty in key order; each watcher sees the entry already gone.
     EXPECT_EQ(seen, (std::vector<std::pair<int, size_t>>{{1, 2}, {3, 1}, {5, 0}}));
-}
-
-TEST(VornEntity, OrderedCollectionsIterateInKeyOrder) {
-    auto p = Vorn::make<Parent>();
-    for (int k : {9, 2, 7, 4})
-        p->sortedChildIs(k);
-    std::vector<int> keys;
-    for (const auto& [k, c] : p->sortedChild()) {
-        EXPECT_EQ(c->key(), k);
-        keys.push_back(k);
-    }
-    EXPECT_EQ(keys, (std::vector<int>{2, 4, 7, 9}));
 }
 
 class Counted : public Vorn::Entity {
