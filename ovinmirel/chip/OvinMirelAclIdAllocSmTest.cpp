@@ -359,16 +359,6 @@ TEST_F(AclIdAllocSmTest, ADeletedMachineNoLongerAllocates) {
     EXPECT_EQ(ids(kChip1), Strings{"a/ip/in all:0"});
 }
 
-TEST_F(AclIdAllocSmTest, ReinstantiationWithAnotherResponseIsRefused) {
-    auto sm = allocator(kChip1, std::nullopt);
-    EXPECT_EQ(
-        coll->chipAclIdAllocSmIs(kChip1, nullptr, w.acls, glueStatus, w.index, response(kChip1)),
-        sm);
-    EXPECT_THROW(
-        coll->chipAclIdAllocSmIs(kChip1, nullptr, w.acls, glueStatus, w.index, response(kChip2)),
-        Vorn::ReinstantiationException);
-}
-
 TEST_F(AclIdAllocSmTest, BrokenInvariantsStopTheProcess) {
     auto early =
         aclIdAllocSmFactory(kChip1, nullptr, w.acls, glueStatus, w.index, response(kChip1));

@@ -395,18 +395,6 @@ TEST(AclPolicySm, TheDirectFormRewritesTheInterfaceEntry) {
     EXPECT_EQ(w.status(1), Facts{});
 }
 
-TEST(AclPolicySm, ReinstantiationWithOtherReferencesIsRefused) {
-    ChipTest::World w;
-    auto cap = w.chip(1, {0x3ff});
-    auto status = w.statuses->statusIs(Mirel::ChipId(1));
-    auto sm = w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, status, w.wheel);
-    EXPECT_EQ(w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, status, w.wheel), sm);
-    Brix::TimerWheel otherWheel;
-    EXPECT_THROW(w.policies->smIs(Mirel::ChipId(1), cap, w.hw, w.index, status, otherWheel),
-                 Vorn::ReinstantiationException);
-    EXPECT_EQ(w.policies->sm(Mirel::ChipId(1)), sm);
-}
-
 TEST(AclPolicySm, SchedulesNothingOutsideItsLife) {
     ChipTest::World w;
     w.chip(1, {0x3ff});
