@@ -1,6 +1,6 @@
-// The mapping checker as an oracle: a machine's state passes, and each kind of corruption,
-// made through the machine's or the data-flow configuration's public mutators, is caught and
-// described.
+// The mapping checker as an oracle: each kind of corruption, made through the machine's or the
+// data-flow configuration's public mutators, is caught and described. (Its silence over a
+// machine's own state is what every mapping machine test shows, running it after each step.)
 
 #include "ovinmirel/chip/OvinMirelMappingCheck.h"
 
@@ -45,23 +45,6 @@ std::unique_ptr<World> mappedWorld(uint32_t hwAclIndexMax = 100) {
 HwAclIndexKey keyOf(const World& w, const IntfId& intf) {
     const HwAclIndexKey* key = w.sm->intfToHwAclIndexKey(intf);
     return key ? *key : HwAclIndexKey();
-}
-
-TEST(MappingCheck, AMachinesOwnStatePasses) {
-    auto w = mappedWorld();
-    EXPECT_EQ(checkMappingConsistency(*w->sm), std::nullopt);
-    ASSERT_EQ(w->intfIndex(kEth2), 1);
-    ASSERT_EQ(w->vlanIndex(10), 1);
-    // A waiting place in a full pool is no violation.
-    auto full = mappedWorld(2);
-    full->intf(kEth9, {kP4});
-    EXPECT_TRUE(full->sm->intfWaitingForHwAclIndex(kEth9));
-    EXPECT_EQ(checkMappingConsistency(*full->sm), std::nullopt);
-    // Nor is a machine that never ran.
-    World idle;
-    EXPECT_EQ(checkMappingConsistency(*mappingSmFactory(idle.chip, idle.glue, idle.policyStatus,
-                                                        idle.capability, idle.dataFlow)),
-              std::nullopt);
 }
 
 TEST(MappingCheck, EachCorruptionIsReported) {

@@ -160,10 +160,6 @@ class World {
         glue->activeRootSmIdIs(chip, rootId(slot));
         step(false);
     }
-    void deactivate() {
-        glue->activeRootSmIdDel(chip);
-        step(false);
-    }
     // Creates the machine and marks it initialized.
     void start() {
         sm = machines->smIs(chip, glue, policyStatus, capability, dataFlow);

