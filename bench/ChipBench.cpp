@@ -15,64 +15,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <time.h>
-
 #include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "ovinmirel/chip/OvinMirelMappingSmTestWorld.h"
+#include "bench/ChipScale.h"
 
 namespace {
 
 using namespace OvinMirel::MappingTest;
+using namespace OvinMirel::ChipScale;
 
-struct Scale {
-    uint32_t ports;
-    uint32_t vlans;
-    uint32_t subIntfs;
-    uint32_t portAcls;    // of each of IPv4, IPv6, MAC
-    uint32_t routerAcls;  // of each of IPv4, IPv6
-};
-
-constexpr Scale kSmall{8, 4, 4, 4, 4};
-constexpr Scale kLarge{1024, 4094, 2000, 256, 1000};
-
-Ovin::AclKey p4(uint32_t n) {
-    return pacl("p4-" + std::to_string(n));
-}
-Ovin::AclKey p6(uint32_t n) {
-    return pacl("p6-" + std::to_string(n), Acl::aclDirectionIn, Acl::aclTypeIpv6);
-}
-Ovin::AclKey mac(uint32_t n) {
-    return macl("mac-" + std::to_string(n), n % 2 ? Acl::aclDirectionOut : Acl::aclDirectionIn);
-}
-Ovin::AclKey r4(uint32_t n) {
-    return racl("r4-" + std::to_string(n), 1 + int(n % 4094));
-}
-Ovin::AclKey r6(uint32_t n) {
-    return racl("r6-" + std::to_string(n), 1 + int(n % 4094), Acl::aclDirectionOut,
-                Acl::aclTypeIpv6);
-}
-
-// The ACL the measured change binds to Ethernet1: in the root, on no place.
-const Ovin::AclKey kAdded = pacl("added", Acl::aclDirectionOut);
 const IntfId kEth1 = IntfId::ethernet(1);
-
-std::vector<Ovin::AclKey> rootAcls(const Scale& s) {
-    std::vector<Ovin::AclKey> acls = {kAdded};
-    for (uint32_t n = 0; n < s.portAcls; ++n) {
-        acls.push_back(p4(n));
-        acls.push_back(p6(n));
-        acls.push_back(mac(n));
-    }
-    for (uint32_t n = 0; n < s.routerAcls; ++n) {
-        acls.push_back(r4(n));
-        acls.push_back(r6(n));
-    }
-    return acls;
-}
 
 // Every port, VLAN and sub-interface carries ACLs; ports i and i + portAcls share a key, and
 // so do places whose router ACLs repeat. The core, the same at both scales: Ethernet1 (the
@@ -82,9 +34,7 @@ std::vector<Ovin::AclKey> rootAcls(const Scale& s) {
 class Chip {
   public:
     explicit Chip(const Scale& s) : w(65535) {
-        w.rootIs(0, rootAcls(s), {p4(0)});
-        w.rootIs(1, rootAcls(s), {p4(0)});
-        w.activate(0);
+        rootsIs(w, s);
         const uint32_t twin = 1 + s.portAcls;
         auto& in = w.inputs;
         for (uint32_t i = 1; i <= s.ports; ++i) {
@@ -136,29 +86,10 @@ class Chip {
     World w;
 };
 
-double threadCpuNs() {
-    timespec t;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) * 1e9 + double(t.tv_nsec);
-}
-
 void BM_ChipChange(benchmark::State& state) {
     Chip small(kSmall);
     Chip large(kLarge);
-    double tSmall = 0, tLarge = 0;
-    for (auto _ : state) {
-        const double t0 = threadCpuNs();
-        small.change();
-        const double t1 = threadCpuNs();
-        large.change();
-        const double t2 = threadCpuNs();
-        tSmall += t1 - t0;
-        tLarge += t2 - t1;
-    }
-    const double n = static_cast<double>(state.iterations());
-    state.counters["small_ns"] = tSmall / n;
-    state.counters["large_ns"] = tLarge / n;
-    state.counters["large/small"] = tLarge / tSmall;
+    measureSmallLarge(state, small, large);
     state.counters["large_places"] = static_cast<double>(large.places());
 }
 BENCHMARK(BM_ChipChange);

@@ -105,10 +105,14 @@ bool AclKeySet::contains(const Ovin::AclKey& acl) const {
 
 bool AclKeySet::insert(const AclKeyRef& acl) {
     const std::span<const AclKeyRef> held = refs();
-    const auto at = std::lower_bound(held.begin(), held.end(), acl->aclKey(), aclKeyLess);
-    if (at != held.end() && (*at)->aclKey() == acl->aclKey())
-        return false;
-    const size_t pos = size_t(at - held.begin());
+    // Sets are mostly filled in key order: past the last ACL needs one comparison.
+    size_t pos = held.size();
+    if (!held.empty() && !aclKeyLess(held.back(), acl->aclKey())) {
+        const auto at = std::lower_bound(held.begin(), held.end(), acl->aclKey(), aclKeyLess);
+        if ((*at)->aclKey() == acl->aclKey())
+            return false;
+        pos = size_t(at - held.begin());
+    }
     if (spilled_.empty() && inPlaceCount_ < kInPlace) {
         std::move_backward(inPlace_.begin() + pos, inPlace_.begin() + inPlaceCount_,
                            inPlace_.begin() + inPlaceCount_ + 1);
@@ -392,6 +396,53 @@ class MappingSm::ActiveAcls {
     Vorn::Subscription rootSub_;
 };
 
+// A place's ACLs, each with what the active root holds of it (null: nothing), in the policy
+// entry's order, which is key order. A review looks them up once, for its gate and its
+// internal mapping alike; a place holds a handful, kept in place so that a review allocates
+// nothing for them.
+class MappingSm::PlaceAcls {
+  public:
+    struct Item {
+        const Ovin::AclKey* acl;
+        const ActiveAcl* active;
+    };
+
+    // `entry` may be null (the place has no policy entry).
+    template <class Entry>
+    void lookUp(const Entry* entry, const ActiveAcls& activeAcls) {
+        count_ = 0;
+        more_.clear();
+        if (!entry)
+            return;
+        for (const Ovin::AclKey& acl : entry->aclKey()) {
+            const Item item{&acl, activeAcls.find(acl)};
+            if (count_ < kInPlace)
+                inPlace_[count_++] = item;
+            else
+                more_.push_back(item);
+        }
+    }
+    template <class Fn>
+    void forEach(Fn&& fn) const {
+        for (size_t i = 0; i < count_; ++i)
+            fn(inPlace_[i]);
+        for (const Item& item : more_)
+            fn(item);
+    }
+    // Whether the active root holds any of them.
+    bool anyActive() const {
+        bool any = false;
+        forEach([&](const Item& item) { any = any || item.active; });
+        return any;
+    }
+
+  private:
+    static constexpr size_t kInPlace = 4;
+    size_t count_ = 0;
+    std::array<Item, kInPlace> inPlace_{};
+    std::vector<Item> more_;
+};
+
 // A key with the id sets of its ACLs, field by field (null where a field is unused), so that
 // the 2nd-level entries need not look the ACLs up again.
 struct MappingSm::KeyIds {
@@ -443,18 +494,16 @@ bool MappingSm::shouldUpdateInternalMapping() const {
 
 template <class F>
 const MappingSm::ActiveAcls* MappingSm::gate(const typename F::Place& place,
-                                             const typename F::PolicyEntry* entry) const {
+                                             const typename F::PolicyEntry* entry,
+                                             PlaceAcls& acls) const {
     const ActiveAcls* active = mappedRootAcls();
     if (!active)
         return nullptr;
+    acls.lookUp(entry, *active);
     if constexpr (std::is_same_v<F, VlanFamily> || std::is_same_v<F, SubIntfFamily>) {
         // An ACL of the place that the active root holds, or something to remove.
-        if (entry) {
-            for (const Ovin::AclKey& acl : entry->aclKey()) {
-                if (active->find(acl))
-                    return active;
-            }
-        }
+        if (acls.anyActive())
+            return active;
         if (F::internal(*this).contains(place) || F::placeToKey(*this).contains(place) ||
             F::waiting(*this).contains(place)) {
             return active;
@@ -466,12 +515,15 @@ const MappingSm::ActiveAcls* MappingSm::gate(const typename F::Place& place,
 }
 
 bool MappingSm::shouldUpdateInternalVlanMapping(Bridging::VlanId vlanId) const {
-    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr()) != nullptr;
+    PlaceAcls acls;
+    return gate<VlanFamily>(vlanId, aclPolicyStatus_->vlanAclMapping(vlanId).ptr(), acls) !=
+           nullptr;
 }
 
 bool MappingSm::shouldUpdateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) const {
-    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr()) !=
-           nullptr;
+    PlaceAcls acls;
+    return gate<SubIntfFamily>(subIntfId, aclPolicyStatus_->subIntfAclMapping(subIntfId).ptr(),
+                               acls) != nullptr;
 }
 
 // ---- one place ----
@@ -498,19 +550,19 @@ void MappingSm::process(const typename F::Place& place, const typename F::Policy
         VORN_ASSERT_MSG(Zamu::SubIntfId::isSubIntfId(place),
                         "Zamu::SubIntfId::isSubIntfId( subIntfId )");
     }
-    const ActiveAcls* active = gate<F>(place, entry);
-    if (!active)
+    PlaceAcls acls;
+    if (!gate<F>(place, entry, acls))
         return;
-    // The key is worked out on the way, from the ACLs just looked up.
+    // The key is worked out on the way, from the ACLs the gate looked up.
     KeyIds keyIds;
-    const bool mapped = updateInternalMapping<F>(place, entry, *active, &keyIds);
+    const bool mapped = updateInternalMapping<F>(place, entry, acls, &keyIds);
     maybeUpdatePdMapping<F>(place, mapped ? &keyIds : nullptr);
 }
 
 template <class F>
 bool MappingSm::updateInternalMapping(const typename F::Place& place,
                                       const typename F::PolicyEntry* entry,
-                                      const ActiveAcls& activeAcls, KeyIds* keyIds) {
+                                      const PlaceAcls& placeAcls, KeyIds* keyIds) {
     VORN_ASSERT(initialized());
     // The old entry goes; a new one replaces it in the same write, below.
     FLINQ(th, 8, "    remove " << place << " from internal " << F::kWord << " mapping");
@@ -520,18 +572,18 @@ bool MappingSm::updateInternalMapping(const typename F::Place& place,
     }
     FLINQ(th, 8, "    populate internal " << F::kWord << " acl mapping");
     AclKeySet acls;
-    for (const Ovin::AclKey& acl : entry->aclKey()) {
-        const ActiveAcl* active = activeAcls.find(acl);
-        if (!active) {
+    placeAcls.forEach([&](const PlaceAcls::Item& item) {
+        const Ovin::AclKey& acl = *item.acl;
+        if (!item.active) {
             FLINQ(th, 8, "      excluding " << acl);
-            continue;
+            return;
         }
-        const Mirel::TableType tableType = tableTypeOf(acl, *active->ids);
+        const Mirel::TableType tableType = tableTypeOf(acl, *item.active->ids);
         FLINQ(th, 8, "      adding " << acl);
-        acls.insert(active->acl);
+        acls.insert(item.active->acl);
         if (keyIds)
-            addToKey<F>(*keyIds, acl, *active, tableType);
-    }
+            addToKey<F>(*keyIds, acl, *item.active, tableType);
+    });
     if (acls.empty()) {
         FLINQ(th, 8, "    no active acls found");
         F::internal(*this).del(place);
@@ -960,21 +1012,25 @@ void MappingSm::processSubIntf(const Zamu::IntfId& subIntfId) {
     operation([&] { lookUpAndProcess<SubIntfFamily>(subIntfId); });
 }
 
+template <class F>
+void MappingSm::updateInternalMappingOf(const typename F::Place& place) {
+    const auto entry = F::policy(*aclPolicyStatus_).find(place);
+    PlaceAcls acls;
+    acls.lookUp(entry.ptr(), activeAcls());
+    updateInternalMapping<F>(place, entry.ptr(), acls);
+}
+
 void MappingSm::updateInternalIntfMapping(const Zamu::IntfId& intfId) {
-    updateInternalMapping<IntfFamily>(
-        intfId, IntfFamily::policy(*aclPolicyStatus_).find(intfId).ptr(), activeAcls());
+    updateInternalMappingOf<IntfFamily>(intfId);
 }
 void MappingSm::updateInternalRoutedPortMapping(const Zamu::IntfId& intfId) {
-    updateInternalMapping<RoutedPortFamily>(
-        intfId, RoutedPortFamily::policy(*aclPolicyStatus_).find(intfId).ptr(), activeAcls());
+    updateInternalMappingOf<RoutedPortFamily>(intfId);
 }
 void MappingSm::updateInternalVlanMapping(Bridging::VlanId vlanId) {
-    updateInternalMapping<VlanFamily>(
-        vlanId, VlanFamily::policy(*aclPolicyStatus_).find(vlanId).ptr(), activeAcls());
+    updateInternalMappingOf<VlanFamily>(vlanId);
 }
 void MappingSm::updateInternalSubIntfMapping(const Zamu::IntfId& subIntfId) {
-    updateInternalMapping<SubIntfFamily>(
-        subIntfId, SubIntfFamily::policy(*aclPolicyStatus_).find(subIntfId).ptr(), activeAcls());
+    updateInternalMappingOf<SubIntfFamily>(subIntfId);
 }
 
 HwAclIndexKey MappingSm::getIntfHwAclIndexKey(const Zamu::IntfId& intfId) const {

@@ -246,6 +246,7 @@ class MappingSm : public Vorn::StateMachine {
     struct KeyIds;
     struct ActiveAcl;
     class ActiveAcls;
+    class PlaceAcls;
     template <class F>
     class PlaceWatcher;
     using IntfPolicyField = Vorn::EntityMapField<Zamu::IntfId, IntfAclKeySet, Vorn::Ordered>;
@@ -259,14 +260,19 @@ class MappingSm : public Vorn::StateMachine {
     template <class F>
     void process(const typename F::Place& place, const typename F::PolicyEntry* entry);
     // The active root's ACLs when the place is to be reviewed (the family's gate), else null.
+    // `acls` gets the entry's ACLs looked up in them (the gate's verdict rests on those), for
+    // the internal mapping to use without looking them up again.
     template <class F>
-    const ActiveAcls* gate(const typename F::Place& place,
-                           const typename F::PolicyEntry* entry) const;
+    const ActiveAcls* gate(const typename F::Place& place, const typename F::PolicyEntry* entry,
+                           PlaceAcls& acls) const;
     // Fills keyIds (when given) with the key of the new internal entry; false when the place
-    // has none.
+    // has none. `acls`: the entry's ACLs looked up in the active root's.
     template <class F>
     bool updateInternalMapping(const typename F::Place& place, const typename F::PolicyEntry* entry,
-                               const ActiveAcls& activeAcls, KeyIds* keyIds = nullptr);
+                               const PlaceAcls& acls, KeyIds* keyIds = nullptr);
+    // updateInternalMapping for the place's current policy entry.
+    template <class F>
+    void updateInternalMappingOf(const typename F::Place& place);
     template <class F>
     // `tableType`: the ACL's, as tableTypeOf gives it.
     static void addToKey(KeyIds& keyIds, const Ovin::AclKey& acl, const ActiveAcl& active,

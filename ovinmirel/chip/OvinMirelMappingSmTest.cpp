@@ -649,5 +649,52 @@ TEST(MappingSmDeathTest, InconsistenciesStopTheProcess) {
     }
 }
 
+// A place holding more ACLs than a review keeps at hand: its gate and its internal mapping see
+// every one of them, on a change and on a rebuild alike. The ACLs outside the root sort before
+// the one it holds, so the held one is the last a review looks at. DirectPolicy: the policy
+// machine never gives a place more than one ACL of a kind and direction.
+TEST(MappingSm, AReviewSeesEveryAclOfAPlaceHoldingMany) {
+    auto w = runningWorld(100, 0, PolicySource::direct);
+    AclKeySet portAcls{kP4Out}, vlanAcls{kR4}, subIntfAcls{kR4b};
+    std::vector<Ovin::AclKey> outside;
+    for (int i = 0; i < 6; ++i) {
+        const std::string n = "a" + std::to_string(i);
+        outside.push_back(pacl(n, Acl::aclDirectionOut));
+        portAcls.insert(outside.back());
+        outside.push_back(racl(n));
+        vlanAcls.insert(outside.back());
+        subIntfAcls.insert(outside.back());
+    }
+    w->intf(kEth1, portAcls);
+    w->vlan(10, vlanAcls);
+    w->subIntf(kSub1, subIntfAcls);
+    auto expectMapped = [&] {
+        const AclKeySet* intf = w->sm->intfAclMapping(kEth1);
+        ASSERT_NE(intf, nullptr);
+        EXPECT_EQ(*intf, AclKeySet{kP4Out});
+        const AclKeySet* vlan = w->sm->vlanAclMapping(Bridging::VlanId(10));
+        ASSERT_NE(vlan, nullptr);
+        EXPECT_EQ(*vlan, AclKeySet{kR4});
+        const AclKeySet* sub = w->sm->subIntfAclMapping(kSub1);
+        ASSERT_NE(sub, nullptr);
+        EXPECT_EQ(*sub, AclKeySet{kR4b});
+        EXPECT_TRUE(w->intfIndex(kEth1));
+        EXPECT_TRUE(w->vlanIndex(10));
+        EXPECT_TRUE(w->subIntfIndex(kSub1));
+        EXPECT_EQ(w->sm->getVlanHwAclIndexKey(Bridging::VlanId(10)).v4RAclIn(), kR4);
+    };
+    {
+        SCOPED_TRACE("written one ACL at a time");
+        expectMapped();
+    }
+    Flinq::Capture capture;
+    w->rootIs(1, kAllAcls);
+    w->activate(1);
+    SCOPED_TRACE("rebuilt on a new active root");
+    expectMapped();
+    for (const Ovin::AclKey& acl : outside)
+        EXPECT_TRUE(capture.has("      excluding " + acl.str())) << acl.str();
+}
+
 }  // namespace
 }  // namespace OvinMirel
