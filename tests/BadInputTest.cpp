@@ -34,6 +34,8 @@ using Zamu::IntfId;
 using Zamu::IpAddrWithMask;
 
 const std::set<uint32_t> kChips = {1, 2};
+const Ovin::AclKey kWeb = TestSupport::aclKey("web");
+const Ovin::AclKey kV6 = TestSupport::aclKey("v6", Acl::aclTypeIpv6);
 
 // Two chips; Ethernet1-3 on chip 1, Ethernet4-5 on chip 2; VLAN 20 spans both chips;
 // Port-Channel10 holds Ethernet3 and carries the sub-interface Port-Channel10.5. An ACL of each
@@ -356,7 +358,30 @@ INSTANTIATE_TEST_SUITE_P(
                  [](World& w) { w.root->subIntfIs("Ethernet2.7"); }},
         BadInput{"countersOfAnUnknownAcl",
                  [](World& w) { w.root->aclCountersEnabledIs("nope", Acl::aclTypeIpv4, true); },
-                 "invalid: TestAgentRoot::aclCountersEnabled: no ACL nope/ip"}),
+                 "invalid: TestAgentRoot::aclCountersEnabled: no ACL nope/ip"},
+        BadInput{"ruleOfTheWrongFamily",
+                 [](World& w) {
+                     w.root->aclEntryIs("other", Acl::aclTypeIpv4, 10, Acl::AclEntry::mac({}));
+                 },
+                 "invalid: AclConfig other/ip: MAC entry in a ip ACL"},
+        BadInput{"badAclNameInABinding",
+                 [](World& w) {
+                     w.root->aclBindingIs("Ethernet2", Acl::aclTypeIpv4, Acl::aclDirectionIn,
+                                          "no spaces");
+                 },
+                 "invalid: invalid ACL name 'no spaces'"},
+        BadInput{"counterOnAChipWithoutAMock",
+                 [](World& w) { w.root->ruleCounterIs(Mirel::ChipId(5), kWeb, 10, 1); },
+                 "invalid: TestAgentRoot::ruleCounter: Chip-5 has no driver mock"},
+        BadInput{"counterOfAnAclNotStored",
+                 [](World& w) {
+                     w.root->ruleCounterIs(Mirel::ChipId(1), TestSupport::aclKey("nope"), 10, 1);
+                 },
+                 "invalid: TestAgentRoot::ruleCounter: nope/ip/in has no rule 10"},
+        BadInput{"counterOfAnAclWithoutAnIdOnTheChip",
+                 [](World& w) { w.root->ruleCounterIs(Mirel::ChipId(1), kV6, 10, 1); },
+                 "invalid: TestAgentRoot::ruleCounter: v6/ipv6/in has no ACL id on Chip-1",
+                 [](World& w) { w.root->ruleCounterIs(Mirel::ChipId(2), kV6, 10, 1); }, false}),
     nameOf);
 
 // Null references to the agent's replaceable references and to the framework's mutators: the

@@ -34,89 +34,87 @@ using TestAgentTest::World;
 using Zamu::IntfId;
 using Lines = std::vector<std::string>;
 
-enum class FaultClass {
-    computeFail,
-    late,
-    twice,
-    lostThenRemoval,
-    chipRemoval,
-    ruleListIdExhaustion,
-    hwAclIndexExhaustion,
+enum class Exhaust { none, ruleListIds, hwAclIndexes };
+
+// One fault class in one phase: what is done to chip 1 and what the faulted cycle ends in.
+struct Row {
+    const char* fault;
+    const char* phase;
+    std::optional<TestAgentFault> onChip1;
+    // Chip 2 (alone: chip 1) fails its computation, so that the cycle aborts.
+    bool peerFails = false;
+    // Chip 1 is removed once the glue is in this state (a lost answer: held there first).
+    std::optional<GlueSmState> removeAt = std::nullopt;
+    // Where chip 1's repeated answer must land.
+    std::optional<GlueSmState> repeatIn = std::nullopt;
+    GlueSmState outcome = success_;
+    Exhaust exhaust = Exhaust::none;
 };
-enum class Phase { allocation, computing, loading, aborting, loader };
-
-const char* faultName(FaultClass f) {
-    switch (f) {
-        case FaultClass::computeFail:
-            return "computeFail";
-        case FaultClass::late:
-            return "lateAnswer";
-        case FaultClass::twice:
-            return "repeatedAnswer";
-        case FaultClass::lostThenRemoval:
-            return "lostAnswerThenChipRemoval";
-        case FaultClass::chipRemoval:
-            return "chipRemoval";
-        case FaultClass::ruleListIdExhaustion:
-            return "ruleListIdExhaustion";
-        case FaultClass::hwAclIndexExhaustion:
-            return "hwAclIndexExhaustion";
-    }
-    return "?";
-}
-
-const char* phaseName(Phase p) {
-    switch (p) {
-        case Phase::allocation:
-            return "allocation";
-        case Phase::computing:
-            return "computing";
-        case Phase::loading:
-            return "loading";
-        case Phase::aborting:
-            return "aborting";
-        case Phase::loader:
-            return "loader";
-    }
-    return "?";
-}
 
 struct MatrixCase {
-    FaultClass fault;
-    Phase phase;
+    Row row;
     uint32_t chips;
-    Mirel::StageErrorCode code = Mirel::stageSuccess_;  // computeFail only
+    Mirel::StageErrorCode code = Mirel::stageSuccess_;  // a failed computation's code
 };
 
 std::string caseName(const ::testing::TestParamInfo<MatrixCase>& info) {
     const MatrixCase& c = info.param;
-    std::string name = faultName(c.fault);
-    if (c.fault == FaultClass::computeFail) {
+    std::string name = c.row.fault;
+    if (c.code != Mirel::stageSuccess_) {
         const char* code = Mirel::stageErrorCodeName(c.code);
         name += code ? std::string("_") + code : "_code" + std::to_string(uint32_t(c.code));
     }
-    return name + "_" + phaseName(c.phase) + "_" + std::to_string(c.chips) + "chips";
+    return name + "_" + c.row.phase + "_" + std::to_string(c.chips) + "chips";
 }
 
 std::vector<MatrixCase> matrix() {
+    // Late and repeated together: both answers come in one later pass, mid-computing.
+    // Otherwise the repeat comes two passes after the answer: one pass after the roots
+    // answered, so the cycle is loading or aborting by then.
+    const std::vector<Row> rows = {
+        {"lateAnswer", "computing", TestAgentFault::late(2.0)},
+        {"repeatedAnswer",
+         "computing",
+         TestAgentFault::late(1.0).alsoTwice(),
+         false,
+         {},
+         computing_},
+        {"repeatedAnswer", "loading", TestAgentFault{}.alsoTwice(2), false, {}, loading_},
+        {"lostAnswerThenChipRemoval", "computing", TestAgentFault::losing(), false, computing_},
+        {"chipRemoval", "computing", TestAgentFault::late(2.0), false, computing_},
+        {"chipRemoval", "loading", {}, false, loading_},
+        // A cycle already aborting ends failed, even when the failed chip is the one gone.
+        {"chipRemoval", "aborting", {}, true, aborting_, {}, fail_},
+        {"ruleListIdExhaustion",
+         "allocation",
+         {},
+         false,
+         {},
+         {},
+         aclIdAllocFail_,
+         Exhaust::ruleListIds},
+        {"hwAclIndexExhaustion", "loader", {}, false, {}, {}, success_, Exhaust::hwAclIndexes},
+    };
+    // Need a second chip that fails.
+    const std::vector<Row> withPeer = {
+        {"lateAnswer", "aborting", TestAgentFault::late(2.0), true, {}, {}, fail_},
+        {"repeatedAnswer", "aborting", TestAgentFault{}.alsoTwice(2), true, {}, aborting_, fail_},
+    };
     std::vector<MatrixCase> out;
     for (const uint32_t chips : {1u, 2u, 4u}) {
         // Every code the hardware layer names, and one beyond them from a newer layer.
-        for (uint32_t code = 1; code <= 9; ++code)
-            out.push_back(
-                {FaultClass::computeFail, Phase::computing, chips, Mirel::StageErrorCode(code)});
-        out.push_back({FaultClass::late, Phase::computing, chips});
-        out.push_back({FaultClass::twice, Phase::computing, chips});
-        out.push_back({FaultClass::twice, Phase::loading, chips});
-        if (chips > 1) {
-            out.push_back({FaultClass::late, Phase::aborting, chips});
-            out.push_back({FaultClass::twice, Phase::aborting, chips});
+        for (uint32_t code = 1; code <= 9; ++code) {
+            const auto fault = TestAgentFault::failing(Mirel::StageErrorCode(code)).times(1);
+            out.push_back({{"computeFail", "computing", fault, false, {}, {}, fail_},
+                           chips,
+                           Mirel::StageErrorCode(code)});
         }
-        out.push_back({FaultClass::lostThenRemoval, Phase::computing, chips});
-        for (const Phase p : {Phase::computing, Phase::loading, Phase::aborting})
-            out.push_back({FaultClass::chipRemoval, p, chips});
-        out.push_back({FaultClass::ruleListIdExhaustion, Phase::allocation, chips});
-        out.push_back({FaultClass::hwAclIndexExhaustion, Phase::loader, chips});
+        for (const Row& r : rows)
+            out.push_back({r, chips});
+        for (const Row& r : withPeer) {
+            if (chips > 1)
+                out.push_back({r, chips});
+        }
     }
     return out;
 }
@@ -124,6 +122,7 @@ std::vector<MatrixCase> matrix() {
 class FaultMatrixTest : public ::testing::TestWithParam<MatrixCase> {
   protected:
     const MatrixCase& c = GetParam();
+    const Row& row = c.row;
     World w;
     AgentInvariants inv{*w.root};
     Lines seen;
@@ -140,29 +139,26 @@ class FaultMatrixTest : public ::testing::TestWithParam<MatrixCase> {
 
     // Chip 1 is short of what the exhaustion cases exhaust: two rule list ids, or one
     // hardware ACL index.
-    TestAgentChipCapability capability(uint32_t chip) const {
-        TestAgentChipCapability cap;
-        if (chip == 1 && c.fault == FaultClass::ruleListIdExhaustion)
-            cap.chipRuleListIdMax = 1;
-        if (chip == 1 && c.fault == FaultClass::hwAclIndexExhaustion)
-            cap.hwAclIndexMax = 1;
-        return cap;
-    }
     void addChip(uint32_t chip) {
-        w.chip(chip, capability(chip));
+        TestAgentChipCapability cap;
+        if (chip == 1 && row.exhaust == Exhaust::ruleListIds)
+            cap.chipRuleListIdMax = 1;
+        if (chip == 1 && row.exhaust == Exhaust::hwAclIndexes)
+            cap.hwAclIndexMax = 1;
+        w.chip(chip, cap);
         w.root->portIs(IntfId::ethernet(2 * chip - 1), Mirel::ChipId(chip));
         w.root->portIs(IntfId::ethernet(2 * chip), Mirel::ChipId(chip));
     }
-    void bindOnEvery(uint32_t port, const std::string& acl,
-                     Acl::AclDirection direction = Acl::aclDirectionIn) {
-        for (uint32_t chip = 1; chip <= c.chips; ++chip)
-            w.root->aclBindingIs(IntfId::ethernet(2 * chip - 2 + port), Acl::aclTypeIpv4, direction,
-                                 acl);
-    }
-    void unbindOnEvery(uint32_t port, Acl::AclDirection direction = Acl::aclDirectionIn) {
-        for (uint32_t chip = 1; chip <= c.chips; ++chip)
-            w.root->aclBindingDel(IntfId::ethernet(2 * chip - 2 + port), Acl::aclTypeIpv4,
-                                  direction);
+    // `acl` on port 1 or 2 of every chip; unbound when `acl` is empty.
+    void onEvery(uint32_t port, const std::string& acl,
+                 Acl::AclDirection direction = Acl::aclDirectionIn) {
+        for (uint32_t chip = 1; chip <= c.chips; ++chip) {
+            const IntfId intf = IntfId::ethernet(2 * chip - 2 + port);
+            if (acl.empty())
+                w.root->aclBindingDel(intf, Acl::aclTypeIpv4, direction);
+            else
+                w.root->aclBindingIs(intf, Acl::aclTypeIpv4, direction, acl);
+        }
     }
     // Settles and returns every violation seen since the last call.
     Lines settle() {
@@ -190,7 +186,7 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
     // A configuration every chip runs.
     w.rule("base", Acl::aclTypeIpv4, "10 permit tcp any any eq 80");
     w.rule("base", Acl::aclTypeIpv4, "20 deny udp any any");
-    bindOnEvery(1, "base");
+    onEvery(1, "base");
     ASSERT_EQ(settle(), Lines{});
     ASSERT_EQ(result(), success_);
 
@@ -201,7 +197,6 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
         if (state() == idle_)
             outcomes.push_back(result());
     });
-
     // Where a repeated answer of chip 1 lands: the glue state when the driver wrote it.
     std::optional<GlueSmState> repeatLanded;
     const auto pd = w.status()->pDStatus()->chipPDStatus(faulty);
@@ -213,121 +208,57 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
         });
 
     // The fault, and a change that every chip's root carries.
-    const bool aborts = c.phase == Phase::aborting;
-    const Mirel::ChipId failing(c.chips > 1 ? 2 : 1);
-    switch (c.fault) {
-        case FaultClass::computeFail:
-            w.root->faultIs(faulty, TestAgentFault::failing(c.code).times(1));
-            break;
-        case FaultClass::late:
-            w.root->faultIs(faulty, TestAgentFault::late(2.0));
-            break;
-        case FaultClass::twice:
-            // Late and repeated together: both answers come in one later pass, mid-computing.
-            // Otherwise the repeat comes two passes after the answer: one pass after the
-            // roots answered, so the cycle is loading or aborting by then.
-            w.root->faultIs(faulty, c.phase == Phase::computing
-                                        ? TestAgentFault::late(1.0).alsoTwice()
-                                        : TestAgentFault{}.alsoTwice(2));
-            break;
-        case FaultClass::lostThenRemoval:
-            w.root->faultIs(faulty, TestAgentFault::losing());
-            break;
-        case FaultClass::chipRemoval:
-            if (c.phase == Phase::computing)
-                w.root->faultIs(faulty, TestAgentFault::late(2.0));
-            break;
-        case FaultClass::ruleListIdExhaustion:
-        case FaultClass::hwAclIndexExhaustion:
-            break;
+    if (row.onChip1)
+        w.root->faultIs(faulty, *row.onChip1);
+    if (row.peerFails) {
+        w.root->faultIs(Mirel::ChipId(c.chips > 1 ? 2 : 1),
+                        TestAgentFault::failing(Mirel::stageTcamFull_).times(1));
     }
-    if (aborts && (failing != faulty || c.fault == FaultClass::chipRemoval))
-        w.root->faultIs(failing, TestAgentFault::failing(Mirel::stageTcamFull_).times(1));
     w.rule("change", Acl::aclTypeIpv4, "10 deny tcp any any eq 22");
-    bindOnEvery(2, "change");
-    if (c.fault == FaultClass::ruleListIdExhaustion) {
+    onEvery(2, "change");
+    if (row.exhaust == Exhaust::ruleListIds) {
         // A third ACL on chip 1, which has two ids.
         w.rule("extra", Acl::aclTypeIpv4, "10 deny ip any host 10.1.1.1");
-        bindOnEvery(2, "extra", Acl::aclDirectionOut);
+        onEvery(2, "extra", Acl::aclDirectionOut);
     }
-
-    // Driving into the phase.
-    bool removed = false;
-    switch (c.fault) {
-        case FaultClass::lostThenRemoval:
-            runUntilState(computing_);
+    if (row.removeAt) {
+        runUntilState(*row.removeAt);
+        if (row.onChip1 && row.onChip1->lost) {
             w.root->runFor(10.0);
             ASSERT_EQ(state(), computing_) << "the lost answer holds the cycle";
-            w.root->chipDel(faulty);
-            removed = true;
-            break;
-        case FaultClass::chipRemoval: {
-            const GlueSmState at = c.phase == Phase::computing ? computing_
-                                   : c.phase == Phase::loading ? loading_
-                                                               : aborting_;
-            runUntilState(at);
-            w.root->chipDel(faulty);
-            removed = true;
-            break;
         }
-        default:
-            break;
+        w.root->chipDel(faulty);
     }
-    const Lines during = settle();
-    EXPECT_EQ(during, Lines{});
+    EXPECT_EQ(settle(), Lines{});
     ASSERT_FALSE(outcomes.empty());
-    const GlueSmState faulted = outcomes.front();
+    EXPECT_EQ(outcomes.front(), row.outcome);
 
-    // The outcome of the faulted cycle.
-    switch (c.fault) {
-        case FaultClass::computeFail: {
-            EXPECT_EQ(faulted, fail_);
-            const bool published = c.code >= 1 && c.code <= 7;
-            const Mirel::StageErrorCode* error = w.glueStatus()->chipError(faulty);
-            EXPECT_EQ(error != nullptr, published);
-            if (error) {
-                EXPECT_EQ(*error, c.code);
-            }
-            break;
+    if (row.removeAt) {
+        EXPECT_FALSE(w.glueStatus()->activeRootSmId(faulty));
+    }
+    if (c.code != Mirel::stageSuccess_) {
+        const Mirel::StageErrorCode* error = w.glueStatus()->chipError(faulty);
+        EXPECT_EQ(error != nullptr, c.code <= 7) << "codes 1 to 7 are published";
+        if (error) {
+            EXPECT_EQ(*error, c.code);
         }
-        case FaultClass::late:
-        case FaultClass::twice:
-            EXPECT_EQ(faulted, aborts ? fail_ : success_);
-            if (c.fault == FaultClass::twice) {
-                ASSERT_TRUE(repeatLanded) << "no repeated answer";
-                const GlueSmState want = c.phase == Phase::computing ? computing_
-                                         : c.phase == Phase::loading ? loading_
-                                                                     : aborting_;
-                EXPECT_EQ(*repeatLanded, want) << "the repeat fell into another phase";
-            }
-            break;
-        case FaultClass::lostThenRemoval:
-        case FaultClass::chipRemoval:
-            // A cycle already aborting ends failed, even when the failed chip is the one gone.
-            EXPECT_FALSE(w.glueStatus()->activeRootSmId(faulty));
-            EXPECT_EQ(faulted, aborts ? fail_ : success_);
-            break;
-        case FaultClass::ruleListIdExhaustion:
-            EXPECT_EQ(faulted, aclIdAllocFail_);
-            break;
-        case FaultClass::hwAclIndexExhaustion: {
-            EXPECT_EQ(faulted, success_);
-            const auto loaded = w.loaded(1);
-            ASSERT_TRUE(loaded);
-            EXPECT_TRUE(loaded->intfToHwAclIndex(IntfId::ethernet(1)));
-            EXPECT_FALSE(loaded->intfToHwAclIndex(IntfId::ethernet(2))) << "no number left";
-            break;
-        }
+    }
+    EXPECT_EQ(repeatLanded, row.repeatIn) << "the repeat fell into another phase, or none came";
+    if (row.exhaust == Exhaust::hwAclIndexes) {
+        const auto loaded = w.loaded(1);
+        ASSERT_TRUE(loaded);
+        EXPECT_TRUE(loaded->intfToHwAclIndex(IntfId::ethernet(1)));
+        EXPECT_FALSE(loaded->intfToHwAclIndex(IntfId::ethernet(2))) << "no number left";
     }
 
     // Recovery: the fault lifted, then a good change succeeds on every chip.
     w.root->faultPlan().faultDelAll();
-    if (removed)
+    if (row.removeAt)
         addChip(1);
-    if (c.fault == FaultClass::ruleListIdExhaustion)
-        unbindOnEvery(2, Acl::aclDirectionOut);
-    if (c.fault == FaultClass::hwAclIndexExhaustion)
-        unbindOnEvery(1);  // frees chip 1's one number for Ethernet2
+    if (row.exhaust == Exhaust::ruleListIds)
+        onEvery(2, "", Acl::aclDirectionOut);
+    if (row.exhaust == Exhaust::hwAclIndexes)
+        onEvery(1, "");  // frees chip 1's one number for Ethernet2
     EXPECT_EQ(settle(), Lines{});
     w.rule("change", Acl::aclTypeIpv4, "20 deny tcp any any eq 23");
     EXPECT_EQ(settle(), Lines{});
@@ -341,9 +272,9 @@ TEST_P(FaultMatrixTest, TheAgentKeepsItsInvariantsThroughTheFaultAndRecovers) {
     }
 
     // Everything removed: nothing is left anywhere.
-    unbindOnEvery(1);
-    unbindOnEvery(2);
-    unbindOnEvery(2, Acl::aclDirectionOut);
+    onEvery(1, "");
+    onEvery(2, "");
+    onEvery(2, "", Acl::aclDirectionOut);
     for (const char* acl : {"base", "change", "extra"})
         w.root->aclDel(acl, Acl::aclTypeIpv4);
     EXPECT_EQ(settle(), Lines{});

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
@@ -87,31 +88,12 @@ class RandomRun {
 
     // Applies one random change and says what it did.
     std::string step() {
-        switch (pick(12)) {
-            case 0:
-                return createAcl();
-            case 1:
-                return removeAcl();
-            case 2:
-            case 3:
-            case 4:
-                return bind();
-            case 5:
-                return unbind();
-            case 6:
-            case 7:
-                return chip();
-            case 8:
-                return vlan();
-            case 9:
-                return lag();
-            case 10:
-                return subIntf();
-            default:
-                if (pick(20) == 0)
-                    return reinitialize();
-                return bind();
-        }
+        using Change = std::string (RandomRun::*)();
+        static constexpr Change kChanges[] = {
+            &RandomRun::createAcl, &RandomRun::removeAcl, &RandomRun::bind,    &RandomRun::bind,
+            &RandomRun::bind,      &RandomRun::unbind,    &RandomRun::chip,    &RandomRun::chip,
+            &RandomRun::vlan,      &RandomRun::lag,       &RandomRun::subIntf, &RandomRun::rare};
+        return (this->*kChanges[pick(std::size(kChanges))])();
     }
 
     // The first difference from a fresh build, or the first broken invariant.
@@ -125,15 +107,13 @@ class RandomRun {
         auto builder =
             indexSmFactory(fresh.acls, fresh.pd, fresh.vlans, fresh.lags, fresh.subs, fresh.index);
         builder->handleInitialized();
-        if (auto diff =
-                IndexTest::indexDifference(*w_.index, *fresh.index, "incremental", "rebuilt")) {
-            if (auto broken = checkIndexConsistency(*w_.index))
-                *diff += "; incremental: " + *broken;
-            return diff;
-        }
-        if (auto broken = checkIndexConsistency(*w_.index))
-            return "incremental: " + *broken;
-        return std::nullopt;
+        const auto diff =
+            IndexTest::indexDifference(*w_.index, *fresh.index, "incremental", "rebuilt");
+        const auto broken = checkIndexConsistency(*w_.index);
+        if (!diff && !broken)
+            return std::nullopt;
+        return diff ? *diff + (broken ? "; incremental: " + *broken : "")
+                    : "incremental: " + *broken;
     }
 
     size_t bindings() const {
@@ -275,12 +255,14 @@ class RandomRun {
                str(sub);
     }
 
-    std::string reinitialize() {
+    // Now and then the machine is rebuilt in place; a bind otherwise.
+    std::string rare() {
+        if (pick(20) != 0)
+            return bind();
         sm_ = indexSmFactory(w_.acls, w_.pd, w_.vlans, w_.lags, w_.subs, w_.index);
         sm_->handleInitialized();
         return "rebuild the incremental index in place";
     }
-
     Universe u_;
     std::mt19937_64 rng_;
     IndexTest::World w_;

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -83,7 +84,7 @@ TEST(RandomSequenceTest, ASeedGivesOneScenarioThatReadsBackEqual) {
 TEST(RandomSequenceTest, SeedsCoverEveryEventAndEachLostAnswerIsFollowedByItsChipsRemoval) {
     std::set<std::string> words;
     std::set<int> codes;
-    std::set<Zamu::IntfId> boundKinds;  // one interface of each kind that got a binding
+    std::set<std::string> boundKinds;  // port, VLAN, port-channel and their sub-interfaces
     size_t lost = 0, late = 0, twice = 0, exhaustible = 0;
     for (uint64_t seed = 1; seed <= 20; ++seed) {
         SCOPED_TRACE(seed);
@@ -94,15 +95,9 @@ TEST(RandomSequenceTest, SeedsCoverEveryEventAndEachLostAnswerIsFollowedByItsChi
             const Sim::Action& a = s.steps[i].action;
             words.insert(Sim::actionWord(a));
             if (const auto* b = std::get_if<Sim::Step::Bind>(&a)) {
-                const Zamu::IntfId& intf = b->binding.intf;
-                boundKinds.insert(Zamu::SubIntfId::isSubIntfId(intf)
-                                      ? (Zamu::SubIntfId::isPortChannelSubIntfId(intf)
-                                             ? Zamu::IntfId("Port-Channel1.5")
-                                             : Zamu::IntfId("Ethernet1.10"))
-                                  : Zamu::EthIntfId::isEthIntfId(intf) ? Zamu::IntfId("Ethernet1")
-                                  : Zamu::VlanIntfId::isVlanIntfId(intf)
-                                      ? Zamu::IntfId("Vlan10")
-                                      : Zamu::IntfId("Port-Channel1"));
+                const std::string n = b->binding.intf.name();
+                boundKinds.insert(n.substr(0, n.find_first_of("0123456789")) +
+                                  (n.find('.') == std::string::npos ? "" : ".sub"));
             }
             const auto* f = std::get_if<Sim::Step::Fault>(&a);
             if (!f)
@@ -245,52 +240,43 @@ TEST(RandomSequenceTest, ShrinkingKeepsExactlyTheStepsTheFailureNeeds) {
 }
 
 TEST(RandomSequenceTest, ThePlanComesFromTheEnvironment) {
+    const char* const names[] = {"OVINMIREL_RANDOM_SEED", "OVINMIREL_RANDOM_SEEDS",
+                                 "OVINMIREL_RANDOM_EVENTS"};
+    auto set = [&](const std::array<const char*, 3>& values) {
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (values[i])
+                setenv(names[i], values[i], 1);
+            else
+                unsetenv(names[i]);
+        }
+    };
+    // Put back what the caller set, so the randomized run below sees its own plan.
+    std::array<std::string, 3> savedText;
+    std::array<const char*, 3> saved{};
+    for (size_t i = 0; i < saved.size(); ++i) {
+        if (const char* v = std::getenv(names[i]))
+            saved[i] = (savedText[i] = v).c_str();
+    }
     struct Case {
-        const char* seed;
-        const char* seeds;
-        const char* events;
+        std::array<const char*, 3> env;  // seed, seeds, events
         std::vector<uint64_t> wantSeeds;
         size_t wantEvents;
     };
-    // Put back what the caller set, so the randomized run below sees its own plan.
-    struct Saved {
-        const char* name;
-        std::optional<std::string> value;
-    };
-    std::vector<Saved> saved;
-    for (const char* n :
-         {"OVINMIREL_RANDOM_SEED", "OVINMIREL_RANDOM_SEEDS", "OVINMIREL_RANDOM_EVENTS"}) {
-        const char* v = std::getenv(n);
-        saved.push_back({n, v ? std::optional<std::string>(v) : std::nullopt});
-    }
-    const std::vector<Case> cases = {
-        {nullptr, nullptr, nullptr, {1, 2, 3}, 300},
-        {"17", nullptr, "50", {17}, 50},
-        {nullptr, "2", nullptr, {1, 2}, 300},
+    const Case cases[] = {
+        {{nullptr, nullptr, nullptr}, {1, 2, 3}, 300},
+        {{"17", nullptr, "50"}, {17}, 50},
+        {{nullptr, "2", nullptr}, {1, 2}, 300},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.seed ? c.seed : "-") + " " + (c.seeds ? c.seeds : "-"));
-        auto set = [](const char* name, const char* v) {
-            if (v)
-                setenv(name, v, 1);
-            else
-                unsetenv(name);
-        };
-        set("OVINMIREL_RANDOM_SEED", c.seed);
-        set("OVINMIREL_RANDOM_SEEDS", c.seeds);
-        set("OVINMIREL_RANDOM_EVENTS", c.events);
+        SCOPED_TRACE(std::string(c.env[0] ? c.env[0] : "-") + " " + (c.env[1] ? c.env[1] : "-"));
+        set(c.env);
         const RunPlan p = runPlan(3, 300);
         EXPECT_EQ(p.seeds, c.wantSeeds);
         EXPECT_EQ(p.events, c.wantEvents);
     }
-    setenv("OVINMIREL_RANDOM_EVENTS", "many", 1);
+    set({nullptr, nullptr, "many"});
     EXPECT_THROW(runPlan(3, 300), std::invalid_argument);
-    for (const Saved& s : saved) {
-        if (s.value)
-            setenv(s.name, s.value->c_str(), 1);
-        else
-            unsetenv(s.name);
-    }
+    set(saved);
 }
 
 // ---- The randomized run ----

@@ -280,9 +280,5 @@ TEST(SimBuiltinScenario, DumpMatchesTheCommittedOne) {
            "OVINMIREL_UPDATE_EXPECTED=1 and commit the file";
 }
 
-TEST(SimBuiltinScenario, SameRunSameBytes) {
-    EXPECT_EQ(writeDump(simulate(builtinScenario())), writeDump(simulate(builtinScenario())));
-}
-
 }  // namespace
 }  // namespace Sim

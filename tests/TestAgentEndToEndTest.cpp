@@ -130,26 +130,37 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
     configure(w);
     w.settle();
 
-    // The store: the port-channel's ACL on its members, the VLAN interface's as a router ACL.
-    ASSERT_TRUE(w.stored(kWeb) && w.stored(kRacl) && w.stored(kV6) && w.stored(kMacs) &&
-                w.stored(kSub100) && w.stored(kSub5));
-    EXPECT_EQ(names(w.stored(kWeb)->ethIntf().sortedKeys()),
-              (std::vector<std::string>{"Ethernet1", "Ethernet2", "Ethernet4"}));
-    EXPECT_EQ(names(w.stored(kRacl)->vlanIntf().sortedKeys()), std::vector<std::string>{"Vlan20"});
-    EXPECT_EQ(names(w.stored(kSub100)->subIntf().sortedKeys()),
-              std::vector<std::string>{"Ethernet6.100"});
-    EXPECT_EQ(names(w.stored(kSub5)->subIntf().sortedKeys()),
-              std::vector<std::string>{"Port-Channel20.5"});
+    // The store: the port-channel's ACL on its members, the VLAN interface's as a router ACL;
+    // the index: each ACL on the chips of the ports it reaches.
+    struct AclView {
+        Ovin::AclKey key;
+        std::vector<std::string> intfs;
+        std::set<uint32_t> chips;
+    };
+    const std::vector<AclView> acls = {
+        {kWeb, {"Ethernet1", "Ethernet2", "Ethernet4"}, {1, 2}},
+        {kRacl, {"Vlan20"}, {2, 3}},
+        {kV6, {"Ethernet6"}, {3}},
+        {kMacs, {"Ethernet5"}, {3}},
+        {kSub100, {"Ethernet6.100"}, {3}},
+        {kSub5, {"Port-Channel20.5"}, {1, 2}},
+    };
+    for (const AclView& a : acls) {
+        SCOPED_TRACE(TestSupport::str(a.key));
+        const auto stored = w.stored(a.key);
+        ASSERT_TRUE(stored);
+        std::vector<std::string> intfs = names(stored->ethIntf().sortedKeys());
+        for (const auto& more : {stored->vlanIntf().sortedKeys(), stored->subIntf().sortedKeys()})
+            for (const std::string& n : names(more))
+                intfs.push_back(n);
+        EXPECT_EQ(intfs, a.intfs);
+        EXPECT_EQ(chipsOf(w, a.key), a.chips);
+        ASSERT_TRUE(w.outcome(a.key));
+        EXPECT_EQ(w.outcome(a.key)->state(), Acl::aclDpInstalled);
+        EXPECT_EQ(w.outcome(a.key)->result(), Ovin::aclCreateOk);
+    }
     EXPECT_EQ(w.stored(kV6)->ipRuleByIds(), 3u) << "the rule and the two neighbour permits";
     EXPECT_EQ(w.stored(kMacs)->macRuleByIds(), 1u);
-
-    // The index: each ACL on the chips of the ports it reaches.
-    EXPECT_EQ(chipsOf(w, kWeb), (std::set<uint32_t>{1, 2}));
-    EXPECT_EQ(chipsOf(w, kRacl), (std::set<uint32_t>{2, 3}));
-    EXPECT_EQ(chipsOf(w, kV6), std::set<uint32_t>{3});
-    EXPECT_EQ(chipsOf(w, kMacs), std::set<uint32_t>{3});
-    EXPECT_EQ(chipsOf(w, kSub100), std::set<uint32_t>{3});
-    EXPECT_EQ(chipsOf(w, kSub5), (std::set<uint32_t>{1, 2}));
     EXPECT_EQ(checkIndexConsistency(*w.status()->index()), std::nullopt);
 
     // The chips: the active root holds every ACL placed on the chip; every port and the VLAN
@@ -192,13 +203,6 @@ TEST(TestAgentEndToEndTest, AConfigurationReachesTheStoreTheIndexTheChipsAndTheE
     EXPECT_EQ(w.glueStatus()->lastComputationResult(), success_);
     EXPECT_EQ(w.glueStatus()->chipErrors(), 0u);
 
-    // The engine: every ACL installed.
-    for (const Ovin::AclKey& key : {kWeb, kRacl, kV6, kMacs, kSub100, kSub5}) {
-        SCOPED_TRACE(TestSupport::str(key));
-        ASSERT_TRUE(w.outcome(key));
-        EXPECT_EQ(w.outcome(key)->state(), Acl::aclDpInstalled);
-        EXPECT_EQ(w.outcome(key)->result(), Ovin::aclCreateOk);
-    }
     EXPECT_FALSE(w.root->ovinMirelAclHelper()->dirty());
     EXPECT_EQ(w.status()->pDConfig()->blockedIntfs(), 0u);
 }
@@ -360,47 +364,33 @@ TEST(TestAgentEndToEndTest, FailedChipsBecomeUnitErrorsUntilTheNextUpdate) {
     // Chip 1 (through the port-channel's Ethernet7) changes too, and computes well.
     for (const char* intf : {"Port-Channel20", "Ethernet5", "Ethernet6"})
         w.bind(intf, "all");
-    w.takeStates();
-    const std::set<Mirel::AclId> ran2 = activeRootAclIds(w, 2);
-    const std::set<Mirel::AclId> ran3 = activeRootAclIds(w, 3);
     w.settle();
 
-    EXPECT_EQ(w.takeStates(), (States{aclIdAlloc_, computing_, aborting_, blockIntf_,
-                                      mappingLoader_, fail_, unblockIntf_, idle_}));
+    // What each chip kept, and the cycle's states: the invariant checker and
+    // tests/scenarios/failed-chip-aborts.json.
     const Vorn::Ptr<TestAclHelper> helper = w.root->ovinMirelAclHelper();
-    using UnitErrors = std::vector<std::pair<std::string, uint32_t>>;
     auto unitErrors = [&] {
-        UnitErrors out;
-        for (const auto& [unit, code] : helper->unitError())
-            out.emplace_back(unit, code);
-        return out;
-    };
-    auto published = [&] {
         std::vector<std::string> out;
+        for (const auto& [unit, code] : helper->unitError())
+            out.push_back(unit + " error " + std::to_string(code));
         for (const auto& unit : helper->publishUnitError())
-            out.push_back(unit);
+            out.push_back(unit + " published");
         return out;
     };
-    EXPECT_EQ(unitErrors(),
-              (UnitErrors{{"Chip-2", Mirel::stageHwError_}, {"Chip-3", Mirel::stageTcamFull_}}));
-    EXPECT_EQ(published(), (std::vector<std::string>{"Chip-2", "Chip-3"}));
+    EXPECT_EQ(unitErrors(), (std::vector<std::string>{"Chip-2 error 4", "Chip-3 error 2",
+                                                      "Chip-2 published", "Chip-3 published"}));
     ASSERT_TRUE(w.outcome(all));
     EXPECT_EQ(w.outcome(all)->state(), Acl::aclDpFailed);
     EXPECT_EQ(w.outcome(all)->error(),
               "not in effect in the data plane (Chip-2 error 4, Chip-3 error 2)");
-    EXPECT_EQ(activeRootAclIds(w, 2), ran2) << "the chips keep what they ran";
-    EXPECT_EQ(activeRootAclIds(w, 3), ran3);
 
     // The faults are gone; the next update starts clean and succeeds.
     w.root->faultDel(Mirel::ChipId(2));
     w.root->faultDel(Mirel::ChipId(3));
     w.rule("all", Acl::aclTypeIpv4, "20 deny tcp any any eq 23");
     w.settle();
-    EXPECT_EQ(unitErrors(), UnitErrors{});
-    EXPECT_EQ(published(), std::vector<std::string>{});
+    EXPECT_EQ(unitErrors(), std::vector<std::string>{});
     EXPECT_EQ(w.outcome(all)->state(), Acl::aclDpInstalled);
-    EXPECT_EQ(activeRootAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kSub5, all}));
-    EXPECT_EQ(loadedAclIds(w, 2), allocatedAclIds(w, 2, {kWeb, kRacl, kSub5, all}));
 }
 
 TEST(TestAgentEndToEndTest, ARefusedRuleFailsItsAclAlone) {
@@ -423,24 +413,6 @@ TEST(TestAgentEndToEndTest, ARefusedRuleFailsItsAclAlone) {
     EXPECT_EQ(w.outcome(kWeb)->state(), Acl::aclDpInstalled);
     EXPECT_EQ(w.stored(kWeb)->ipRuleByIds(), 3u);
     EXPECT_EQ(w.glueStatus()->lastComputationResult(), success_);
-
-    // A refused edit of an installed ACL leaves its earlier version in effect.
-    w.root->ovinMirelAclHelper()->establishedSupportedIs(true);
-    w.rule("bad", Acl::aclTypeIpv4, "10 permit tcp any any established");
-    w.root->aclRuleDel("bad", Acl::aclTypeIpv4, 10);
-    w.rule("bad", Acl::aclTypeIpv4, "10 permit tcp any any eq 80");
-    w.settle();
-    ASSERT_TRUE(w.stored(bad));
-    EXPECT_EQ(w.outcome(bad)->state(), Acl::aclDpInstalled);
-    const std::set<Mirel::AclId> before = loadedAclIds(w, 2);
-    w.root->ovinMirelAclHelper()->establishedSupportedIs(false);
-    w.rule("bad", Acl::aclTypeIpv4, "20 permit tcp any any established");
-    w.settle();
-    EXPECT_EQ(w.outcome(bad)->state(), Acl::aclDpFailed);
-    ASSERT_TRUE(w.stored(bad));
-    EXPECT_EQ(w.stored(bad)->ipRuleByIds(), 1u) << "the earlier version";
-    EXPECT_EQ(loadedAclIds(w, 2), before);
-    EXPECT_EQ(w.outcome(kWeb)->state(), Acl::aclDpInstalled);
 }
 
 // ---- Counters ----
@@ -527,115 +499,6 @@ TEST(TestAgentEndToEndTest, ABurstIsOneEngineUpdateAndOneCycle) {
         EXPECT_EQ(w.outcome(key)->state(), Acl::aclDpInstalled) << key;
     }
     EXPECT_FALSE(w.outcome(kMacs));
-}
-
-// The index after the removal equals one built afresh from the same inputs.
-std::optional<std::string> differsFromRebuild(const World& w) {
-    const Status& s = *w.status();
-    const Vorn::Ptr<Index> fresh = indexFactory("fresh");
-    const Vorn::Ptr<IndexSm> builder =
-        indexSmFactory(s.aclColl(), s.pDStatus(), s.vlanPhyIntfConfigDir(), s.lagPhyIntfMapping(),
-                       w.root->subIntfConfigDir(), fresh);
-    builder->handleInitialized();
-    if (auto broken = checkIndexConsistency(*s.index()))
-        return broken;
-    return IndexTest::indexDifference(*s.index(), *fresh, "running", "rebuilt");
-}
-
-TEST(TestAgentEndToEndTest, RemovingABoundAclLeavesTheIndexAsARebuildWouldMakeIt) {
-    World w;
-    startSwitch(w);
-    configure(w);
-    w.settle();
-    // web is on a port and the port-channel's members on two chips; sub on two
-    // sub-interfaces, one of them carried by a port-channel's members.
-    for (const char* intf : {"Ethernet1", "Port-Channel10"})
-        w.unbind(intf);
-    w.root->aclDel("web", Acl::aclTypeIpv4);
-    w.unbind("Ethernet6.100");
-    w.unbind("Port-Channel20.5");
-    w.root->aclDel("sub", Acl::aclTypeIpv4);
-    w.settle();
-
-    EXPECT_FALSE(w.stored(kWeb));
-    EXPECT_FALSE(w.stored(kSub100));
-    EXPECT_FALSE(w.stored(kSub5));
-    EXPECT_FALSE(w.status()->index()->aclChipMapping(kWeb));
-    EXPECT_EQ(differsFromRebuild(w), std::nullopt);
-    EXPECT_EQ(activeRootAclIds(w, 1), std::set<Mirel::AclId>{});
-    EXPECT_EQ(loadedAclIds(w, 1), std::set<Mirel::AclId>{});
-    ASSERT_TRUE(w.loaded(1));
-    EXPECT_EQ(w.loaded(1)->intfToHwAclIndexs(), 0u);
-    EXPECT_EQ(activeRootAclIds(w, 2), allocatedAclIds(w, 2, {kRacl}));
-    EXPECT_EQ(activeRootAclIds(w, 3), allocatedAclIds(w, 3, {kRacl, kV6, kMacs}));
-}
-
-// ---- Capacity ----
-
-struct Figures {
-    std::vector<OvinCapacity::CapacityEntry> entries;
-    bool operator==(const Figures&) const = default;
-};
-
-// Every chip's records of the three tables, checked against the chip's usage as they go.
-std::vector<OvinCapacity::CapacityEntry> capacityFigures(const World& w) {
-    std::vector<OvinCapacity::CapacityEntry> out;
-    for (uint32_t chip = 1; chip <= 3; ++chip) {
-        const auto usage = w.status()->pDStatus()->chipPDStatus(Mirel::ChipId(chip));
-        EXPECT_TRUE(usage);
-        for (int t = 0; t < kCapacityTableCount; ++t) {
-            const auto table = CapacityTableNames(t);
-            SCOPED_TRACE("chip " + std::to_string(chip) + " " + capacityTableName(table));
-            const OvinCapacity::CapacityEntry* e = w.root->tableCapacity()->capacityEntry(
-                {capacityTableName(table), chipToName(Mirel::ChipId(chip))});
-            EXPECT_TRUE(e);
-            if (!e || !usage)
-                continue;
-            EXPECT_EQ(e->used + e->free, e->max);
-            EXPECT_EQ(e->committed, e->used);
-            const Mirel::TableUsage u = table == capacityEntryTable_    ? usage->entryTableUsage()
-                                        : table == capacityRuleListIds_ ? usage->ruleListIdsUsage()
-                                                                        : usage->algoMatchUsage();
-            EXPECT_EQ(e->used, u.inUse);
-            EXPECT_EQ(e->max, u.max);
-            out.push_back(*e);
-        }
-    }
-    return out;
-}
-
-TEST(TestAgentEndToEndTest, CapacityFollowsTheLoadedRootsOnly) {
-    World w;
-    startSwitch(w);
-    configure(w);
-    w.settle();
-    const Vorn::Seconds poll = w.root->capacitySm()->pollingInterval();
-    w.root->runFor(poll);
-    const auto loaded = capacityFigures(w);
-    ASSERT_EQ(loaded.size(), 9u);
-    // Chip 2 runs web (2 rules), racl (1) and sub (1) in three rule lists.
-    EXPECT_EQ(loaded[3].used, 4u);
-    EXPECT_EQ(loaded[4].used, 3u);
-
-    // A failed cycle leaves every figure as it was.
-    w.root->faultIs(Mirel::ChipId(2), TestAgentFault::failing(Mirel::stageHwError_));
-    w.rule("web", Acl::aclTypeIpv4, "30 permit udp any any eq 53");
-    w.settle();
-    ASSERT_EQ(w.glueStatus()->lastComputationResult(), fail_);
-    w.root->runFor(poll);
-    EXPECT_EQ(capacityFigures(w), loaded);
-
-    // The same change, loaded, shows on the chips that run web.
-    w.root->faultDel(Mirel::ChipId(2));
-    w.rule("web", Acl::aclTypeIpv4, "40 permit udp any any eq 54");
-    w.settle();
-    ASSERT_EQ(w.glueStatus()->lastComputationResult(), success_);
-    w.root->runFor(poll);
-    const auto grown = capacityFigures(w);
-    ASSERT_EQ(grown.size(), 9u);
-    EXPECT_EQ(grown[0].used, loaded[0].used + 2) << "chip 1's entry table";
-    EXPECT_EQ(grown[3].used, loaded[3].used + 2) << "chip 2's entry table";
-    EXPECT_EQ(grown[6], loaded[6]) << "chip 3 does not run web";
 }
 
 }  // namespace

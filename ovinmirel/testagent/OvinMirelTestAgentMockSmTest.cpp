@@ -13,9 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "ovinmirel/acl/OvinMirelAcl.h"
 #include "platform/flinq/Flinq.h"
-#include "tests/TestSupport.h"
 
 namespace OvinMirel {
 namespace {
@@ -263,37 +261,6 @@ TEST(MockSm, ATransformNotYetConfiguredIsReportedAndSkipped) {
     w.chipConfig(kChip)->initialize();
     w.chipConfig(kChip)->chipDstPortRangeConfig()->attemptedRequestIdIs(7);
     EXPECT_EQ(w.chipPDStatus(kChip)->dstPortRangeXformStatus().requestId, 7u);
-}
-
-// Two commit cycles built from the ACL store: the ACL that did not change reaches the second
-// root as the very list the first root holds.
-TEST(MockSm, AnUnchangedAclsListIsNotRebuiltAcrossCycles) {
-    TestAgentTestWorld w;
-    w.addChip(kChip);
-    auto store = ovinMirelAclCollFactory("OvinMirelAclColl");
-    auto a = store->aclIs(TestSupport::aclKey("a"));
-    auto b = store->aclIs(TestSupport::aclKey("b"));
-    a->ipRuleByIdIs(Mirel::aceAt(1), Mirel::ipv4Rule("10.1.0.0", 16));
-    b->ipRuleByIdIs(Mirel::aceAt(1), Mirel::ipv4Rule("10.2.0.0", 16));
-    auto build = [&](uint32_t rootId) {
-        w.addRoot(rootId);
-        w.config(rootId)->aclIs(Mirel::ipv4AclId(0))->ruleListIs(a->ruleList());
-        w.config(rootId)->aclIs(Mirel::ipv4AclId(1))->ruleListIs(b->ruleList());
-        const uint32_t k = w.act(rootId, Mirel::rootActionCompute_);
-        w.settle();
-        return k;
-    };
-    ASSERT_TRUE(w.answered(kRoot, build(kRoot), Mirel::rootComputed_));
-    b->ipRuleByIdIs(Mirel::aceAt(2), Mirel::ipv4Rule("10.3.0.0", 16));
-    ASSERT_TRUE(w.answered(kRoot + 1, build(kRoot + 1), Mirel::rootComputed_));
-    auto first = w.config(kRoot);
-    auto second = w.config(kRoot + 1);
-    EXPECT_EQ(second->acl(Mirel::ipv4AclId(0))->ruleList(),
-              first->acl(Mirel::ipv4AclId(0))->ruleList());
-    EXPECT_NE(second->acl(Mirel::ipv4AclId(1))->ruleList(),
-              first->acl(Mirel::ipv4AclId(1))->ruleList());
-    EXPECT_FALSE(second->isEqual(*first));
-    EXPECT_EQ(w.chipConfig(kChip)->chipSrcIpV4PrefixConfig()->attemptedXforms(), 3u);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
-// The test agent root: the agent's start-up order, chips and ports as the driver publishes
-// them (their records and machines follow), a port that moves takes its programming along,
-// bad input is refused and changes nothing, the event loop on the virtual clock, and the
-// test helpers around the ACL helper.
+// The test agent root: the agent's start-up order, chips as the driver publishes them (their
+// records and machines follow), the event loop on the virtual clock, and the test helpers
+// around the ACL helper. Its bad input is in tests/BadInputTest.cpp, a port that moves in
+// tests/scenarios/port-move.json.
 
 #include "ovinmirel/testagent/OvinMirelTestAgentRoot.h"
 
@@ -24,8 +24,6 @@ namespace {
 using TestAgentTest::aclKey;
 using TestAgentTest::World;
 using Zamu::IntfId;
-
-const Ovin::AclKey kWeb = aclKey("web");
 
 TEST(TestAgentRootTest, StartsEveryPieceInTheAgentsOrder) {
     using Marker = std::pair<std::string, std::string>;
@@ -50,24 +48,6 @@ TEST(TestAgentRootTest, StartsEveryPieceInTheAgentsOrder) {
             seen.push_back(m);
     }
     EXPECT_EQ(seen, order);
-
-    // Each machine is initialised, on the status root's children, the glue status with the
-    // driver's root collections.
-    const TestAgentRoot& r = *w.root;
-    EXPECT_TRUE(r.indexSm()->initialized());
-    EXPECT_TRUE(r.ovinMirelGlueSm()->initialized());
-    EXPECT_TRUE(r.ovinMirelGlueSm()->blockIntfLoaderSm());
-    EXPECT_TRUE(r.ovinAclSm()->initialized());
-    EXPECT_TRUE(r.mockSmManager()->initialized());
-    EXPECT_TRUE(r.lagPhyIntfMappingSm()->initialized());
-    EXPECT_TRUE(r.capacitySm()->initialized());
-    EXPECT_EQ(r.ovinMirelGlueSm()->glueStatus(), w.status()->glueStatus());
-    EXPECT_EQ(w.glueStatus()->rootConfigColl(), w.status()->rootConfigColl());
-    EXPECT_EQ(w.glueStatus()->rootStatusColl(), w.status()->rootStatusColl());
-    EXPECT_EQ(r.vlanPhyIntfConfigLib(), w.status()->vlanPhyIntfConfigDir());
-    EXPECT_EQ(r.ovinMirelAclHelper()->pDStatus(), w.status()->pDStatus());
-    EXPECT_TRUE(w.status()->hwCapabilityColl()->hwCapability());
-    EXPECT_EQ(r.ovinAclSm()->aclHelper(), r.ovinMirelAclHelper());
 }
 
 TEST(TestAgentRootTest, RefusesToStartWithoutAVirtualClock) {
@@ -122,119 +102,6 @@ TEST(TestAgentRootTest, ChipsBringTheirRecordsAndMachinesAndTakeThemAway) {
     w.root->chipDel(Mirel::ChipId(7));  // not there: nothing
 }
 
-// The chip's loaded first-level entries, by interface.
-std::vector<std::string> loadedPorts(const World& w, uint32_t chip) {
-    std::vector<std::string> out;
-    if (const auto loaded = w.loaded(chip)) {
-        for (const auto& [intf, index] : loaded->intfToHwAclIndex())
-            out.push_back(intf.name());
-    }
-    return out;
-}
-
-TEST(TestAgentRootTest, APortThatMovesTakesItsProgrammingAlong) {
-    World w;
-    w.chip(1);
-    w.chip(2);
-    w.port("Ethernet1", 1);
-    w.port("Ethernet2", 1);
-    w.rule("web", Acl::aclTypeIpv4, "10 permit tcp any any eq 443");
-    w.bind("Ethernet1", "web");
-    w.settle();
-    EXPECT_EQ(loadedPorts(w, 1), std::vector<std::string>{"Ethernet1"});
-    EXPECT_EQ(loadedPorts(w, 2), std::vector<std::string>{});
-
-    w.port("Ethernet1", 2);
-    w.settle();
-    EXPECT_EQ(loadedPorts(w, 1), std::vector<std::string>{});
-    EXPECT_EQ(loadedPorts(w, 2), std::vector<std::string>{"Ethernet1"});
-    EXPECT_TRUE(w.aclIds(2, kWeb));
-    EXPECT_EQ(w.outcome(kWeb)->state(), Acl::aclDpInstalled);
-
-    w.root->portDel("Ethernet1");
-    w.settle();
-    EXPECT_EQ(loadedPorts(w, 2), std::vector<std::string>{});
-}
-
-// What the root's inputs hold, in words: changed by nothing that was refused.
-std::vector<std::string> inputsOf(const World& w) {
-    std::vector<std::string> out;
-    const Status& s = *w.status();
-    for (const auto& c : s.hwCapabilityColl()->chipHwCapability().sortedKeys())
-        out.push_back("chip " + std::to_string(c.value()));
-    for (const auto& p : s.pDStatus()->intfMapping().sortedKeys())
-        out.push_back("port " + p.name());
-    for (const auto& v : s.vlanPhyIntfConfigDir()->vlanPhyIntfConfig().sortedKeys())
-        out.push_back("vlan " + TestSupport::str(v));
-    for (const auto& [port, lag] : w.root->lagConfig()->channelGroup())
-        out.push_back("lag " + port.name() + " " + lag.name());
-    for (const auto& i : w.root->subIntfConfigDir()->intfConfig().sortedKeys())
-        out.push_back("sub " + i.name());
-    for (const auto& [key, acl] : w.root->aclConfig()->acl())
-        out.push_back("acl " + key.str() + " " + std::to_string(acl->entrys()));
-    for (const auto& [b, name] : w.root->intfConfig()->appliedAcl())
-        out.push_back("binding " + TestSupport::str(b) + " " + name);
-    return out;
-}
-
-TEST(TestAgentRootTest, BadInputIsRefusedAndChangesNothing) {
-    World w;
-    w.chip(1);
-    w.port("Ethernet1", 1);
-    w.rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
-    w.bind("Ethernet9", "web");  // on no chip: stored, with no ACL id anywhere
-    struct Case {
-        const char* name;
-        std::function<void(TestAgentRoot&)> call;
-        std::string text;  // empty: only the type is checked
-        bool range = false;
-    };
-    // Refusals of the agent's own inputs that tests/BadInputTest.cpp does not already run.
-    const std::vector<Case> cases = {
-        {"a LAG that is not a port-channel",
-         [](TestAgentRoot& r) { r.lagMemberIs("Ethernet1", "Vlan5"); },
-         "TestAgentLagConfig::channelGroup: Vlan5 is not a port-channel interface"},
-        {"a rule of the wrong family",
-         [](TestAgentRoot& r) {
-             r.aclEntryIs("other", Acl::aclTypeIpv4, 10, Acl::AclEntry::mac({}));
-         },
-         ""},
-        {"a bad ACL name in a binding",
-         [](TestAgentRoot& r) {
-             r.aclBindingIs("Ethernet1", Acl::aclTypeIpv4, Acl::aclDirectionIn, "no spaces");
-         },
-         "invalid ACL name 'no spaces'"},
-        {"a counter on a chip without a mock",
-         [](TestAgentRoot& r) { r.ruleCounterIs(Mirel::ChipId(5), kWeb, 10, 1); },
-         "TestAgentRoot::ruleCounter: Chip-5 has no driver mock"},
-        {"a counter for an ACL that is not stored",
-         [](TestAgentRoot& r) { r.ruleCounterIs(Mirel::ChipId(1), aclKey("nope"), 10, 1); },
-         "TestAgentRoot::ruleCounter: nope/ip/in has no rule 10"},
-        {"a counter for an ACL without an id on the chip",
-         [](TestAgentRoot& r) { r.ruleCounterIs(Mirel::ChipId(1), kWeb, 10, 1); },
-         "TestAgentRoot::ruleCounter: web/ip/in has no ACL id on Chip-1"},
-    };
-    w.settle();
-    ASSERT_TRUE(w.stored(kWeb));
-    const std::vector<std::string> before = inputsOf(w);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        try {
-            c.call(*w.root);
-            ADD_FAILURE() << "accepted";
-        } catch (const Vorn::RangeException& e) {
-            EXPECT_TRUE(c.range) << e.what();
-            EXPECT_EQ(e.what(), c.text);
-        } catch (const std::invalid_argument& e) {
-            EXPECT_FALSE(c.range) << e.what();
-            if (!c.text.empty()) {
-                EXPECT_EQ(e.what(), c.text);
-            }
-        }
-        EXPECT_EQ(inputsOf(w), before);
-    }
-}
-
 TEST(TestAgentRootTest, TheEventLoopRunsOnTheVirtualClock) {
     World w;
     w.chip(1);
@@ -260,17 +127,6 @@ TEST(TestAgentRootTest, TheEventLoopRunsOnTheVirtualClock) {
     forever.expiryIs(now + 1.0);
     EXPECT_THROW(w.root->runUntilIdle(), std::runtime_error);
     forever.expiryIs(Vorn::kInfinity);
-}
-
-TEST(TestAgentRootTest, RoutedPortSharingIsOneSwitch) {
-    World w;
-    const Ovin::AclKey racl = aclKey("r", Acl::aclTypeIpv4, 10);
-    EXPECT_FALSE(w.root->ovinMirelAclHelper()->routedPortAclSharingSupported(racl));
-    w.root->routedPortAclSharingIs(true);
-    EXPECT_TRUE(w.root->ovinMirelAclHelper()->routedPortAclSharingSupported(racl));
-    EXPECT_TRUE(w.status()->hwCapabilityColl()->hwCapability()->routedPortRaclSharingSupported());
-    w.root->routedPortAclSharingIs(false);
-    EXPECT_FALSE(w.status()->hwCapabilityColl()->hwCapability()->routedPortRaclSharingSupported());
 }
 
 // The test helper calls the helper as the engine does: an IPv4 subrule with its ports, an IPv6
