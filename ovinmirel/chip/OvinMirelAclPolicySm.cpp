@@ -288,9 +288,20 @@ bool AclPolicySm::onChip(const Zamu::IntfId& intfId) const {
 void AclPolicySm::scheduleIntfAclPolicyReview(const Zamu::IntfId& intfId) {
     if (!initialized())
         return;
+    pending_[intfId].all = true;
     intfPolicyQueueIs(intfId);
     // Deliberately the absolute time 0: already due, so the timer fires on the wheel's next
     // pass, and everything scheduled until then is reviewed in that one run.
+    intfPolicyTimer_.expiryIs(0.0);
+}
+
+void AclPolicySm::scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
+    if (!initialized())
+        return;
+    PendingReview& pending = pending_[intfId];
+    if (!pending.all)
+        pending.acls.insert(aclKey);
+    intfPolicyQueueIs(intfId);
     intfPolicyTimer_.expiryIs(0.0);
 }
 
@@ -326,16 +337,69 @@ void AclPolicySm::handleIntfPolicyTimer() {
 void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "  processIntf " << intfId);
-    // Only the difference is written (invariant 6): an ACL that stays in effect the same way
-    // is neither withdrawn nor put back.
-    const IntfContribution wanted = intfContribution(intfId);
-    withdrawIntfStatus(intfId, wanted);
-    for (const auto& [key, parents] : wanted.parents)
-        addIntfAclStatus(intfId, key);
+    PendingReview pending;
+    if (auto it = pending_.find(intfId); it != pending_.end()) {
+        pending = std::move(it->second);
+        pending_.erase(it);
+    } else {
+        pending.all = true;
+    }
+    IntfReview review = intfReview(intfId);
+    // Only the ACLs that changed under the interface are looked at, unless what the interface
+    // admits may have changed as a whole: its policy, its eligibility, or (below) the mapping
+    // its own ACLs go to.
+    const auto reviewed = reviewedPolicy_.find(intfId);
+    bool all = pending.all || !review.acls || reviewed == reviewedPolicy_.end() ||
+               reviewed->second != review.policy;
+    if (review.acls) {
+        reviewedPolicy_[intfId] = review.policy;
+        bool phy = !all && otherPhyAclInEffect(intfId, pending.acls);
+        auto reachesDirectly = [&](const Ovin::AclKey& key) {
+            const Vorn::Ptr<PhyIntfMapping> wanted = wantedParents(intfId, key, review);
+            return wanted && wanted->parentIntfId(intfId);
+        };
+        if (all) {
+            for (const Ovin::AclKey& key : review.acls->aclKey())
+                phy = phy || reachesDirectly(key);
+        } else {
+            for (const Ovin::AclKey& key : pending.acls)
+                phy = phy || reachesDirectly(key);
+        }
+        review.sharedAfter = phy && shouldDoRaclSharing(intfId);
+        // A move between intfAclMapping and routedPortSharedAclMapping takes every one of the
+        // interface's own ACLs along.
+        if (!all && review.sharedAfter != review.sharedBefore &&
+            otherPhyAclInEffect(intfId, pending.acls))
+            all = true;
+    } else {
+        reviewedPolicy_.erase(intfId);
+    }
+    // Only the difference is written (invariant 6), withdrawals first: an ACL that stays in
+    // effect the same way is neither withdrawn nor put back.
+    if (all) {
+        if (Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId)) {
+            for (const Ovin::AclKey& key : contribution->aclKey().keys())
+                withdrawAcl(intfId, key, wantedParents(intfId, key, review).ptr(), review);
+        }
+        if (review.acls) {
+            for (const Ovin::AclKey& key : review.acls->aclKey()) {
+                if (const Vorn::Ptr<PhyIntfMapping> wanted = wantedParents(intfId, key, review))
+                    addAcl(intfId, key, *wanted, review.sharedAfter);
+            }
+        }
+        return;
+    }
+    for (const Ovin::AclKey& key : pending.acls)
+        withdrawAcl(intfId, key, wantedParents(intfId, key, review).ptr(), review);
+    for (const Ovin::AclKey& key : pending.acls) {
+        if (const Vorn::Ptr<PhyIntfMapping> wanted = wantedParents(intfId, key, review))
+            addAcl(intfId, key, *wanted, review.sharedAfter);
+    }
 }
 
-AclPolicySm::IntfContribution AclPolicySm::intfContribution(const Zamu::IntfId& intfId) const {
-    IntfContribution out;
+AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) const {
+    IntfReview out;
+    out.sharedBefore = aclPolicyStatus()->routedPortSharedAclMapping(intfId) != nullptr;
     Vorn::Ptr<IntfAclColl> acls = index()->intfAclMapping(intfId);
     if (!acls) {
         FLINQ(th, 8, "    no intfAclMapping");
@@ -360,19 +424,34 @@ AclPolicySm::IntfContribution AclPolicySm::intfContribution(const Zamu::IntfId& 
         FLINQ(th, 8, "    intf is not ready");
         return out;
     }
-    const Mask policy = getIntfPolicy(intfId);
-    bool phy = false;
-    for (const Ovin::AclKey& key : acls->aclKey()) {
-        if ((getAclTypeMask(key) & policy).empty())
-            continue;
-        Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(key);
-        Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
-        VORN_ASSERT(phyIntf);
-        out.parents[key] = phyIntf->parentIntfId().keys();
-        phy = phy || phyIntf->parentIntfId(intfId);
-    }
-    out.shared = phy && shouldDoRaclSharing(intfId);
+    out.policy = getIntfPolicy(intfId);
+    out.acls = acls;
     return out;
+}
+
+Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
+                                                     const Ovin::AclKey& aclKey,
+                                                     const IntfReview& review) const {
+    if (!review.acls || !review.acls->aclKey(aclKey) ||
+        (getAclTypeMask(aclKey) & review.policy).empty())
+        return nullptr;
+    Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(aclKey);
+    Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
+    VORN_ASSERT(phyIntf);
+    return phyIntf;
+}
+
+bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId,
+                                      const std::set<Ovin::AclKey>& changed) const {
+    Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->intfAclMapping(intfId);
+    if (!entry)
+        entry = aclPolicyStatus()->routedPortSharedAclMapping(intfId);
+    if (!entry)
+        return false;
+    size_t changedThere = 0;
+    for (const Ovin::AclKey& key : changed)
+        changedThere += entry->aclKey(key) ? 1 : 0;
+    return entry->aclKeys() > changedThere;
 }
 
 void AclPolicySm::applyIntfAclPolicy(const Zamu::IntfId& intfId) {
@@ -382,6 +461,8 @@ void AclPolicySm::applyIntfAclPolicy(const Zamu::IntfId& intfId) {
     VORN_ASSERT(chipIntfMapping());
     VORN_ASSERT_MSG(chipIntfMapping()->intfId(intfId), "chipIntfMapping()->intfIdHas( intfId )");
     FLINQ(th, 8, "    discovering acl types");
+    // Written outside a review: the next review of the interface looks at all of it.
+    reviewedPolicy_.erase(intfId);
     const Mask policy = getIntfPolicy(intfId);
     Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->intfAclMappingIs(intfId);
     entry->aclKeyDelAll();
@@ -434,19 +515,31 @@ AclPolicySm::Path AclPolicySm::pathOf(const Zamu::IntfId& intfId,
 
 void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
-    Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
-    VORN_ASSERT(aclPhyIntf);
-    aclPhyIntf->phyIntfIs(intfId);
     Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(aclKey);
     Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
     VORN_ASSERT(phyIntf);
+    // Written outside a review: the next review of the interface looks at all of it.
+    reviewedPolicy_.erase(intfId);
+    const bool direct = phyIntf->parentIntfId(intfId);
+    addAcl(intfId, aclKey, *phyIntf, direct && shouldDoRaclSharing(intfId));
+}
+
+void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
+                         const PhyIntfMapping& wanted, bool shared) {
+    Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
+    VORN_ASSERT(aclPhyIntf);
+    aclPhyIntf->phyIntfIs(intfId);
     Vorn::Ptr<AclParentIntfSet> parents = intfAclStatusIs(intfId)->aclKeyIs(aclKey);
-    for (const Zamu::IntfId& parent : phyIntf->parentIntfId().keys()) {
+    // The status writes reach the mapping machine only, which never writes the index: the
+    // parent set is walked in place.
+    for (const Zamu::IntfId& parent : wanted.parentIntfId()) {
+        if (parents->parentIntfId(parent))
+            continue;
         const Path path = pathOf(intfId, parent);
         parents->parentIntfIdIs(parent);
         switch (path) {
             case Path::phy:
-                addPhyIntf(intfId, aclKey);
+                addPhyIntf(intfId, aclKey, shared);
                 break;
             case Path::vlan:
                 addVlanIntf(intfId, parent, aclKey);
@@ -460,7 +553,10 @@ void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKe
 
 void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
-    const bool shared = shouldDoRaclSharing(intfId);
+    addPhyIntf(intfId, aclKey, shouldDoRaclSharing(intfId));
+}
+
+void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey, bool shared) {
     Vorn::Ptr<IntfAclKeySet> entry = shared
                                          ? aclPolicyStatus()->routedPortSharedAclMappingIs(intfId)
                                          : aclPolicyStatus()->intfAclMappingIs(intfId);
@@ -588,49 +684,51 @@ void AclPolicySm::deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& 
 
 void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
-    withdrawIntfStatus(intfId, IntfContribution{});
-}
-
-void AclPolicySm::withdrawIntfStatus(const Zamu::IntfId& intfId, const IntfContribution& keep) {
+    reviewedPolicy_.erase(intfId);
     Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
     if (!contribution)
         return;
-    // The interface's own ACLs are in one mapping; when they are to go to the other, all go.
-    const bool shared = aclPolicyStatus()->routedPortSharedAclMapping(intfId) != nullptr;
+    IntfReview nothing;
+    nothing.sharedBefore = aclPolicyStatus()->routedPortSharedAclMapping(intfId) != nullptr;
+    for (const Ovin::AclKey& key : contribution->aclKey().keys())
+        withdrawAcl(intfId, key, nullptr, nothing);
+}
+
+void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
+                              const PhyIntfMapping* wanted, const IntfReview& review) {
+    Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
+    Vorn::Ptr<AclParentIntfSet> parents = contribution ? contribution->aclKey(aclKey) : nullptr;
+    if (!parents)
+        return;
     // What the interface contributed is withdrawn as it was recorded: the index may no longer
-    // say how the ACLs came.
-    for (const Ovin::AclKey& key : contribution->aclKey().keys()) {
-        Vorn::Ptr<AclParentIntfSet> parents = contribution->aclKey(key);
-        const auto kept = keep.parents.find(key);
-        for (const Zamu::IntfId& parent : parents->parentIntfId().keys()) {
-            const Path path = pathOf(intfId, parent);
-            const bool stays =
-                kept != keep.parents.end() &&
-                std::find(kept->second.begin(), kept->second.end(), parent) != kept->second.end() &&
-                (path != Path::phy || shared == keep.shared);
-            if (stays)
-                continue;
-            switch (path) {
-                case Path::phy:
-                    deletePhyIntf(intfId, key);
-                    break;
-                case Path::vlan:
-                    deleteVlanIntf(intfId, parent, key);
-                    break;
-                case Path::sub:
-                    deleteSubIntf(intfId, parent, key);
-                    break;
-            }
-            parents->parentIntfIdDel(parent);
-        }
-        if (parents->parentIntfIds())
+    // say how the ACL came. The interface's own ACLs are in one mapping; when they are to go
+    // to the other, all go.
+    for (const Zamu::IntfId& parent : parents->parentIntfId().keys()) {
+        const Path path = pathOf(intfId, parent);
+        const bool stays = wanted && wanted->parentIntfId(parent) &&
+                           (path != Path::phy || review.sharedBefore == review.sharedAfter);
+        if (stays)
             continue;
-        contribution->aclKeyDel(key);
-        aclPhyIntfStatusDelMember(key, [&](AclPhyIntfSet& intfs) {
-            intfs.phyIntfDel(intfId);
-            return intfs.phyIntfs();
-        });
+        switch (path) {
+            case Path::phy:
+                deletePhyIntf(intfId, aclKey);
+                break;
+            case Path::vlan:
+                deleteVlanIntf(intfId, parent, aclKey);
+                break;
+            case Path::sub:
+                deleteSubIntf(intfId, parent, aclKey);
+                break;
+        }
+        parents->parentIntfIdDel(parent);
     }
+    if (parents->parentIntfIds())
+        return;
+    contribution->aclKeyDel(aclKey);
+    aclPhyIntfStatusDelMember(aclKey, [&](AclPhyIntfSet& intfs) {
+        intfs.phyIntfDel(intfId);
+        return intfs.phyIntfs();
+    });
     if (!contribution->aclKeys())
         intfAclStatusDel(intfId);
 }
@@ -665,7 +763,7 @@ void AclPolicySm::handleChipIntf(const Zamu::IntfId& intfId) {
 void AclPolicySm::handleAclPhyIntf(const Ovin::AclKey& aclKey, const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "Chip-" << chipId_ << " handleAclPhyIntf " << aclKey << " " << intfId);
-    scheduleIntfAclPolicyReview(intfId);
+    scheduleAclReview(intfId, aclKey);
 }
 
 void AclPolicySm::handleChipAclColl(Vorn::Existing existing) {
@@ -704,6 +802,8 @@ void AclPolicySm::handleInitialized() {
     chipAclWatchers_.reset();
     chipAclColl_ = nullptr;
     chipIntfMappingTaken_ = false;
+    pending_.clear();
+    reviewedPolicy_.clear();
     StateMachine::handleInitialized();
     // An ACL's entry comes or goes here only when it first or last reaches a port (or the
     // attachment index is rebuilt); what happens under it reaches only the chips concerned.
@@ -735,6 +835,8 @@ void AclPolicySm::handleDelete() {
     chipIntfMappingDel();
     intfPolicyTimer_.expiryIs(Vorn::kInfinity);
     intfPolicyQueueDelAll();
+    pending_.clear();
+    reviewedPolicy_.clear();
     StateMachine::handleDelete();
 }
 

@@ -31,11 +31,16 @@
 //     is to contribute now: what stays is not withdrawn and put back. The mapping machine
 //     reacts to every write, so a review that changes nothing must leave the status untouched
 //     (else a place would give up its hardware index, and a waiting place could take it).
+//  7. A review looks only at the ACLs that changed under the interface (each change names
+//     its ACL) as long as the interface's policy, eligibility and shared mapping stay as its
+//     last review left them (reviewedPolicy_); otherwise, and when scheduled without an ACL,
+//     at all of them. So a change costs the ACLs it touches, not the interface's ACL count.
 // Owns: shared references to its inputs and to the chip's AclPolicyStatus; its watchers and
 // its timer. The status entity itself is deleted by its owner, not by handleDelete.
 
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
@@ -118,6 +123,8 @@ class IntfAclStatus : public Vorn::Entity {
 
 class AclPolicySm : public Vorn::StateMachine {
     VORN_ENTITY("OvinMirel::AclPolicySm")
+    using Mask = Mirel::AclTypeCombinationBitMask;
+
   public:
     // References may be null here; handleInitialized asserts that they are all present.
     AclPolicySm(Mirel::ChipId chipId, const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
@@ -219,18 +226,39 @@ class AclPolicySm : public Vorn::StateMachine {
     // Index.chipAclMapping changed for this chip: follows its (new) entry.
     void handleChipAclColl(Vorn::Existing existing);
 
-    // What a review puts in effect on an interface: per admitted ACL (in key order), the
-    // parents it comes through; and whether the interface's own ACLs go to
-    // routedPortSharedAclMapping.
-    struct IntfContribution {
-        std::map<Ovin::AclKey, std::vector<Zamu::IntfId>> parents;
-        bool shared = false;
+    // What a review of one interface knows once, for all the ACLs it looks at: whether
+    // anything of the interface may be in effect, the kinds admitted, and where its own ACLs
+    // go before and after (routedPortSharedAclMapping or intfAclMapping).
+    struct IntfReview {
+        Vorn::Ptr<IntfAclColl> acls;  // null unless the interface may contribute
+        Mask policy;
+        bool sharedBefore = false;
+        bool sharedAfter = false;
     };
-    // Traces why an interface contributes nothing, where it does not.
-    IntfContribution intfContribution(const Zamu::IntfId& intfId) const;
-    // Withdraws what the interface contributed, except what `keep` has it contribute in the
-    // same way.
-    void withdrawIntfStatus(const Zamu::IntfId& intfId, const IntfContribution& keep);
+    // Interfaces awaiting review with the ACLs that changed under them; `all` when anything
+    // interface-wide may have changed. Keyed lookups only; nothing walks it.
+    struct PendingReview {
+        bool all = false;
+        std::set<Ovin::AclKey> acls;
+    };
+    void scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
+    // The review's interface-wide part; traces why an interface contributes nothing, where it
+    // does not.
+    IntfReview intfReview(const Zamu::IntfId& intfId) const;
+    // The index's entry through which an admitted ACL reaches the interface; null when the
+    // ACL is not to be in effect there.
+    Vorn::Ptr<PhyIntfMapping> wantedParents(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
+                                            const IntfReview& review) const;
+    // Withdraws what the ACL contributed on the interface and no longer does the same way.
+    void withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
+                     const PhyIntfMapping* wanted, const IntfReview& review);
+    // Puts in effect the parents of `wanted` that are not yet (those that are stay untouched).
+    void addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
+                const PhyIntfMapping& wanted, bool shared);
+    void addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey, bool shared);
+    // Whether some ACL other than `changed` is in effect on the interface's own entry.
+    bool otherPhyAclInEffect(const Zamu::IntfId& intfId,
+                             const std::set<Ovin::AclKey>& changed) const;
 
     // The parent's kind decides the place an ACL takes in the status.
     enum class Path { phy, vlan, sub };
@@ -257,6 +285,9 @@ class AclPolicySm : public Vorn::StateMachine {
     // that its watchers outlive its removal from the Index.
     Vorn::Ptr<ChipAclColl> chipAclColl_;
     std::unique_ptr<ChipAclWatchers> chipAclWatchers_;
+    std::map<Zamu::IntfId, PendingReview> pending_;
+    // The policy under which each interface that may contribute was last reviewed.
+    std::map<Zamu::IntfId, Mask> reviewedPolicy_;
 };
 
 class AclPolicySmColl : public Vorn::Entity {

@@ -442,5 +442,59 @@ TEST(AclPolicySmDeathTest, BrokenInvariantsStopTheProcess) {
                  "Assertion `chipIntfMapping\\(\\)->intfIdHas\\( intfId \\)' failed");
 }
 
+TEST(AclPolicySm, AReviewOfTheChangedAclsLeavesWhatAFullReviewWould) {
+    // One ACL at a time through the kinds, the VLAN path and the shared mapping; after each
+    // step the status must be what a review of every interface as a whole leaves it.
+    struct Step {
+        const char* name;
+        std::function<void(ChipTest::World&)> change;
+        const char* holds = nullptr;  // a line the status then has
+    };
+    const Step steps[] = {
+        {"a router ACL: shared", [](auto& w) { w.bind(kR4, "Ethernet1"); },
+         "routedPortSharedAclMapping[Ethernet1].aclKey[r4/ip/in/vlan100]"},
+        {"a second router ACL", [](auto& w) { w.bind(kR6, "Ethernet1"); }},
+        {"a port ACL ends sharing", [](auto& w) { w.bind(kP4, "Ethernet1"); },
+         "intfAclMapping[Ethernet1].aclKey[r4/ip/in/vlan100]"},
+        {"a VLAN ACL",
+         [](auto& w) {
+             w.vlanMember(20, "Ethernet1");
+             w.bind(kVlanR4, "Vlan20");
+         }},
+        {"a MAC ACL in contention", [](auto& w) { w.bind(kMac, "Ethernet1"); }},
+        {"the port ACL goes", [](auto& w) { w.bind(kP4, "Ethernet1", false); }},
+        {"the MAC ACL goes: shared again", [](auto& w) { w.bind(kMac, "Ethernet1", false); },
+         "routedPortSharedAclMapping[Ethernet1].aclKey[r6/ipv6/in/vlan100]"},
+        {"the port leaves the VLAN", [](auto& w) { w.vlanMember(20, "Ethernet1", false); }},
+        {"the router ACLs go",
+         [](auto& w) {
+             w.bind(kR4, "Ethernet1", false);
+             w.bind(kR6, "Ethernet1", false);
+         }},
+    };
+    // IP kinds ranked before MAC keeps the policy on a MAC ACL's arrival; MAC first changes it.
+    for (const std::initializer_list<uint32_t>& ranked :
+         {std::initializer_list<uint32_t>{0x0ff, 0x300}, {0x300, 0x0ff}}) {
+        SCOPED_TRACE(testing::PrintToString(std::vector<uint32_t>(ranked)));
+        Chip1 w(ranked);
+        w.hw->routedPortRaclSharingSupportedIs(true);
+        for (const Step& step : steps) {
+            SCOPED_TRACE(step.name);
+            step.change(w);
+            w.settle();
+            const Facts incremental = w.status(1);
+            if (step.holds) {
+                EXPECT_NE(std::find(incremental.begin(), incremental.end(), step.holds),
+                          incremental.end())
+                    << testing::PrintToString(incremental);
+            }
+            w.sm->scheduleIntfAclPolicyReview();
+            w.settle();
+            EXPECT_EQ(w.status(1), incremental);
+        }
+        EXPECT_EQ(w.status(1), Facts{});
+    }
+}
+
 }  // namespace
 }  // namespace OvinMirel
