@@ -58,6 +58,8 @@ void GlueSm::clearRootForChip(Mirel::ChipId chip) {
         clearRootById(chip, rootId);
         glueStatus_->activeRootSmIdDel(chip);
     }
+    // What its roots were counted from goes with them.
+    mirelRootSmColl_->rootNeedsTallyDel(chip);
     // Decision b: nothing waits for an answer from a chip that is gone.
     for (uint32_t slot = 0; slot < 2; ++slot) {
         const uint32_t rootId = rootSmIdOf(chip, slot);
@@ -104,7 +106,7 @@ void GlueSm::updateRootForChip(Mirel::ChipId chip) {
         VORN_ASSERT(chipConfig);
         mirelRootSmColl_
             ->rootSmIs(attempt, rootConfig, rootStatus, capability, chipConfig, chipPDStatus,
-                       *timerWheel_)
+                       *timerWheel_, mirelRootSmColl_->rootNeedsTally(chip))
             ->handleInitialized();
     }
 

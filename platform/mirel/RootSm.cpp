@@ -1,8 +1,6 @@
 #include "platform/mirel/RootSm.h"
 
 #include <algorithm>
-#include <set>
-#include <string_view>
 
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
@@ -16,28 +14,14 @@ Flinq::Handle th("MirelRootSm");
 }  // namespace
 
 RootNeeds rootNeeds(const RootConfig& root) {
-    RootNeeds needs;
-    // Views into the lists' own cached values; the root holds the lists for this whole call.
-    std::array<std::set<std::string_view>, kXformTypeCount> values;
-    for (const auto& [aclId, hwAcl] : root.acl()) {
-        const AclRuleListNeeds& list = hwAcl->ruleList()->needs();
-        needs.tcamEntries += list.tcamEntries;
-        ++needs.ruleLists;
-        for (int t = 0; t < kXformTypeCount; ++t)
-            values[t].insert(list.xformValues[t].begin(), list.xformValues[t].end());
-    }
-    for (int t = 0; t < kXformTypeCount; ++t) {
-        needs.xformEntries += uint32_t(values[t].size());
-        needs.xformValues[t].assign(values[t].begin(), values[t].end());
-    }
-    return needs;
+    return RootNeedsTally().update(root);
 }
 
 RootSm::RootSm(uint32_t rootId, const Vorn::Ptr<RootConfig>& rootConfig,
                const Vorn::Ptr<RootStatus>& rootStatus,
                const Vorn::Ptr<ChipHwCapability>& chipHwCapability,
                const Vorn::Ptr<ChipConfig>& chipConfig, const Vorn::Ptr<ChipPDStatus>& chipPDStatus,
-               Brix::TimerWheel& timerWheel)
+               Brix::TimerWheel& timerWheel, std::shared_ptr<RootNeedsTally> tally)
     : Vorn::StateMachine(th),
       rootId_(rootId),
       rootConfig_(required(rootConfig, "rootConfig")),
@@ -46,6 +30,7 @@ RootSm::RootSm(uint32_t rootId, const Vorn::Ptr<RootConfig>& rootConfig,
       chipConfig_(required(chipConfig, "chipConfig")),
       chipPDStatus_(required(chipPDStatus, "chipPDStatus")),
       timerWheel_(&timerWheel),
+      tally_(tally ? std::move(tally) : std::make_shared<RootNeedsTally>()),
       timer_(timerWheel, [this] { handleTimer(); }) {
     VORN_ASSERT(rootConfig_->rootConfigId() == rootId_);
     VORN_ASSERT(rootStatus_->rootStatusId() == rootId_);
@@ -61,7 +46,8 @@ void RootSm::reinstantiate(const Vorn::Ptr<RootConfig>& rootConfig,
                            const Vorn::Ptr<ChipHwCapability>& chipHwCapability,
                            const Vorn::Ptr<ChipConfig>& chipConfig,
                            const Vorn::Ptr<ChipPDStatus>& chipPDStatus,
-                           Brix::TimerWheel& timerWheel) const {
+                           Brix::TimerWheel& timerWheel,
+                           const std::shared_ptr<RootNeedsTally>& tally) const {
     requireSameReference("rootConfig", rootConfig_, rootConfig);
     requireSameReference("rootStatus", rootStatus_, rootStatus);
     requireSameReference("chipHwCapability", chipHwCapability_, chipHwCapability);
@@ -69,6 +55,8 @@ void RootSm::reinstantiate(const Vorn::Ptr<RootConfig>& rootConfig,
     requireSameReference("chipPDStatus", chipPDStatus_, chipPDStatus);
     if (&timerWheel != timerWheel_)
         Vorn::throwPointerReinstantiation("timerWheel", "Brix::TimerWheel");
+    if (tally && tally != tally_)
+        Vorn::throwPointerReinstantiation("tally", "Mirel::RootNeedsTally");
 }
 
 void RootSm::handleInitialized() {
@@ -170,7 +158,7 @@ void RootSm::handleTimer() {
 
 void RootSm::startCompute() {
     computed_ = false;
-    needs_ = rootNeeds(*rootConfig_);
+    needs_ = tally_->update(*rootConfig_);
     FLINQ(th, 2,
           chipId() << ":" << rootId_ << "   needs " << needs_.tcamEntries << " entries, "
                    << needs_.ruleLists << " rule lists, " << needs_.xformEntries
@@ -270,9 +258,17 @@ Vorn::Ptr<RootSm> rootSmFactory(uint32_t rootId, const Vorn::Ptr<RootConfig>& ro
                                 const Vorn::Ptr<ChipHwCapability>& chipHwCapability,
                                 const Vorn::Ptr<ChipConfig>& chipConfig,
                                 const Vorn::Ptr<ChipPDStatus>& chipPDStatus,
-                                Brix::TimerWheel& timerWheel) {
+                                Brix::TimerWheel& timerWheel,
+                                std::shared_ptr<RootNeedsTally> tally) {
     return Vorn::make<RootSm>(rootId, rootConfig, rootStatus, chipHwCapability, chipConfig,
-                              chipPDStatus, timerWheel);
+                              chipPDStatus, timerWheel, std::move(tally));
+}
+
+const std::shared_ptr<RootNeedsTally>& RootSmColl::rootNeedsTally(ChipId chip) {
+    std::shared_ptr<RootNeedsTally>& tally = tallies_[chip];
+    if (!tally)
+        tally = std::make_shared<RootNeedsTally>();
+    return tally;
 }
 
 Vorn::Ptr<RootSmColl> rootSmCollFactory(const Vorn::Name& name) {

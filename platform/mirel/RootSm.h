@@ -7,23 +7,26 @@
 //          in ChipPDStatus (the driver's answers).
 // Writes:  RootStatus (rootState, errorCode, active, kickResponse); the chip's nine
 //          XformConfigs in ChipConfig (attemptedXform, attemptedRequestId on compute,
-//          activeRequestId on load); the chip's table usage in ChipPDStatus on load.
+//          activeRequestId on load); the chip's table usage in ChipPDStatus on load; its
+//          RootNeedsTally on compute.
 // Timer:   one one-shot timer on the given wheel; every answer is written from it, never from
 //          inside the write that asked (nor from a driver's notification).
-// Owns:    nothing but its subscriptions and its timer; every reference is shared.
+// Owns:    nothing but its subscriptions and its timer; every reference is shared (the tally
+//          with the chip's other roots, through RootSmColl::rootNeedsTally).
 //
 // Protocol. An action is the configuration's `action` under a new `mirelRootKick` (kick 0 is
 // never an action). The machine looks at both on the next wheel pass after either changed, so
 // the glue may write them in either order.
 //  - compute (0): derives what the root needs from its lists (AclRuleList::needs, cached per
-//    list): TCAM entries, one chip rule list id per rule list, and the distinct values of
-//    each transform. A root that needs more than ChipHwCapability allows answers 3 at once:
-//    tcamFull for entries, resourceExhausted for rule list ids or transform class ids.
-//    Otherwise it answers 1 (computing), writes every transform's request (the values in
-//    text order get class ids 1, 2, ...; the request id is one above both the attempted and
-//    the active id), and once the driver has answered every request of this compute, answers
-//    2, or 3 with the error of the first failed transform in transform order. A transform
-//    configuration missing from the chip configuration answers 3 invalidConfig.
+//    list, counted in the tally the machine was given, the chip's, so that only the lists
+//    that changed since the last compute on the chip move the counts): TCAM entries, one chip rule
+//    list id per rule list, and the distinct values of each transform. A root that needs more than
+//    ChipHwCapability allows answers 3 at once: tcamFull for entries, resourceExhausted for rule
+//    list ids or transform class ids. Otherwise it answers 1 (computing), writes every transform's
+//    request (the values in text order get class ids 1, 2, ...; the request id is one above both
+//    the attempted and the active id), and once the driver has answered every request of this
+//    compute, answers 2, or 3 with the error of the first failed transform in transform order. A
+//    transform configuration missing from the chip configuration answers 3 invalidConfig.
 //  - load (1), only after this machine answered 2 (asserted): answers 4, makes its request
 //    ids active, writes the chip's table usage, then answers 5 with the status marked active.
 //    Load waits for no driver answer: a load has no failure answer.
@@ -48,25 +51,20 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
+#include <memory>
 
 #include "platform/brix/TimerWheel.h"
 #include "platform/mirel/HwCapability.h"
 #include "platform/mirel/PDConfig.h"
 #include "platform/mirel/PDStatus.h"
 #include "platform/mirel/Root.h"
+#include "platform/mirel/RootNeedsTally.h"
 #include "platform/vorn/StateMachine.h"
 
 namespace Mirel {
 
-// What a whole root asks of its chip.
-struct RootNeeds {
-    uint32_t tcamEntries = 0;
-    uint32_t ruleLists = 0;
-    uint32_t xformEntries = 0;  // class ids over the nine transforms
-    // Per transform, the distinct values of every list, in text order.
-    std::array<std::vector<std::string>, kXformTypeCount> xformValues;
-};
-// One pass over the root's lists; each list's share is computed once per list.
+// A pass over every list of the root, counted from nothing (see RootNeedsTally).
 RootNeeds rootNeeds(const RootConfig& root);
 
 class RootSm : public Vorn::StateMachine {
@@ -74,20 +72,21 @@ class RootSm : public Vorn::StateMachine {
   public:
     // Every reference is required (Vorn::NullPointerException naming it); the root ids of
     // the configuration and the status are rootId, and the chip of the capability, the chip
-    // configuration and the chip PD status is the root's chip (asserted).
+    // configuration and the chip PD status is the root's chip (asserted). Without a tally the
+    // machine counts from nothing on each compute.
     RootSm(uint32_t rootId, const Vorn::Ptr<RootConfig>& rootConfig,
            const Vorn::Ptr<RootStatus>& rootStatus,
            const Vorn::Ptr<ChipHwCapability>& chipHwCapability,
            const Vorn::Ptr<ChipConfig>& chipConfig, const Vorn::Ptr<ChipPDStatus>& chipPDStatus,
-           Brix::TimerWheel& timerWheel);
+           Brix::TimerWheel& timerWheel, std::shared_ptr<RootNeedsTally> tally = nullptr);
     ~RootSm() override;
     // Asked again for the same root: the same references, or Vorn::ReinstantiationException.
     void reinstantiate(const Vorn::Ptr<RootConfig>& rootConfig,
                        const Vorn::Ptr<RootStatus>& rootStatus,
                        const Vorn::Ptr<ChipHwCapability>& chipHwCapability,
                        const Vorn::Ptr<ChipConfig>& chipConfig,
-                       const Vorn::Ptr<ChipPDStatus>& chipPDStatus,
-                       Brix::TimerWheel& timerWheel) const;
+                       const Vorn::Ptr<ChipPDStatus>& chipPDStatus, Brix::TimerWheel& timerWheel,
+                       const std::shared_ptr<RootNeedsTally>& tally = nullptr) const;
 
     uint32_t rootId() const { return rootId_; }
     ChipId chipId() const { return ChipId(rootId_ >> 1); }
@@ -129,6 +128,7 @@ class RootSm : public Vorn::StateMachine {
     const Vorn::Ptr<ChipConfig> chipConfig_;
     const Vorn::Ptr<ChipPDStatus> chipPDStatus_;
     Brix::TimerWheel* const timerWheel_;
+    const std::shared_ptr<RootNeedsTally> tally_;
 
     uint32_t kick_ = 0;  // the kick acted on last
     Phase phase_ = Phase::idle;
@@ -153,8 +153,15 @@ class RootSmColl : public Vorn::Entity {
     // rootSmIs(rootId, <the constructor's other arguments>); deleting an entry stops it.
     VORN_MACHINE_MAP(uint32_t, RootSm, rootSm)
 
+    // The chip's tally, made on first use, for each root machine of the chip: what the last
+    // root computed on it was counted from. Dropped with the chip (its lists go with it).
+    const std::shared_ptr<RootNeedsTally>& rootNeedsTally(ChipId chip);
+    void rootNeedsTallyDel(ChipId chip) { tallies_.erase(chip); }
+    size_t rootNeedsTallies() const { return tallies_.size(); }
+
   private:
     const Vorn::Name name_;
+    std::map<ChipId, std::shared_ptr<RootNeedsTally>> tallies_;
 };
 
 Vorn::Ptr<RootSm> rootSmFactory(uint32_t rootId, const Vorn::Ptr<RootConfig>& rootConfig,
@@ -162,7 +169,8 @@ Vorn::Ptr<RootSm> rootSmFactory(uint32_t rootId, const Vorn::Ptr<RootConfig>& ro
                                 const Vorn::Ptr<ChipHwCapability>& chipHwCapability,
                                 const Vorn::Ptr<ChipConfig>& chipConfig,
                                 const Vorn::Ptr<ChipPDStatus>& chipPDStatus,
-                                Brix::TimerWheel& timerWheel);
+                                Brix::TimerWheel& timerWheel,
+                                std::shared_ptr<RootNeedsTally> tally = nullptr);
 // The glue's collection is named "MirelRootSmColl".
 Vorn::Ptr<RootSmColl> rootSmCollFactory(const Vorn::Name& name);
 
