@@ -16,21 +16,6 @@ std::string words(const Parts&... parts) {
     return os.str();
 }
 
-Vorn::Ptr<Mirel::ChipDataFlowConfig> copyTables(const Mirel::ChipDataFlowConfig& from) {
-    Vorn::Ptr<Mirel::ChipDataFlowConfig> to = Mirel::chipDataFlowConfigFactory(from.chipId());
-    for (const auto& [k, v] : from.intfToHwAclIndex())
-        to->intfToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.routedPortToHwAclIndex())
-        to->routedPortToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.vlanToHwAclIndex())
-        to->vlanToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.subIntfToHwAclIndex())
-        to->subIntfToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.chipRuleListKeyToId())
-        to->chipRuleListKeyToIdIs(k, v);
-    return to;
-}
-
 struct Presence {
     const GlueSm& sm;
     bool present(Mirel::ChipId chip) const {
@@ -195,7 +180,7 @@ GlueSnapshot takeGlueSnapshot(const GlueStatus& glueStatus, const Mirel::PDConfi
     for (const auto& [chip, rootId] : glueStatus.activeRootSmId())
         s.activeRootSmId.emplace(chip, rootId);
     for (const auto& [chip, config] : pDConfig.chipConfig()) {
-        s.loaded.emplace(chip, copyTables(*config->chipDataFlowConfig()));
+        s.loaded.emplace(chip, Mirel::chipDataFlowTablesCopy(*config->chipDataFlowConfig()));
         s.config.emplace(chip, config);
     }
     return s;

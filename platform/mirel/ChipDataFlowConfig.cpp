@@ -41,6 +41,21 @@ Vorn::Ptr<ChipDataFlowConfig> chipDataFlowConfigFactory(ChipId chipId) {
     return Vorn::make<ChipDataFlowConfig>(chipId);
 }
 
+Vorn::Ptr<ChipDataFlowConfig> chipDataFlowTablesCopy(const ChipDataFlowConfig& from) {
+    Vorn::Ptr<ChipDataFlowConfig> to = chipDataFlowConfigFactory(from.chipId());
+    for (const auto& [k, v] : from.intfToHwAclIndex())
+        to->intfToHwAclIndexIs(k, v);
+    for (const auto& [k, v] : from.routedPortToHwAclIndex())
+        to->routedPortToHwAclIndexIs(k, v);
+    for (const auto& [k, v] : from.vlanToHwAclIndex())
+        to->vlanToHwAclIndexIs(k, v);
+    for (const auto& [k, v] : from.subIntfToHwAclIndex())
+        to->subIntfToHwAclIndexIs(k, v);
+    for (const auto& [k, v] : from.chipRuleListKeyToId())
+        to->chipRuleListKeyToIdIs(k, v);
+    return to;
+}
+
 }  // namespace Mirel
 
 size_t std::hash<Mirel::ChipRuleListIdKey>::operator()(

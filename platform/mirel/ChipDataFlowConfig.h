@@ -107,6 +107,9 @@ class ChipDataFlowConfig : public Vorn::Entity {
 };
 
 Vorn::Ptr<ChipDataFlowConfig> chipDataFlowConfigFactory(ChipId chipId);
+// A detached copy of the five mapping tables (not the control word), for checkers that judge
+// a later state against this one.
+Vorn::Ptr<ChipDataFlowConfig> chipDataFlowTablesCopy(const ChipDataFlowConfig& from);
 
 }  // namespace Mirel
 

@@ -141,9 +141,10 @@ TEST(ChipDataFlowConfig, MappingsEqualLooksAtEveryTable) {
     }
 }
 
-TEST(ChipDataFlowConfig, MappingsDelAllEmptiesTheTablesOnly) {
+TEST(ChipDataFlowConfig, MappingsDelAllEmptiesTheTablesOnlyAndLeavesACopyWhole) {
     auto c = filled();
     c->globalAclControlIs(globalAclControlRewrite_);
+    const auto copy = chipDataFlowTablesCopy(*c);
     int removed = 0;
     auto s1 = c->intfToHwAclIndexNotify([&](const Zamu::IntfId&) { ++removed; });
     auto s2 = c->vlanToHwAclIndexNotify([&](const Bridging::VlanId&) { ++removed; });
@@ -153,6 +154,8 @@ TEST(ChipDataFlowConfig, MappingsDelAllEmptiesTheTablesOnly) {
     EXPECT_TRUE(c->mappingsEqual(*chipDataFlowConfigFactory(ChipId(2))));
     EXPECT_EQ(c->globalAclControl(), uint32_t(globalAclControlRewrite_));
     EXPECT_EQ(c->chipId(), ChipId(1));
+    EXPECT_TRUE(copy->mappingsEqual(*filled()));
+    EXPECT_EQ(copy->chipId(), ChipId(1));
 }
 
 }  // namespace

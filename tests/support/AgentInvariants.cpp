@@ -27,21 +27,6 @@ const char* const kI5 = "I5 published errors: ";
 const char* const kI6 = "I6 rule list ids: ";
 const char* const kI7 = "I7 completion: ";
 
-Vorn::Ptr<Mirel::ChipDataFlowConfig> copyTables(const Mirel::ChipDataFlowConfig& from) {
-    Vorn::Ptr<Mirel::ChipDataFlowConfig> to = Mirel::chipDataFlowConfigFactory(from.chipId());
-    for (const auto& [k, v] : from.intfToHwAclIndex())
-        to->intfToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.routedPortToHwAclIndex())
-        to->routedPortToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.vlanToHwAclIndex())
-        to->vlanToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.subIntfToHwAclIndex())
-        to->subIntfToHwAclIndexIs(k, v);
-    for (const auto& [k, v] : from.chipRuleListKeyToId())
-        to->chipRuleListKeyToIdIs(k, v);
-    return to;
-}
-
 size_t tableEntries(const Mirel::ChipDataFlowConfig& t) {
     return t.intfToHwAclIndexs() + t.routedPortToHwAclIndexs() + t.vlanToHwAclIndexs() +
            t.subIntfToHwAclIndexs() + t.chipRuleListKeyToIds();
@@ -132,7 +117,7 @@ void AgentInvariants::startCycle() {
     for (const auto& [chip, rootId] : status.activeRootSmId())
         c.activeRoot.emplace(chip, rootId);
     for (const auto& [chip, config] : s.pDConfig()->chipConfig()) {
-        c.loaded.emplace(chip, copyTables(*config->chipDataFlowConfig()));
+        c.loaded.emplace(chip, Mirel::chipDataFlowTablesCopy(*config->chipDataFlowConfig()));
         c.config.emplace(chip, config);
     }
     for (const auto& [chip, code] : status.chipError())
