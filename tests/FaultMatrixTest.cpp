@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "ovinmirel/testagent/OvinMirelTestAgentRootTestWorld.h"
-#include "tests/support/AgentInvariants.h"
+#include "tools/soak/AgentInvariants.h"
 
 namespace OvinMirel::Reliability {
 namespace {

@@ -26,10 +26,10 @@
 #include <sstream>
 
 #include "ovinmirel/testagent/OvinMirelTestAgentRoot.h"
-#include "tests/support/RandomSequence.h"
 #include "tools/sim/ScenarioBuilders.h"
 #include "tools/sim/ScenarioReader.h"
 #include "tools/sim/ScenarioWriter.h"
+#include "tools/soak/RandomSequence.h"
 
 namespace RandomSequence {
 namespace {
@@ -172,8 +172,8 @@ TEST(RandomSequenceTest, ALostAnswerStallsItsCycleUntilItsChipLeaves) {
     EXPECT_FALSE(released) << released->what;
 }
 
-// A planted check fails once chip 2 has left; the run stops there, the shrinker keeps only
-// the removal, and the written file replays to the same state.
+// A planted check fails once chip 2 has left: the seed's failure is shrunk to the removal
+// alone, written, and the written file replays to the same failure.
 TEST(RandomSequenceTest, AFailureIsShrunkToTheStepsItNeedsAndWrittenForTheSimulator) {
     const Sim::PassCheck planted =
         [](const OvinMirel::TestAgentRoot& root) -> std::optional<std::string> {
@@ -181,37 +181,32 @@ TEST(RandomSequenceTest, AFailureIsShrunkToTheStepsItNeedsAndWrittenForTheSimula
             return "agent: chip 2 is gone";
         return checkAgent(root);
     };
-    // A generated run in which chip 2 leaves at some point.
-    Sim::Scenario s;
-    for (uint64_t seed = 1; s.steps.empty(); ++seed) {
-        ASSERT_LT(seed, 50u);
-        s = generate(seed, 100, RulePool::builtin());
-        const bool leaves = std::any_of(s.steps.begin(), s.steps.end(), [](const auto& st) {
+    const FailsFn fails = [&](const Sim::Scenario& x) { return runChecked(x, planted); };
+    auto leaves = [](const Sim::Scenario& s) {
+        return std::any_of(s.steps.begin(), s.steps.end(), [](const auto& st) {
             return st.action == Sim::Action(Sim::Step::RemoveChip{2});
         });
-        if (!leaves)
-            s.steps.clear();
-    }
-    const FailsFn fails = [&](const Sim::Scenario& x) { return runChecked(x, planted); };
-    const std::optional<Failure> f = fails(s);
+    };
+    uint64_t seed = 1;
+    while (!leaves(generate(seed, 100, RulePool::builtin())))
+        ASSERT_LT(++seed, 50u);
+    const std::optional<SeedFailure> f =
+        soakSeed(seed, 100, RulePool::builtin(), 200, outDir(), fails);
     ASSERT_TRUE(f);
-    EXPECT_EQ(f->kind, "agent") << f->what;
-    const ShrinkResult shrunk = shrink(s, *f, 200, fails);
-    EXPECT_EQ(shrunk.failure.kind, "agent");
-    ASSERT_EQ(shrunk.scenario.steps.size(), 1u) << listSteps(shrunk.scenario, 100);
-    EXPECT_EQ(shrunk.scenario.steps[0].action, Sim::Action(Sim::Step::RemoveChip{2}));
+    EXPECT_EQ(f->failure.kind, "agent") << f->failure.what;
+    EXPECT_EQ(f->shrunk.failure.kind, "agent");
+    ASSERT_EQ(f->shrunk.scenario.steps.size(), 1u) << f->report;
+    EXPECT_EQ(f->shrunk.scenario.steps[0].action, Sim::Action(Sim::Step::RemoveChip{2}));
+    EXPECT_NE(f->report.find("seed " + std::to_string(seed) + " (100 events) fails at step"),
+              std::string::npos)
+        << f->report;
 
-    const fs::path file = outDir() / "ovinmirel-random-shrink-test.json";
-    {
-        std::ofstream out(file);
-        out << Sim::writeScenario(shrunk.scenario);
-    }
-    const Sim::ReadScenario back = Sim::readScenarioFile(file.string());
-    fs::remove(file);
-    EXPECT_EQ(back.scenario, shrunk.scenario);
+    const Sim::ReadScenario back = Sim::readScenarioFile(f->file.string());
+    fs::remove(f->file);
+    EXPECT_EQ(back.scenario, f->shrunk.scenario);
     const std::optional<Failure> again = fails(back.scenario);
     ASSERT_TRUE(again);
-    EXPECT_EQ(again->what, shrunk.failure.what);
+    EXPECT_EQ(again->what, f->shrunk.failure.what);
 }
 
 // Delta debugging finds the two steps a failure needs among many, and never keeps a
@@ -285,24 +280,12 @@ class RandomSequenceRun : public testing::TestWithParam<size_t> {};
 
 TEST_P(RandomSequenceRun, EveryInvariantHoldsAfterEveryPass) {
     const RunPlan plan = runPlan(kDefaultSeeds, kDefaultEvents);
-    const RulePool& pool = RulePool::standard();
     for (size_t i = GetParam(); i < plan.seeds.size(); i += kShards) {
-        const uint64_t seed = plan.seeds[i];
-        const Sim::Scenario s = generate(seed, plan.events, pool);
-        const std::optional<Failure> f = runChecked(s);
-        if (!f)
-            continue;
-        const ShrinkResult shrunk = shrink(s, *f, shrinkRuns());
-        const fs::path file =
-            outDir() / ("ovinmirel-random-seed-" + std::to_string(seed) + ".json");
-        std::ofstream(file) << Sim::writeScenario(shrunk.scenario);
-        ADD_FAILURE() << "seed " << seed << " (" << plan.events << " events) fails at step "
-                      << f->step << ": " << f->what << "\nsteps so far:\n"
-                      << listSteps(s, f->step + 1) << "shrunk to " << shrunk.scenario.steps.size()
-                      << " steps in " << shrunk.runs << " runs: " << shrunk.failure.what << "\n"
-                      << listSteps(shrunk.scenario, shrunk.scenario.steps.size())
-                      << "replay: build/tools/ovinmirel-sim " << file.string();
-        return;  // one failure per shard is enough to read
+        if (const std::optional<SeedFailure> f = soakSeed(
+                plan.seeds[i], plan.events, RulePool::standard(), shrinkRuns(), outDir())) {
+            ADD_FAILURE() << f->report;
+            return;  // one failure per shard is enough to read
+        }
     }
 }
 

@@ -1,7 +1,7 @@
 // The checker over the test agent: silent on a healthy switch through a whole configuration,
 // its failure paths and its removal, and naming the rule when the state is corrupted.
 
-#include "tests/support/AgentInvariants.h"
+#include "tools/soak/AgentInvariants.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ovinmirel/testagent/OvinMirelTestAgentRootTestWorld.h"
-#include "tests/support/PdMappingOracle.h"
+#include "tools/soak/PdMappingOracle.h"
 
 namespace OvinMirel::Reliability {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/support/PdMappingOracle.h"
+#include "tools/soak/PdMappingOracle.h"
 
 #include <algorithm>
 #include <set>

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -86,6 +87,20 @@ struct ShrinkResult {
 using FailsFn = std::function<std::optional<Failure>(const Sim::Scenario&)>;
 ShrinkResult shrink(
     const Sim::Scenario& s, const Failure& failure, size_t maxRuns,
+    const FailsFn& fails = [](const Sim::Scenario& x) { return runChecked(x); });
+
+// One seed of a soak: its scenario run checked; on a failure the scenario is shrunk (at most
+// `shrinkRuns` runs) and written to <outDir>/ovinmirel-random-seed-<seed>.json.
+struct SeedFailure {
+    Failure failure;      // as the whole scenario first showed it
+    ShrinkResult shrunk;  // what the shrinking kept
+    std::filesystem::path file;
+    // The seed, where it failed, the steps up to there, the shrunk steps and how to replay.
+    std::string report;
+};
+std::optional<SeedFailure> soakSeed(
+    uint64_t seed, size_t events, const RulePool& pool, size_t shrinkRuns,
+    const std::filesystem::path& outDir,
     const FailsFn& fails = [](const Sim::Scenario& x) { return runChecked(x); });
 
 // Seeds and events for the run, from the environment: OVINMIREL_RANDOM_SEED (one seed),

@@ -1,4 +1,4 @@
-#include "tests/support/RandomSequence.h"
+#include "tools/soak/RandomSequence.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -15,10 +15,10 @@
 #include "ovinmirel/index/OvinMirelIndexSm.h"
 #include "ovinmirel/index/OvinMirelIndexTestWorld.h"
 #include "ovinmirel/testagent/OvinMirelTestAgentRoot.h"
-#include "tests/support/AgentInvariants.h"
 #include "tools/sim/ScenarioBuilders.h"
 #include "tools/sim/ScenarioReader.h"
 #include "tools/sim/ScenarioWriter.h"
+#include "tools/soak/AgentInvariants.h"
 
 namespace RandomSequence {
 
@@ -805,6 +805,27 @@ RunPlan runPlan(size_t defaultSeeds, size_t defaultEvents) {
             plan.seeds.push_back(s);
     }
     return plan;
+}
+
+std::optional<SeedFailure> soakSeed(uint64_t seed, size_t events, const RulePool& pool,
+                                    size_t shrinkRuns, const std::filesystem::path& outDir,
+                                    const FailsFn& fails) {
+    const Sim::Scenario s = generate(seed, events, pool);
+    std::optional<Failure> f = fails(s);
+    if (!f)
+        return std::nullopt;
+    SeedFailure out{*f, shrink(s, *f, shrinkRuns, fails),
+                    outDir / ("ovinmirel-random-seed-" + std::to_string(seed) + ".json"), ""};
+    std::ofstream(out.file) << Sim::writeScenario(out.shrunk.scenario);
+    std::ostringstream r;
+    r << "seed " << seed << " (" << events << " events) fails at step " << f->step << ": "
+      << f->what << "\nsteps so far:\n"
+      << listSteps(s, f->step + 1) << "shrunk to " << out.shrunk.scenario.steps.size()
+      << " steps in " << out.shrunk.runs << " runs: " << out.shrunk.failure.what << "\n"
+      << listSteps(out.shrunk.scenario, out.shrunk.scenario.steps.size())
+      << "replay: ovinmirel-sim " << out.file.string() << "\n";
+    out.report = r.str();
+    return out;
 }
 
 std::string listSteps(const Sim::Scenario& s, size_t upTo) {

@@ -1,4 +1,4 @@
-#include "tests/support/AgentInvariants.h"
+#include "tools/soak/AgentInvariants.h"
 
 #include <sstream>
 
@@ -6,7 +6,7 @@
 #include "ovinmirel/index/OvinMirelIndexCheck.h"
 #include "ovinmirel/index/OvinMirelIndexTestWorld.h"
 #include "platform/mirel/ChipPresence.h"
-#include "tests/support/PdMappingOracle.h"
+#include "tools/soak/PdMappingOracle.h"
 
 namespace OvinMirel::Reliability {
 
