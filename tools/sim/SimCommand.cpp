@@ -63,6 +63,21 @@ void closeTrace() {
 
 }  // namespace
 
+std::optional<int> parseCommandLine(CLI::App& app, int argc, const char* const* argv,
+                                    const CommandStreams& io, int badOptions) {
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        io.out << app.help();
+        return 0;
+    } catch (const CLI::ParseError& e) {
+        io.err << app.get_name() << ": " << e.what() << "\n"
+               << "run " << app.get_name() << " --help for the options\n";
+        return badOptions;
+    }
+    return std::nullopt;
+}
+
 int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
     CLI::App app{
         "ovinmirel-sim: runs a switch scenario through the ACL layer on a virtual clock and "
@@ -92,16 +107,8 @@ int runCommand(int argc, const char* const* argv, const CommandStreams& io) {
     app.add_flag("--no-progress", noProgress, "no progress line on a terminal");
     app.add_flag("--no-check", noCheck,
                  "skip the glue's invariant check after every pass (faster on large runs)");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        io.out << app.help();
-        return 0;
-    } catch (const CLI::ParseError& e) {
-        io.err << "ovinmirel-sim: " << e.what() << "\n"
-               << "run ovinmirel-sim --help for the options\n";
-        return kExitBadScenario;
-    }
+    if (const std::optional<int> status = parseCommandLine(app, argc, argv, io, kExitBadScenario))
+        return *status;
 
     Scenario scenario;
     try {

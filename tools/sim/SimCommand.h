@@ -9,7 +9,12 @@
 // refuses (or bad options), 1 when the run's last commit cycle failed or never finished (or
 // the run itself stopped), 0 otherwise.
 
+#include <optional>
 #include <ostream>
+
+namespace CLI {
+class App;
+}
 
 namespace Sim {
 
@@ -21,5 +26,10 @@ struct CommandStreams {
 };
 
 int runCommand(int argc, const char* const* argv, const CommandStreams& io);
+
+// Parses a tool's command line: nullopt to go on, else the exit status (0 after printing the
+// help on --help; `badOptions` after "<name>: <what>" and a pointer to --help on `err`).
+std::optional<int> parseCommandLine(CLI::App& app, int argc, const char* const* argv,
+                                    const CommandStreams& io, int badOptions);
 
 }  // namespace Sim

@@ -9,6 +9,8 @@
 
 namespace RandomSequence {
 
+using Sim::parseCommandLine;
+
 namespace {
 
 constexpr int kExitSeedFailed = 1;
@@ -45,16 +47,8 @@ int runSoakCommand(int argc, const char* const* argv, const Sim::CommandStreams&
     app.add_flag("--builtin-rules", builtinRules,
                  "draw rules from the built-in lines only, not from the rule corpus");
     app.add_flag("--keep-going", keepGoing, "run every seed even after one failed");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        io.out << app.help();
-        return 0;
-    } catch (const CLI::ParseError& e) {
-        io.err << "ovinmirel-soak: " << e.what() << "\n"
-               << "run ovinmirel-soak --help for the options\n";
-        return kExitBadOptions;
-    }
+    if (const std::optional<int> status = parseCommandLine(app, argc, argv, io, kExitBadOptions))
+        return *status;
 
     const RulePool builtin = builtinRules ? RulePool::builtin() : RulePool{};
     const RulePool& pool = builtinRules ? builtin : RulePool::standard();
