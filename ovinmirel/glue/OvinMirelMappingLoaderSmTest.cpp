@@ -256,32 +256,6 @@ TEST_F(MappingLoaderSmTest, AbortingAndFailDropWhatIsPending) {
     }
 }
 
-TEST_F(MappingLoaderSmTest, ReconcilingAfterAnAbortClearsWhatTheInputNoLongerHolds) {
-    start();
-    fillInput();
-    wheel.runUntilIdle();
-    ASSERT_EQ(dump(*output), kFilled);
-    // The port leaves while another chip's failure aborts the cycle: its key is dropped.
-    glueStatus->glueSmStateIs(computing_);
-    input->intfToHwAclIndexDel("Ethernet1");
-    glueStatus->glueSmStateIs(aborting_);
-    glueStatus->glueSmStateIs(fail_);
-    glueStatus->glueSmStateIs(mappingLoader_);
-    EXPECT_EQ(dump(*output), kFilled);
-    Flinq::Capture cap;
-    glueStatus->glueSmStateIs(idle_);
-    wheel.runUntilIdle();
-    EXPECT_TRUE(
-        cap.has("Chip-3 handleQueueProcessTimer reconciling the keys an aborted cycle dropped"));
-    EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer clearing intfToHwAclIndex[Ethernet1]"));
-    std::vector<std::string> expected = kFilled;
-    expected.erase(expected.begin() + 1);
-    EXPECT_EQ(dump(*output), expected);
-    // An abort with nothing queued leaves nothing to reconcile.
-    glueStatus->glueSmStateIs(aborting_);
-    EXPECT_FALSE(loader->resyncPending());
-}
-
 TEST_F(MappingLoaderSmTest, LifeCycleAndReferences) {
     auto early = mappingLoaderSmFactory(kChip, input, output, glueStatus, wheel);
     EXPECT_DEATH(early->handleIntfId("Ethernet1"), "initialized\\(\\)");
