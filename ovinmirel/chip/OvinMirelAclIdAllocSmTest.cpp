@@ -40,9 +40,11 @@ class AclIdAllocSmTest : public ::testing::Test {
         glueStatus->initialize();
     }
 
-    // The chip's allocator, created and initialised as the glue does; no capability record
-    // when `cap` is empty.
+    // The chip's allocator, created and initialised as the glue does, in place of any earlier
+    // one; no capability record when `cap` is empty.
     Vorn::Ptr<AclIdAllocSm> allocator(Mirel::ChipId chip, std::optional<Capability> cap) {
+        coll->chipAclIdAllocSmDel(chip);
+        hwCaps->chipHwCapabilityDel(chip);
         Vorn::Ptr<Mirel::ChipHwCapability> hw;
         if (cap) {
             hw = hwCaps->chipHwCapabilityIs(chip);
@@ -148,8 +150,6 @@ TEST_F(AclIdAllocSmTest, AnAclThatRunsOutAfterItsEntryWasMadeKeepsIt) {
         w.bind(aclKey(name), "Ethernet1");
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        coll->chipAclIdAllocSmDel(kChip1);
-        hwCaps->chipHwCapabilityDel(kChip1);
         auto sm = allocator(kChip1, c.cap);
         cycle();
         EXPECT_EQ(ids(kChip1), c.want);
@@ -196,8 +196,6 @@ TEST_F(AclIdAllocSmTest, SplittingOnProtocol) {
         }
         w.bind(a, "Ethernet1");
         w.bind(aclKey("b"), "Ethernet1");
-        coll->chipAclIdAllocSmDel(kChip1);
-        hwCaps->chipHwCapabilityDel(kChip1);
         allocator(kChip1, Capability{.split = c.chipSplits});
         Flinq::Capture cap;
         cycle();
@@ -246,8 +244,6 @@ TEST_F(AclIdAllocSmTest, StoredIdsWrapPastEightBits) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        coll->chipAclIdAllocSmDel(kChip1);
-        hwCaps->chipHwCapabilityDel(kChip1);
         auto sm = allocator(kChip1, Capability{.max = c.max, .reserved = 255});
         for (int i = 0; i < c.acls; ++i)
             w.bind(aclKey(name(i)), "Ethernet1");

@@ -29,9 +29,10 @@ HwAclIndexKey::Field fieldAt(int i) {
     return HwAclIndexKey::Field(i);
 }
 
-TEST(HwAclIndexKey, EveryFieldCountsInEqualityOrderAndEmptiness) {
+TEST(HwAclIndexKey, EveryFieldCountsInEqualityOrderEmptinessAndHash) {
     const auto a = aclKey("a"), b = aclKey("b");
     EXPECT_TRUE(!HwAclIndexKey());
+    std::unordered_set<uint32_t> hashes = {HwAclIndexKey().hash()};
     for (int i = 0; i < HwAclIndexKey::kFieldCount; ++i) {
         SCOPED_TRACE(HwAclIndexKey::fieldName(fieldAt(i)));
         const HwAclIndexKey ka = keyWith(fieldAt(i), a), kb = keyWith(fieldAt(i), b);
@@ -40,9 +41,12 @@ TEST(HwAclIndexKey, EveryFieldCountsInEqualityOrderAndEmptiness) {
         EXPECT_TRUE(ka < kb);
         EXPECT_FALSE(kb < ka);
         EXPECT_TRUE(ka == keyWith(fieldAt(i), a));
+        EXPECT_EQ(std::hash<HwAclIndexKey>()(ka), keyWith(fieldAt(i), a).hash());
         // A default field sorts first, so a key with only this field set sorts after empty.
         EXPECT_TRUE(HwAclIndexKey() < ka);
+        hashes.insert(ka.hash());
     }
+    EXPECT_EQ(hashes.size(), size_t(HwAclIndexKey::kFieldCount + 1)) << "each field hashes apart";
 }
 
 TEST(HwAclIndexKey, EarlierFieldsDecideTheOrder) {
@@ -90,17 +94,6 @@ TEST(HwAclIndexKey, FieldOfTableTypeAndDirection) {
         SCOPED_TRACE(testing::Message() << int(c.tableType) << "/" << int(c.direction));
         EXPECT_EQ(HwAclIndexKey::fieldOf(c.tableType, c.direction), c.field);
     }
-}
-
-TEST(HwAclIndexKey, EqualKeysHashAlikeAndEachFieldHashesApart) {
-    const auto a = aclKey("a");
-    EXPECT_EQ(std::hash<HwAclIndexKey>()(keyWith(HwAclIndexKey::v4PAclIn_, a)),
-              keyWith(HwAclIndexKey::v4PAclIn_, a).hash());
-    std::unordered_set<uint32_t> hashes;
-    for (int i = 0; i < HwAclIndexKey::kFieldCount; ++i)
-        hashes.insert(keyWith(fieldAt(i), a).hash());
-    hashes.insert(HwAclIndexKey().hash());
-    EXPECT_EQ(hashes.size(), size_t(HwAclIndexKey::kFieldCount + 1));
 }
 
 TEST(HwAclIndexKey, AnyAttributeOfAnAclKeyMakesAFieldUsed) {

@@ -27,16 +27,4 @@ TEST(LoggingOvinMirelMessages, RegisteredTextsAreExact) {
     EXPECT_EQ(active.action, "No action is required.");
 }
 
-TEST(LoggingOvinMirelMessages, LoggedWithTheInterfaceName) {
-    Logging::Capture cap;
-    Logging::log(OvinMirel::kAclNotActiveOnInterface, "Ethernet3/1");
-    Logging::log(OvinMirel::kAclActiveOnInterface, "Ethernet3/1");
-    EXPECT_EQ(
-        cap.records(),
-        (std::vector<Logging::Record>{
-            {"ACL_NOT_ACTIVE_ON_INTERFACE",
-             "One or more ACLs not in effect on interface Ethernet3/1 "},
-            {"ACL_ACTIVE_ON_INTERFACE", "All ACLs applied on Ethernet3/1 are now in effect"}}));
-}
-
 }  // namespace

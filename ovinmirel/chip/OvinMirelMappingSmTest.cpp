@@ -563,18 +563,11 @@ TEST(MappingSm, TracesNameWhatIsDone) {
     const Strings expected = {
         "    instantiated allocator hwAclIndexAllocPaclMacl: max: 100 reservedNumber: 7",
         "    instantiated allocator hwAclIndexAllocRacl: max: 100 reservedNumber: 7",
-        "    populate internal intf acl mapping",
-        "      adding p4/ip/in",
-        "    create new pd mapping for intf Ethernet1",
-        "        hw acl index 0",
         "      add 1st-level mapping for intf Ethernet1, hw acl index 0",
         "      add 2nd-level intf mapping for chip-rulelist-id key ChipRuleListIdKey{hwAclIndex=0, "
         "tableType=1, direction=in, protocolType=all}, id AclId{tableType=1, chipRuleListId=1, "
         "direction=in}",
-        "      no existing pd mappings associated with this key",
         "      reusing hw acl index 0",
-        "    create new pd mapping for routed port Ethernet3",
-        "      delete pd mappings for shared routed port Ethernet3",
         "      delete 1st-level mapping for shared routed port Ethernet3, hw acl index 0",
     };
     for (const std::string& line : expected)

@@ -1,7 +1,7 @@
 // The glue's roots through the real modules: what an attempt root holds, and how the answers
-// of the hardware layer are taken, including faults: stale and late answers, answers for a root no
-// longer outstanding, a chip that goes mid-cycle or after a failed cycle, and a root state outside
-// the running phase.
+// of the hardware layer are taken, including faults: stale and late answers, a chip that goes
+// mid-cycle or after a failed cycle, and a root state outside the running phase. (Answers
+// repeated into a later phase are the fault matrix's.)
 
 #include <gtest/gtest.h>
 
@@ -105,7 +105,6 @@ TEST(GlueSmRoot, SplitAclGivesEachIdItsHalfOfTheSharedRules) {
     w.acl(kA, {ipRule(10, "10.0.0.0", 8, 6), ipRule(20, "10.1.0.0", 16, 17),
                ipRule(30, "10.2.0.0", 16, 6)});
     w.bind(kA, eth(1));
-    Flinq::Capture capture;
     w.start();
     w.settle();
     ASSERT_EQ(w.takeStates(), kLoaded);
@@ -122,19 +121,6 @@ TEST(GlueSmRoot, SplitAclGivesEachIdItsHalfOfTheSharedRules) {
     ASSERT_TRUE(root->acl(*tcp) && root->acl(*rest));
     EXPECT_EQ(root->acl(*tcp)->ruleList(), acl->ruleList(Mirel::protocolTcp_));
     EXPECT_EQ(root->acl(*rest)->ruleList(), acl->ruleList(Mirel::protocolNonTcp_));
-
-    const auto texts = capture.texts("OvinMirelGlueSm");
-    auto count = [&](const std::string& tail) {
-        return std::count_if(texts.begin(), texts.end(),
-                             [&](const std::string& t) { return t.ends_with(tail); });
-    };
-    // Each id walks the three rules: TCP rules go to the TCP id only.
-    EXPECT_EQ(count("    Adding Ace: " + TestSupport::str(Mirel::AceIndex{10, 0, {10}}) + ", " +
-                    TestSupport::str(*acl->ipRuleById(Mirel::AceIndex{10, 0, {10}}))),
-              2);
-    EXPECT_EQ(count("      Added as rule matching on proto TCP"), 2);
-    EXPECT_EQ(count("      Skipped, rule not matching on proto TCP"), 1);
-    EXPECT_EQ(count("      Skipped, rule matching on proto TCP"), 2);
 }
 
 TEST(GlueSmRootDeathTest, SplitMacAclStopsTheProcess) {
@@ -235,27 +221,6 @@ TEST(GlueSmRoot, StaleAnswerIsTracedAndChangesNothing) {
     b.w.settle();
     EXPECT_EQ(b.w.glueStatus->lastComputationResult(), success_);
     EXPECT_EQ(b.w.activeRoot(1), 3u);
-}
-
-TEST(GlueSmRoot, AnswerForARootNoLongerOutstandingIsIgnored) {
-    Bench b(2);
-    Flinq::Capture capture;
-    bool repeated = false;
-    // When chip 1's load is taken, its root answers "loaded" once more, from inside.
-    const Vorn::Subscription sub = b.w.glueStatus->activeRootSmIdNotify([&](Mirel::ChipId chip) {
-        if (chip != Mirel::ChipId(1) || repeated || b.w.state() != loading_)
-            return;
-        repeated = true;
-        b.status(3)->rootStateIs(Mirel::rootLoading_);
-        b.status(3)->rootStateIs(Mirel::rootLoaded_);
-    });
-    b.changeAndKick();
-    b.w.settle();
-    EXPECT_TRUE(repeated);
-    EXPECT_TRUE(capture.has("1:3    not loading in this cycle, ignored"));
-    EXPECT_EQ(b.w.takeStates(), kLoaded);
-    EXPECT_EQ(b.w.activeRoot(1), 3u);
-    EXPECT_EQ(b.w.activeRoot(2), 5u);
 }
 
 // A root state outside the running phase stops the process, with the root written to the

@@ -80,54 +80,43 @@ class MappingLoaderSmTest : public ::testing::Test {
 const Strings kFilled = {"rl 1=10", "intf Ethernet1=1", "routed Ethernet2=1", "vlan 10=1",
                          "sub Ethernet3.5=1"};
 
-TEST_F(MappingLoaderSmTest, ChangesWaitOutsideTheStableStates) {
-    start();
-    for (GlueSmState held :
-         {unknown_, aclIdAlloc_, aclIdAllocFail_, computing_, loading_, blockIntf_, unblockIntf_}) {
-        SCOPED_TRACE(str(held));
-        Flinq::Capture cap;
-        glueStatus->glueSmStateIs(held);
-        fillInput();
-        input->globalAclControlIs(1);
-        wheel.runUntilIdle();
-        EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer state: " + str(held)));
-        EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer not in stable state, returning"));
-        EXPECT_EQ(dump(*output), Strings{});
-        // Back to nothing for the next state: the input emptied and processed in idle.
-        input->mappingsDelAll();
-        input->globalAclControlIs(0);
-        glueStatus->glueSmStateIs(idle_);
-        wheel.runUntilIdle();
-        ASSERT_EQ(dump(*output), Strings{});
-    }
-}
-
-TEST_F(MappingLoaderSmTest, HeldChangesAreWrittenAtMappingLoaderOrIdle) {
-    struct Case {
+TEST_F(MappingLoaderSmTest, ChangesWaitOutsideTheStableStatesUntilMappingLoaderOrIdle) {
+    struct Release {
         const char* name;
-        GlueSmState release;
+        GlueSmState state;
         bool needsTimer;  // written only once the wheel is serviced
     };
-    const Case cases[] = {
+    const Release releases[] = {
         {"mappingLoader", mappingLoader_, false},
         {"success then idle", idle_, true},
     };
+    Strings filled = kFilled;
+    filled.push_back("control 1");
     start();
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        output->mappingsDelAll();
-        input->mappingsDelAll();
-        glueStatus->glueSmStateIs(computing_);
-        fillInput();
-        wheel.runUntilIdle();
-        EXPECT_EQ(dump(*output), Strings{});
-        if (c.release == idle_)
-            glueStatus->glueSmStateIs(success_);  // not stable: nothing yet
-        glueStatus->glueSmStateIs(c.release);
-        EXPECT_EQ(dump(*output), c.needsTimer ? Strings{} : kFilled);
-        EXPECT_EQ(wheel.runPass(), c.needsTimer ? 1u : 0u);
-        EXPECT_EQ(dump(*output), kFilled);
-        EXPECT_EQ(loader->intfQueue().size() + loader->chipRuleListIdKeyQueue().size(), 0u);
+    for (GlueSmState held :
+         {unknown_, aclIdAlloc_, aclIdAllocFail_, computing_, loading_, blockIntf_, unblockIntf_}) {
+        for (const Release& r : releases) {
+            SCOPED_TRACE(str(held) + ", released at " + r.name);
+            glueStatus->glueSmStateIs(held);
+            output->mappingsDelAll();
+            output->globalAclControlIs(0);
+            input->mappingsDelAll();
+            input->globalAclControlIs(0);
+            Flinq::Capture cap;
+            fillInput();
+            input->globalAclControlIs(1);
+            wheel.runUntilIdle();
+            EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer state: " + str(held)));
+            EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer not in stable state, returning"));
+            EXPECT_EQ(dump(*output), Strings{});
+            if (r.state == idle_)
+                glueStatus->glueSmStateIs(success_);  // not stable: nothing yet
+            glueStatus->glueSmStateIs(r.state);
+            EXPECT_EQ(dump(*output), r.needsTimer ? Strings{} : filled);
+            EXPECT_EQ(wheel.runPass(), r.needsTimer ? 1u : 0u);
+            EXPECT_EQ(dump(*output), filled);
+            EXPECT_EQ(loader->intfQueue().size() + loader->chipRuleListIdKeyQueue().size(), 0u);
+        }
     }
 }
 
@@ -254,32 +243,6 @@ TEST_F(MappingLoaderSmTest, AbortingAndFailDropWhatIsPending) {
         EXPECT_EQ(dump(*output), expected);
         EXPECT_FALSE(loader->resyncPending());
     }
-}
-
-TEST_F(MappingLoaderSmTest, ReconcilingAfterAnAbortClearsWhatTheInputNoLongerHolds) {
-    start();
-    fillInput();
-    wheel.runUntilIdle();
-    ASSERT_EQ(dump(*output), kFilled);
-    // The port leaves while another chip's failure aborts the cycle: its key is dropped.
-    glueStatus->glueSmStateIs(computing_);
-    input->intfToHwAclIndexDel("Ethernet1");
-    glueStatus->glueSmStateIs(aborting_);
-    glueStatus->glueSmStateIs(fail_);
-    glueStatus->glueSmStateIs(mappingLoader_);
-    EXPECT_EQ(dump(*output), kFilled);
-    Flinq::Capture cap;
-    glueStatus->glueSmStateIs(idle_);
-    wheel.runUntilIdle();
-    EXPECT_TRUE(
-        cap.has("Chip-3 handleQueueProcessTimer reconciling the keys an aborted cycle dropped"));
-    EXPECT_TRUE(cap.has("Chip-3 handleQueueProcessTimer clearing intfToHwAclIndex[Ethernet1]"));
-    std::vector<std::string> expected = kFilled;
-    expected.erase(expected.begin() + 1);
-    EXPECT_EQ(dump(*output), expected);
-    // An abort with nothing queued leaves nothing to reconcile.
-    glueStatus->glueSmStateIs(aborting_);
-    EXPECT_FALSE(loader->resyncPending());
 }
 
 TEST_F(MappingLoaderSmTest, LifeCycleAndReferences) {

@@ -49,6 +49,20 @@ Vorn::Ptr<Index> consistentIndex() {
     return w.index;
 }
 
+// Get-or-create shorthands for the nested entries the cases write into.
+auto parents(Index& x, const Ovin::AclKey& a, const char* port) {
+    return x.aclPhyIntfMappingIs(a)->phyIntfMappingIs(port);
+}
+auto vlanColl(Index& x, Mirel::ChipId chip, Bridging::VlanId vlan) {
+    return x.chipVlanMappingIs(chip)->vlanPhyIntfCollIs(vlan);
+}
+auto subColl(Index& x, Mirel::ChipId chip, const char* subIntf) {
+    return x.chipSubIntfMappingIs(chip)->subPhyIntfCollIs(subIntf);
+}
+auto typeColl(Index& x, const char* intf, Mirel::TableType type) {
+    return x.intfAclTypeMappingIs(intf)->aclTableTypeMappingIs(type);
+}
+
 struct Case {
     const char* name;
     std::function<void(Index&)> corrupt;  // get-or-create only: entries it names exist
@@ -141,23 +155,12 @@ TEST(IndexCheck, IdsOfAKindTheirPlaceRefusesAreReported) {
          [](Index& x) { x.phySubIntfMappingIs("Ethernet2")->subIntfIdIs("Ethernet3"); },
          "phySubIntfMapping[Ethernet2] holds Ethernet3, not a sub-interface"},
         {"intfAclType key",
-         [](Index& x) {
-             x.intfAclTypeMappingIs("Vlan10")
-                 ->aclTableTypeMappingIs(Mirel::ipv4PortAcl_)
-                 ->aclKeyIs(a1);
-         },
+         [](Index& x) { typeColl(x, "Vlan10", Mirel::ipv4PortAcl_)->aclKeyIs(a1); },
          "intfAclTypeMapping keys Vlan10, not a physical interface"},
-        {"aclPhyIntf port",
-         [](Index& x) {
-             x.aclPhyIntfMappingIs(a1)->phyIntfMappingIs("Vlan10")->parentIntfIdIs("Vlan10");
-         },
+        {"aclPhyIntf port", [](Index& x) { parents(x, a1, "Vlan10")->parentIntfIdIs("Vlan10"); },
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping keys Vlan10, not a physical interface"},
         {"aclPhyIntf parent",
-         [](Index& x) {
-             x.aclPhyIntfMappingIs(a1)
-                 ->phyIntfMappingIs("Ethernet1")
-                 ->parentIntfIdIs("Port-Channel1");
-         },
+         [](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Port-Channel1"); },
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet1] has the parent Port-Channel1, "
          "not a port, sub-interface or VLAN interface"},
         {"aclChip member",
@@ -168,22 +171,13 @@ TEST(IndexCheck, IdsOfAKindTheirPlaceRefusesAreReported) {
          "chipAclMapping[0].aclIntfMapping[acl1/ip/in] holds Vlan10, not a physical interface"},
         {"chipIntf member", [](Index& x) { x.chipIntfMappingIs(kChip0)->intfIdIs("Vlan10"); },
          "chipIntfMapping[0] holds Vlan10, not a physical interface"},
-        {"chipVlan member",
-         [](Index& x) {
-             x.chipVlanMappingIs(kChip0)->vlanPhyIntfCollIs(kVlanId10)->phyIntfIdIs("Vlan10");
-         },
+        {"chipVlan member", [](Index& x) { vlanColl(x, kChip0, kVlanId10)->phyIntfIdIs("Vlan10"); },
          "chipVlanMapping[0].vlanPhyIntfColl[10] holds Vlan10, not a physical interface"},
         {"chipSubIntf key",
-         [](Index& x) {
-             x.chipSubIntfMappingIs(kChip1)
-                 ->subPhyIntfCollIs("Ethernet2")
-                 ->phyIntfIdIs("Ethernet2");
-         },
+         [](Index& x) { subColl(x, kChip1, "Ethernet2")->phyIntfIdIs("Ethernet2"); },
          "chipSubIntfMapping[1].subPhyIntfColl keys Ethernet2, not a sub-interface"},
         {"chipSubIntf member",
-         [](Index& x) {
-             x.chipSubIntfMappingIs(kChip1)->subPhyIntfCollIs("Ethernet2.7")->phyIntfIdIs("Vlan10");
-         },
+         [](Index& x) { subColl(x, kChip1, "Ethernet2.7")->phyIntfIdIs("Vlan10"); },
          "chipSubIntfMapping[1].subPhyIntfColl[Ethernet2.7] holds Vlan10, not a physical "
          "interface"},
         {"subPhyIntf key",
@@ -221,9 +215,7 @@ TEST(IndexCheck, EachMirrorDirectionIsReported) {
          "intfAclMapping[Ethernet5] holds acl2/mac/in but aclPhyIntfMapping[acl2/mac/in] lacks "
          "Ethernet5"},
         {"aclPhyIntf without intfAcl",
-         [](Index& x) {
-             x.aclPhyIntfMappingIs(a2)->phyIntfMappingIs("Ethernet1")->parentIntfIdIs("Ethernet1");
-         },
+         [](Index& x) { parents(x, a2, "Ethernet1")->parentIntfIdIs("Ethernet1"); },
          "aclPhyIntfMapping[acl2/mac/in] has Ethernet1 but intfAclMapping[Ethernet1] lacks "
          "acl2/mac/in"},
         {"a port on two chips",
@@ -247,31 +239,19 @@ TEST(IndexCheck, EachMirrorDirectionIsReported) {
          "subPhyIntfMapping[Port-Channel1.5] holds Ethernet2 but phySubIntfMapping[Ethernet2] "
          "lacks Port-Channel1.5"},
         {"chipVlan member off its chip",
-         [](Index& x) {
-             x.chipVlanMappingIs(kChip0)->vlanPhyIntfCollIs(kVlanId10)->phyIntfIdIs("Ethernet5");
-         },
+         [](Index& x) { vlanColl(x, kChip0, kVlanId10)->phyIntfIdIs("Ethernet5"); },
          "chipVlanMapping[0] has Ethernet5 in vlan 10 without cause"},
         {"chipVlan member outside the VLAN",
-         [](Index& x) {
-             x.chipVlanMappingIs(kChip0)->vlanPhyIntfCollIs(kVlanId20)->phyIntfIdIs("Ethernet1");
-         },
+         [](Index& x) { vlanColl(x, kChip0, kVlanId20)->phyIntfIdIs("Ethernet1"); },
          "chipVlanMapping[0] has Ethernet1 in vlan 20 without cause"},
         {"membership without chipVlan",
          [](Index& x) { x.phyIntfVlanMappingIs("Ethernet3")->vlanIdIs(kVlanId10); },
          "chipVlanMapping[0] lacks Ethernet3 in vlan 10"},
         {"chipSubIntf carrier off its chip",
-         [](Index& x) {
-             x.chipSubIntfMappingIs(kChip1)
-                 ->subPhyIntfCollIs("Port-Channel1.5")
-                 ->phyIntfIdIs("Ethernet3");
-         },
+         [](Index& x) { subColl(x, kChip1, "Port-Channel1.5")->phyIntfIdIs("Ethernet3"); },
          "chipSubIntfMapping[1] has Ethernet3 carrying Port-Channel1.5 without cause"},
         {"chipSubIntf carrier not carrying it",
-         [](Index& x) {
-             x.chipSubIntfMappingIs(kChip0)
-                 ->subPhyIntfCollIs("Ethernet1.5")
-                 ->phyIntfIdIs("Ethernet1");
-         },
+         [](Index& x) { subColl(x, kChip0, "Ethernet1.5")->phyIntfIdIs("Ethernet1"); },
          "chipSubIntfMapping[0] has Ethernet1 carrying Ethernet1.5 without cause"},
         {"carrier without chipSubIntf",
          [](Index& x) {
@@ -283,16 +263,13 @@ TEST(IndexCheck, EachMirrorDirectionIsReported) {
 }
 
 TEST(IndexCheck, ParentsAndTableTypesFollowTheBindings) {
-    auto parents = [](Index& x, const Ovin::AclKey& a, const char* port) {
-        return x.aclPhyIntfMappingIs(a)->phyIntfMappingIs(port);
-    };
     expectReports({
         {"another port as parent",
-         [&](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Ethernet3"); },
+         [](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Ethernet3"); },
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet1] has the parent Ethernet3, "
          "another port"},
         {"VLAN parent without the binding",
-         [&](Index& x) { parents(x, a2, "Ethernet2")->parentIntfIdIs("Vlan10"); },
+         [](Index& x) { parents(x, a2, "Ethernet2")->parentIntfIdIs("Vlan10"); },
          "aclPhyIntfMapping[acl2/mac/in].phyIntfMapping[Ethernet2] has the parent Vlan10 but "
          "vlanAclMapping[10] lacks acl2/mac/in"},
         {"VLAN parent without the membership",
@@ -303,51 +280,39 @@ TEST(IndexCheck, ParentsAndTableTypesFollowTheBindings) {
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet5] has the parent Vlan10 but "
          "phyIntfVlanMapping[Ethernet5] lacks 10"},
         {"parent naming no VLAN",
-         [&](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Vlan4095"); },
+         [](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Vlan4095"); },
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet1] has the parent Vlan4095, which "
          "names no VLAN"},
         {"sub-interface parent without the binding",
-         [&](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Ethernet2.7"); },
+         [](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdIs("Ethernet2.7"); },
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet1] has the parent Ethernet2.7 but "
          "subIntfAclMapping[Ethernet2.7] lacks acl1/ip/in"},
         {"sub-interface parent the port does not carry",
-         [&](Index& x) {
+         [](Index& x) {
              parents(x, a1, "Ethernet1")->parentIntfIdIs("Ethernet2.7");
              x.subIntfAclMappingIs("Ethernet2.7")->aclKeyIs(a1);
          },
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet1] has the parent Ethernet2.7 but "
          "subPhyIntfMapping[Ethernet2.7] lacks Ethernet1"},
         {"VLAN binding and membership without the parent",
-         [&](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdDel("Vlan10"); },
+         [](Index& x) { parents(x, a1, "Ethernet1")->parentIntfIdDel("Vlan10"); },
          "acl1/ip/in is bound to Vlan10 and Ethernet1 is a member of Vlan10 but "
          "aclPhyIntfMapping[acl1/ip/in].phyIntfMapping[Ethernet1] lacks that parent"},
         {"sub-interface binding and carrier without the parent",
-         [&](Index& x) {
+         [](Index& x) {
              parents(x, a2, "Ethernet2")->parentIntfIdIs("Ethernet2");
              parents(x, a2, "Ethernet2")->parentIntfIdDel("Ethernet2.7");
          },
          "acl2/mac/in is bound to Ethernet2.7 and Ethernet2 carries Ethernet2.7 but "
          "aclPhyIntfMapping[acl2/mac/in].phyIntfMapping[Ethernet2] lacks that parent"},
         {"an ACL under another table type",
-         [](Index& x) {
-             x.intfAclTypeMappingIs("Ethernet1")
-                 ->aclTableTypeMappingIs(Mirel::ipv4RouterAcl_)
-                 ->aclKeyIs(a1);
-         },
+         [](Index& x) { typeColl(x, "Ethernet1", Mirel::ipv4RouterAcl_)->aclKeyIs(a1); },
          "intfAclTypeMapping[Ethernet1].aclTableTypeMapping[2] holds acl1/ip/in, of table type 1"},
         {"a type entry without intfAcl",
-         [](Index& x) {
-             x.intfAclTypeMappingIs("Ethernet2")
-                 ->aclTableTypeMappingIs(Mirel::ipv4PortAcl_)
-                 ->aclKeyIs(a1);
-         },
+         [](Index& x) { typeColl(x, "Ethernet2", Mirel::ipv4PortAcl_)->aclKeyIs(a1); },
          "intfAclTypeMapping[Ethernet2] holds acl1/ip/in but intfAclMapping[Ethernet2] lacks it"},
         {"intfAcl without its type entry",
-         [](Index& x) {
-             x.intfAclTypeMappingIs("Ethernet1")
-                 ->aclTableTypeMappingIs(Mirel::ipv6PortAcl_)
-                 ->aclKeyDel(a3);
-         },
+         [](Index& x) { typeColl(x, "Ethernet1", Mirel::ipv6PortAcl_)->aclKeyDel(a3); },
          "intfAclMapping[Ethernet1] holds acl3/ipv6/in but "
          "intfAclTypeMapping[Ethernet1].aclTableTypeMapping[3] lacks it"},
     });

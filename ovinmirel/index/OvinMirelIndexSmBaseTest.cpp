@@ -1,6 +1,6 @@
 // The shared update routines, driven directly with what the machines never ask for (a parent
-// added twice, deleted without being there): reference counting by parent, the traces, the
-// order of the mirror mappings, and delete-when-empty up to the Index.
+// added twice, deleted without being there): reference counting by parent, the order of the
+// mirror mappings, and delete-when-empty up to the Index.
 
 #include "ovinmirel/index/OvinMirelIndexSmBase.h"
 
@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "ovinmirel/index/OvinMirelIndexTestWorld.h"
-#include "platform/flinq/Flinq.h"
 
 namespace OvinMirel {
 namespace {
@@ -90,24 +89,6 @@ TEST_F(IndexSmBaseTest, AnAclLeavesAPortOnlyWithItsLastParent) {
         for (const char* coll : {"intfAclMapping", "aclChipMapping", "chipAclMapping"})
             EXPECT_EQ(fresh.facts(coll).size(), reached) << coll;
     }
-}
-
-TEST_F(IndexSmBaseTest, AddAndDeleteFollowTheCallGraphWithTheirTraces) {
-    Flinq::Capture cap;
-    sm->updateAclPhyIntfMappingAdded(a, "Ethernet1", "Ethernet1");
-    EXPECT_EQ(cap.texts("OvinMirelIndexSmBase"),
-              (Facts{"updateAclPhyIntfMappingAdded a/ip/in Ethernet1 Ethernet1",
-                     "updateIntfAclMappingAdded, key: a/ip/in, Ethernet1 added",
-                     "updateChipAclMapping2 a/ip/in Ethernet1 true",
-                     "handleAclIntfChipMappingAdded a/ip/in <--> Ethernet1 <--> ChipId-1 added"}));
-    cap.clear();
-    sm->updateAclPhyIntfMappingDeleted(a, "Ethernet1", "Ethernet1");
-    EXPECT_EQ(
-        cap.texts("OvinMirelIndexSmBase"),
-        (Facts{"updateAclPhyIntfMappingDeleted a/ip/in Ethernet1 Ethernet1",
-               "updateIntfAclMappingDeleted, key: a/ip/in, Ethernet1 deleted",
-               "updateChipAclMapping2 a/ip/in Ethernet1 false",
-               "handleAclIntfChipMappingDeleted a/ip/in <--> Ethernet1 <--> ChipId-1 deleted"}));
 }
 
 TEST_F(IndexSmBaseTest, TheReverseChipMappingIsCleanedSecond) {

@@ -82,10 +82,5 @@ TEST_F(IntfAclTypeIndexSmTest, AnInterfaceEntryDeletedWholeUngroupsItsAcls) {
               Facts{"intfAclTypeMapping[Ethernet2].aclTableTypeMapping[1].aclKey[q/ip/in]"});
 }
 
-TEST_F(IntfAclTypeIndexSmTest, AHandlerBeforeInitialisationStopsTheProcess) {
-    auto grouping = intfAclTypeIndexSmFactory(w.index);
-    EXPECT_DEATH(grouping->handleIntfAcl("Ethernet1", aclKey("p")), "initialized\\(\\)");
-}
-
 }  // namespace
 }  // namespace OvinMirel

@@ -1,4 +1,4 @@
-// The VLAN membership machine, wired into the whole index builder: its trace and early calls.
+// The VLAN membership machine, wired into the whole index builder: its trace.
 
 #include "ovinmirel/index/OvinMirelPhyIntfVlanIndexSm.h"
 
@@ -47,11 +47,6 @@ TEST_F(PhyIntfVlanIndexSmTest, APortLeavingAVlanIsTracedAndKeepsAnAclBoundToItDi
     EXPECT_EQ(w.facts("intfAclMapping"), (Facts{"intfAclMapping[Ethernet1].aclKey[a/ip/in]",
                                                 "intfAclMapping[Ethernet2].aclKey[a/ip/in]"}));
     expectConsistent();
-}
-
-TEST_F(PhyIntfVlanIndexSmTest, AHandlerBeforeInitialisationStopsTheProcess) {
-    auto vlan = phyIntfVlanIndexSmFactory(w.acls, w.pd, w.vlans, w.index);
-    EXPECT_DEATH(vlan->handleVlanPhyIntf(Bridging::VlanId(10), "Ethernet1"), "initialized\\(\\)");
 }
 
 }  // namespace

@@ -89,13 +89,11 @@ TEST_F(SubIntfIndexSmTest, EachChangeIsTraced) {
     EXPECT_EQ(w.facts("phySubIntfMapping").size(), 5u);
 }
 
-TEST_F(SubIntfIndexSmTest, WrongKindsAndEarlyCallsStopTheProcess) {
+TEST_F(SubIntfIndexSmTest, WrongKindsStopTheProcess) {
     auto sub = sm->subIntfIndexSm();
     EXPECT_DEATH(sub->handleSubIntf("Ethernet1"), "Zamu::SubIntfId::isSubIntfId\\( intfId \\)");
     EXPECT_DEATH(sub->handleLagSubIntf("Ethernet1.4"),
                  "Zamu::SubIntfId::isPortChannelSubIntfId\\( intfId \\)");
-    auto early = subIntfIndexSmFactory(w.acls, w.pd, w.vlans, w.lags, w.subs, w.index);
-    EXPECT_DEATH(early->handleLagMember("Port-Channel1", "Ethernet1"), "initialized\\(\\)");
 }
 
 }  // namespace
