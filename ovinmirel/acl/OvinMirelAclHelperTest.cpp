@@ -362,11 +362,17 @@ TEST_F(AclHelperTest, FragmentRuleMatchesNonInitialFragmentsOnly) {
     EXPECT_FALSE(rule.filter().fragments());  // the engine's rule is left as it was
 }
 
-TEST_F(AclHelperTest, FragmentRuleOfAnUnknownAclCreatesNothing) {
-    Acl::IpRuleConfig rule;
-    EXPECT_EQ(helper_->createIpFragRule(v4_, rule, Acl::UniqueId{4}, 40, 0), Ovin::aclCreateOk);
+TEST_F(AclHelperTest, CallsOnAnUnknownAclCreateAndChangeNothing) {
+    int writes = 0;
+    Vorn::Subscription sub = aclColl_->aclNotify([&](const Ovin::AclKey&) { ++writes; });
+    EXPECT_EQ(helper_->createIpFragRule(v4_, Acl::IpRuleConfig(), Acl::UniqueId{4}, 40, 0),
+              Ovin::aclCreateOk);
     EXPECT_TRUE(cap_.has("There is no acl for v4/ip/in"));
+    EXPECT_FALSE(helper_->removeIntfFromAcl("Ethernet1", v4_, true));
+    EXPECT_TRUE(cap_.has("    ACL not present"));
+    EXPECT_FALSE(cap_.has("    chipAclMapping changed as a result"));
     EXPECT_EQ(aclColl_->acls(), 0u);
+    EXPECT_EQ(writes, 0);
 }
 
 // The entry counts when the rule asks for it or when the ACL has counters enabled.
@@ -414,16 +420,6 @@ TEST_F(AclHelperTest, EveryCommitKickChangesTheKickTime) {
     helper_->prepareToCommit();
     EXPECT_EQ(glueConfig_->prepareCommitKickTime(), 105.0);
     EXPECT_EQ(kicks, 4);
-}
-
-TEST_F(AclHelperTest, RemovingAnInterfaceOfAnUnknownAclChangesNothing) {
-    int writes = 0;
-    Vorn::Subscription sub = aclColl_->aclNotify([&](const Ovin::AclKey&) { ++writes; });
-    EXPECT_FALSE(helper_->removeIntfFromAcl("Ethernet1", v4_, true));
-    EXPECT_EQ(aclColl_->acls(), 0u);
-    EXPECT_EQ(writes, 0);
-    EXPECT_TRUE(cap_.has("    ACL not present"));
-    EXPECT_FALSE(cap_.has("    chipAclMapping changed as a result"));
 }
 
 // How the answer follows the real index machines: tests/AclHelperIndexTest.cpp.
