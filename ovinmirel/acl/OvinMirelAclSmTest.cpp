@@ -22,6 +22,7 @@
 namespace OvinMirel {
 namespace {
 
+using TestSupport::aclKey;
 using Zamu::IntfId;
 
 class OvinMirelAclSmTest : public ::testing::Test {
@@ -104,11 +105,11 @@ class OvinMirelAclSmTest : public ::testing::Test {
         Lag::Input::configFactory("LagInputConfig", in_.lags), helper_, *clock_,
         Bridging::configFactory("BridgingConfig"), Interface::subIntfStatusDirFactory("status"),
         in_.subs, glueStatus_, in_.acls);
-    const Ovin::AclKey web_ = TestSupport::aclKey("web");
-    const Ovin::AclKey webRouter_ = TestSupport::aclKey("web", Acl::aclTypeIpv4, 10);
-    const Ovin::AclKey webSub_ = TestSupport::aclKey("web", Acl::aclTypeIpv4, 20);
-    const Ovin::AclKey v6_ = TestSupport::aclKey("v6", Acl::aclTypeIpv6);
-    const Ovin::AclKey deny_ = TestSupport::aclKey("deny");
+    const Ovin::AclKey web_ = aclKey("web");
+    const Ovin::AclKey webRouter_ = aclKey("web", Acl::aclTypeIpv4, 10);
+    const Ovin::AclKey webSub_ = aclKey("web", Acl::aclTypeIpv4, 20);
+    const Ovin::AclKey v6_ = aclKey("v6", Acl::aclTypeIpv6);
+    const Ovin::AclKey deny_ = aclKey("deny");
     // Stands in for the glue, which starts a cycle within every kick.
     Vorn::Subscription glueStartsOnKick_;
 };
@@ -223,17 +224,15 @@ TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) 
         Ovin::AclKey key;
         Ovin::AclCreateError result;
     } cases[] = {
-        {"port", "Ethernet1", TestSupport::aclKey("port"), Ovin::aclCreateOk},
-        {"member", "Port-Channel5", TestSupport::aclKey("member"), Ovin::aclCreateOk},
+        {"port", "Ethernet1", aclKey("port"), Ovin::aclCreateOk},
+        {"member", "Port-Channel5", aclKey("member"), Ovin::aclCreateOk},
         // Reaches chip 1 through Vlan10's member: 0 even though no policy result lists it.
-        {"vlan", "Vlan10", TestSupport::aclKey("vlan", Acl::aclTypeIpv4, 10), Ovin::aclCreateOk},
-        {"sub", "Port-Channel5.20", TestSupport::aclKey("sub", Acl::aclTypeIpv4, 20),
-         Ovin::aclCreateOk},
-        {"offChip", "Ethernet9", TestSupport::aclKey("offChip"), Ovin::aclCreateFailed},
-        {"emptyVlan", "Vlan30", TestSupport::aclKey("emptyVlan", Acl::aclTypeIpv4, 30),
-         Ovin::aclCreateFailed},
+        {"vlan", "Vlan10", aclKey("vlan", Acl::aclTypeIpv4, 10), Ovin::aclCreateOk},
+        {"sub", "Port-Channel5.20", aclKey("sub", Acl::aclTypeIpv4, 20), Ovin::aclCreateOk},
+        {"offChip", "Ethernet9", aclKey("offChip"), Ovin::aclCreateFailed},
+        {"emptyVlan", "Vlan30", aclKey("emptyVlan", Acl::aclTypeIpv4, 30), Ovin::aclCreateFailed},
         // Bound to nothing in the store (a port-channel without members): nothing to reach.
-        {"unbound", "Port-Channel6", TestSupport::aclKey("unbound"), Ovin::aclCreateOk},
+        {"unbound", "Port-Channel6", aclKey("unbound"), Ovin::aclCreateOk},
     };
     for (const Case& c : cases) {
         rule(c.acl, Acl::aclTypeIpv4, "10 permit ip any any");
@@ -256,7 +255,7 @@ TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) 
     bind("Ethernet2", "port");
     run();
     glue(success_);
-    const Ovin::AclKey emptyVlan = TestSupport::aclKey("emptyVlan", Acl::aclTypeIpv4, 30);
+    const Ovin::AclKey emptyVlan = aclKey("emptyVlan", Acl::aclTypeIpv4, 30);
     ASSERT_NE(status(emptyVlan), nullptr);
     EXPECT_EQ(status(emptyVlan)->result(), Ovin::aclCreateOk);
 
@@ -264,8 +263,8 @@ TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) 
     sm_->indexDel();
     glue(aclIdAlloc_);
     glue(success_);
-    ASSERT_NE(status(TestSupport::aclKey("offChip")), nullptr);
-    EXPECT_EQ(status(TestSupport::aclKey("offChip"))->result(), Ovin::aclCreateOk);
+    ASSERT_NE(status(aclKey("offChip")), nullptr);
+    EXPECT_EQ(status(aclKey("offChip"))->result(), Ovin::aclCreateOk);
 }
 
 TEST_F(OvinMirelAclSmTest, TheGlueStatusFollowedCanBeReplacedOrDropped) {
