@@ -542,16 +542,14 @@ TEST_F(AclHelperDeathTest, VerifyHwInitAssertsEachCapabilityInOrder) {
     }
 }
 
-TEST_F(AclHelperDeathTest, InterfacesOfNoAclKindAreInternalErrors) {
-    const std::string text = regexEscaped("Assertion `false && \"Internal Error\"' failed");
+// The engine's mistakes: an interface of no ACL kind, rules of an ACL it never created.
+TEST_F(AclHelperDeathTest, EngineMistakesAreInternalErrors) {
     const Ovin::AclData lag = dataOf(aclKey("lag", Acl::aclTypeIpv4), {"Port-Channel10"});
     Ovin::AclDataStatus status;
-    EXPECT_DEATH(helper_->precreateAcl(lag, status), text);
-}
-
-TEST_F(AclHelperDeathTest, RulesOfAnUnknownAclAreInternalErrors) {
-    const std::string text = regexEscaped("Assertion `acl' failed");
-    EXPECT_DEATH(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 10), text);
+    EXPECT_DEATH(helper_->precreateAcl(lag, status),
+                 regexEscaped("Assertion `false && \"Internal Error\"' failed"));
+    EXPECT_DEATH(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 10),
+                 regexEscaped("Assertion `acl' failed"));
     // An IPv6 ACL handed an IPv4 filter is the engine's mistake, not a rule to refuse.
     precreate(v6_);
     EXPECT_DEATH(createIp(v6_, Acl::IpRuleConfig(Acl::IpFilter()), 1, 10, 0),
