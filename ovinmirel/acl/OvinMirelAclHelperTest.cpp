@@ -184,60 +184,24 @@ Acl::IpRuleConfig ip6(F edit) {
 const auto kNoEdit = [](auto&) {};
 const auto kTcp = [](Acl::IpFilter& f) { f.protocolIs(Zamu::IpProto::kTcp); };
 
-// Each refusal traces "createIpAclSubruleHelper", what failed, and " with AclType " and the
-// subrule's numbers.
-TEST_F(AclHelperTest, RefusedSubrulesStoreNothing) {
-    struct Case {
-        const char* name;
-        Acl::IpRuleConfig rule;
-        const char* failure;
-        uint8_t tcpFlags = 0;
-        std::function<void(AclHelper&)> setup = {};
-    };
-    auto tc = [](uint8_t v, uint8_t m) { return ip6([=](auto& f) { f.trafficClassIs(v, m); }); };
-    const char* ecn = " failed. ECN bits set in rule";
-    // ECN is checked before the mask shape: a full-byte mask alone would be refused as partial.
-    // Every refusal and its trace runs through the agent in tests/BadInputTest.cpp; here a few
-    // kinds must also leave the rule collections without a single write.
-    const Case cases[] = {
-        {"ecnBitBeforeMaskShape", tc(0xba, 0xff), ecn},
-        {"unsupportedTcpFlag", ip4(kTcp), " Unsupported tcpFlag in rule",
-         Acl::kTcpSyn | Acl::kTcpUrg,
-         [](AclHelper& h) {
-             h.supportedTcpFlagsIs(Acl::kTcpFin | Acl::kTcpSyn | Acl::kTcpRst | Acl::kTcpAck);
-         }},
-        {"establishedUnsupported", ip4([](auto& f) { f.establishedIs(true); }),
-         " failed. Established not supported in rule"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Vorn::Ptr<OvinMirelAclColl> coll = ovinMirelAclCollFactory("aclColl");
-        const Vorn::Ptr<AclHelper> helper = helperOver(coll, c.setup);
-        const Acl::AclType type = c.rule.isIp6() ? Acl::aclTypeIpv6 : Acl::aclTypeIpv4;
-        const Ovin::AclData data = dataOf(aclKey("acl", type));
-        Ovin::AclDataStatus status;
-        helper->precreateAcl(data, status);
-        // A rule already held must survive the refusal untouched.
-        const Acl::IpRuleConfig good = c.rule.isIp6() ? ip6(kNoEdit) : ip4(kNoEdit);
-        ASSERT_EQ(helper->createIpAclSubruleHelper(type, good, Acl::UniqueId{1}, data, 5, 0, 0, 0,
-                                                   0, 0, 0, 0, 0, 0, 0, false, false),
-                  Ovin::aclCreateOk);
-        const Vorn::Ptr<OvinMirelAcl> acl = coll->acl(data.key);
-        ASSERT_TRUE(acl);
-        const StoreView before = viewOf(*acl);
-        RuleWrites writes(*acl);
-        cap_.clear();
-
-        EXPECT_EQ(helper->createIpAclSubrule(type, c.rule, Acl::UniqueId{7}, data, 10, 2, 0, 0, 0,
-                                             0, 0, 0, 0, 0, 0, 0, 0, 0, c.tcpFlags, false, 0, 0),
-                  Ovin::aclCreateNotSupportedByHw);
-        const std::string trace = std::string("createIpAclSubruleHelper") + c.failure +
-                                  " with AclType " + std::to_string(int(type)) +
-                                  " aclRuleId 7 ruleNum 10 subruleNum 2";
-        EXPECT_TRUE(cap_.has(trace)) << ::testing::PrintToString(cap_.texts(kHandle));
-        EXPECT_EQ(viewOf(*acl), before);
-        EXPECT_EQ(writes.n, 0);
-    }
+// A refusal leaves the rule collections without a single write. ECN is checked before the mask
+// shape: a full-byte mask alone would be refused as partial. Every refusal, its trace and the
+// switch left as it was: tests/BadInputTest.cpp (BadSubruleTest).
+TEST_F(AclHelperTest, ARefusedSubruleWritesNothing) {
+    const Vorn::Ptr<OvinMirelAcl> acl = precreate(v6_);
+    // A rule already held must survive the refusal untouched.
+    ASSERT_EQ(createIp(v6_, ip6(kNoEdit), 1, 5, 0), Ovin::aclCreateOk);
+    const StoreView before = viewOf(*acl);
+    RuleWrites writes(*acl);
+    cap_.clear();
+    EXPECT_EQ(createIp(v6_, ip6([](auto& f) { f.trafficClassIs(0xba, 0xff); }), 7, 10, 2),
+              Ovin::aclCreateNotSupportedByHw);
+    EXPECT_TRUE(cap_.has("createIpAclSubruleHelper failed. ECN bits set in rule with AclType " +
+                         std::to_string(int(Acl::aclTypeIpv6)) +
+                         " aclRuleId 7 ruleNum 10 subruleNum 2"))
+        << ::testing::PrintToString(cap_.texts(kHandle));
+    EXPECT_EQ(viewOf(*acl), before);
+    EXPECT_EQ(writes.n, 0);
 }
 
 // ---- Translation ----
@@ -362,11 +326,17 @@ TEST_F(AclHelperTest, FragmentRuleMatchesNonInitialFragmentsOnly) {
     EXPECT_FALSE(rule.filter().fragments());  // the engine's rule is left as it was
 }
 
-TEST_F(AclHelperTest, FragmentRuleOfAnUnknownAclCreatesNothing) {
-    Acl::IpRuleConfig rule;
-    EXPECT_EQ(helper_->createIpFragRule(v4_, rule, Acl::UniqueId{4}, 40, 0), Ovin::aclCreateOk);
+TEST_F(AclHelperTest, CallsOnAnUnknownAclCreateAndChangeNothing) {
+    int writes = 0;
+    Vorn::Subscription sub = aclColl_->aclNotify([&](const Ovin::AclKey&) { ++writes; });
+    EXPECT_EQ(helper_->createIpFragRule(v4_, Acl::IpRuleConfig(), Acl::UniqueId{4}, 40, 0),
+              Ovin::aclCreateOk);
     EXPECT_TRUE(cap_.has("There is no acl for v4/ip/in"));
+    EXPECT_FALSE(helper_->removeIntfFromAcl("Ethernet1", v4_, true));
+    EXPECT_TRUE(cap_.has("    ACL not present"));
+    EXPECT_FALSE(cap_.has("    chipAclMapping changed as a result"));
     EXPECT_EQ(aclColl_->acls(), 0u);
+    EXPECT_EQ(writes, 0);
 }
 
 // The entry counts when the rule asks for it or when the ACL has counters enabled.
@@ -414,16 +384,6 @@ TEST_F(AclHelperTest, EveryCommitKickChangesTheKickTime) {
     helper_->prepareToCommit();
     EXPECT_EQ(glueConfig_->prepareCommitKickTime(), 105.0);
     EXPECT_EQ(kicks, 4);
-}
-
-TEST_F(AclHelperTest, RemovingAnInterfaceOfAnUnknownAclChangesNothing) {
-    int writes = 0;
-    Vorn::Subscription sub = aclColl_->aclNotify([&](const Ovin::AclKey&) { ++writes; });
-    EXPECT_FALSE(helper_->removeIntfFromAcl("Ethernet1", v4_, true));
-    EXPECT_EQ(aclColl_->acls(), 0u);
-    EXPECT_EQ(writes, 0);
-    EXPECT_TRUE(cap_.has("    ACL not present"));
-    EXPECT_FALSE(cap_.has("    chipAclMapping changed as a result"));
 }
 
 // How the answer follows the real index machines: tests/AclHelperIndexTest.cpp.
@@ -582,16 +542,14 @@ TEST_F(AclHelperDeathTest, VerifyHwInitAssertsEachCapabilityInOrder) {
     }
 }
 
-TEST_F(AclHelperDeathTest, InterfacesOfNoAclKindAreInternalErrors) {
-    const std::string text = regexEscaped("Assertion `false && \"Internal Error\"' failed");
+// The engine's mistakes: an interface of no ACL kind, rules of an ACL it never created.
+TEST_F(AclHelperDeathTest, EngineMistakesAreInternalErrors) {
     const Ovin::AclData lag = dataOf(aclKey("lag", Acl::aclTypeIpv4), {"Port-Channel10"});
     Ovin::AclDataStatus status;
-    EXPECT_DEATH(helper_->precreateAcl(lag, status), text);
-}
-
-TEST_F(AclHelperDeathTest, RulesOfAnUnknownAclAreInternalErrors) {
-    const std::string text = regexEscaped("Assertion `acl' failed");
-    EXPECT_DEATH(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 10), text);
+    EXPECT_DEATH(helper_->precreateAcl(lag, status),
+                 regexEscaped("Assertion `false && \"Internal Error\"' failed"));
+    EXPECT_DEATH(helper_->createFinalAclRule(Acl::aclTypeIpv4, v4_, 10),
+                 regexEscaped("Assertion `acl' failed"));
     // An IPv6 ACL handed an IPv4 filter is the engine's mistake, not a rule to refuse.
     precreate(v6_);
     EXPECT_DEATH(createIp(v6_, Acl::IpRuleConfig(Acl::IpFilter()), 1, 10, 0),

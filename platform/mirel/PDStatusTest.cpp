@@ -14,15 +14,15 @@ TEST(PDStatus, OnlyEthernetPortsSitOnChips) {
     auto pd = Mirel::pdStatusFactory("PDStatus");
     for (const char* intf : {"Port-Channel1", "Vlan10", "Ethernet1.5"}) {
         SCOPED_TRACE(intf);
-        EXPECT_THROW(pd->intfMappingIs(intf, Mirel::ChipId(1)), std::invalid_argument);
+        try {
+            pd->intfMappingIs(intf, Mirel::ChipId(1));
+            ADD_FAILURE() << "accepted";
+        } catch (const std::invalid_argument& e) {
+            EXPECT_EQ(e.what(),
+                      "Mirel::IntfMapping: " + std::string(intf) + " is not an Ethernet interface");
+        }
     }
     EXPECT_EQ(pd->intfMappings(), 0u);
-    try {
-        pd->intfMappingIs("Vlan10", Mirel::ChipId(1));
-        FAIL() << "expected invalid_argument";
-    } catch (const std::invalid_argument& e) {
-        EXPECT_STREQ(e.what(), "Mirel::IntfMapping: Vlan10 is not an Ethernet interface");
-    }
 }
 
 TEST(PDStatus, PlacingAPortOnAnotherChipChangesItsEntryInPlace) {

@@ -117,6 +117,7 @@ TEST(RootSm, ARootBeyondTheCapabilityFailsAtOnce) {
         const char* name;
         std::function<void(ChipHwCapability&)> limit;
         StageErrorCode expected;  // stageSuccess_: the root is computing
+        bool chipConfigInitialized = true;
     };
     const Case cases[] = {
         {"entries at the limit", [](ChipHwCapability& c) { c.tcamEntryMaxIs(4); }, stageSuccess_},
@@ -135,18 +136,20 @@ TEST(RootSm, ARootBeyondTheCapabilityFailsAtOnce) {
          stageSuccess_},
         {"one transform entry too many", [](ChipHwCapability& c) { c.xformEntryMaxIs(3); },
          stageResourceExhausted_},
+        {"a chip configuration without transforms", [](ChipHwCapability&) {}, stageInvalidConfig_,
+         false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         RootSmTestWorld world;
-        world.addChip(kChip);
+        world.addChip(kChip, c.chipConfigInitialized);
         c.limit(*world.capability(kChip));
         world.addRoot(kRoot);
         fillRoot(*world.config(kRoot));
         const uint32_t k = world.act(kRoot, rootActionCompute_);
         world.pass();
-        const uint32_t requested =
-            world.chipConfig(kChip)->chipSrcIpV4PrefixConfig()->attemptedRequestId();
+        const auto src = world.chipConfig(kChip)->chipSrcIpV4PrefixConfig();
+        const uint32_t requested = src ? src->attemptedRequestId() : 0;
         if (c.expected == stageSuccess_) {
             EXPECT_TRUE(world.answered(kRoot, k, rootComputing_));
             EXPECT_EQ(requested, 1u);
@@ -156,16 +159,6 @@ TEST(RootSm, ARootBeyondTheCapabilityFailsAtOnce) {
             EXPECT_EQ(requested, 0u);  // nothing asked of the driver
         }
     }
-}
-
-TEST(RootSm, AChipConfigurationWithoutTransformsFailsTheRoot) {
-    RootSmTestWorld w;
-    w.addChip(kChip, false);
-    w.addRoot(kRoot);
-    const uint32_t k = w.act(kRoot, rootActionCompute_);
-    w.pass();
-    EXPECT_TRUE(w.answered(kRoot, k, rootComputeFailed_));
-    EXPECT_EQ(w.status(kRoot)->errorCode(), stageInvalidConfig_);
 }
 
 TEST_F(RootSmTest, ANewerActionSupersedesTheAnswerInProgress) {
@@ -225,16 +218,7 @@ TEST_F(RootSmTest, AReaderMayDropTheRootWhileItAnswers) {
     EXPECT_EQ(w.chipConfig(kChip)->chipSrcIpV4PrefixConfig()->attemptedRequestId(), 0u);
 }
 
-TEST_F(RootSmTest, AskedAgainWithOtherReferencesIsRefused) {
-    auto sm = w.rootSmColl->rootSm(kRoot);
-    ASSERT_TRUE(sm);
-    EXPECT_EQ(w.rootSmColl->rootSmIs(kRoot, w.config(kRoot), w.status(kRoot), w.capability(kChip),
-                                     w.chipConfig(kChip), w.chipPDStatus(kChip), w.wheel),
-              sm);
-    EXPECT_THROW(w.rootSmColl->rootSmIs(kRoot, w.config(kRoot), rootStatusFactory(kRoot),
-                                        w.capability(kChip), w.chipConfig(kChip),
-                                        w.chipPDStatus(kChip), w.wheel),
-                 Vorn::ReinstantiationException);
+TEST_F(RootSmTest, ANullReferenceIsRefusedByName) {
     try {
         rootSmFactory(kRoot, w.config(kRoot), nullptr, w.capability(kChip), w.chipConfig(kChip),
                       w.chipPDStatus(kChip), w.wheel);

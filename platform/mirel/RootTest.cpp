@@ -50,6 +50,14 @@ AclRuleListPtr ipList(std::vector<AclRuleList::IpEntry> rules) {
     return AclRuleList::ipList(std::move(rules));
 }
 
+// The sample's lists: TCP permitted at 10.0, UDP denied at 20.0.
+AclRuleListPtr tcpList(AceAction action = AceAction::permit, AceIndex at = ace(10, 0)) {
+    return ipList({{at, ipRule(Zamu::IpProto::kTcp, action)}});
+}
+AclRuleListPtr udpList(AceAction action = AceAction::deny, AceIndex at = ace(20, 0)) {
+    return ipList({{at, ipRule(Zamu::IpProto::kUdp, action)}});
+}
+
 // One split IP ACL and one MAC ACL, each rule at its own index. Every call builds new lists:
 // two samples are equal in content, never in identity.
 Vorn::Ptr<RootConfig> sample(uint32_t rootId) {
@@ -58,10 +66,8 @@ Vorn::Ptr<RootConfig> sample(uint32_t rootId) {
     ids->aclIdTypeIs(protocolTcp_, kTcpId);
     ids->aclIdTypeIs(protocolNonTcp_, kRestId);
     root->aclKeyToAclIdTypeSetIs(kMacAcl)->aclIdTypeIs(protocolAll_, kMacId);
-    root->aclIs(kTcpId)->ruleListIs(
-        ipList({{ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit)}}));
-    root->aclIs(kRestId)->ruleListIs(
-        ipList({{ace(20, 0), ipRule(Zamu::IpProto::kUdp, AceAction::deny)}}));
+    root->aclIs(kTcpId)->ruleListIs(tcpList());
+    root->aclIs(kRestId)->ruleListIs(udpList());
     root->aclIs(kMacId)->ruleListIs(AclRuleList::macList({{ace(10, 0), macRule(0x0800)}}));
     return root;
 }
@@ -82,22 +88,11 @@ TEST(RootConfig, EqualityComparesContentOnly) {
          },
          true},
         {"a rebuilt list with the same rules",
-         [](RootConfig& r) {
-             r.acl(kTcpId)->ruleListIs(
-                 ipList({{ace(10, 0), ipRule(Zamu::IpProto::kTcp, AceAction::permit)}}));
-         },
-         true},
+         [](RootConfig& r) { r.acl(kTcpId)->ruleListIs(tcpList()); }, true},
         {"one rule's action differs",
-         [](RootConfig& r) {
-             r.acl(kRestId)->ruleListIs(
-                 ipList({{ace(20, 0), ipRule(Zamu::IpProto::kUdp, AceAction::permit)}}));
-         },
-         false},
+         [](RootConfig& r) { r.acl(kRestId)->ruleListIs(udpList(AceAction::permit)); }, false},
         {"a rule moves to another index",
-         [](RootConfig& r) {
-             r.acl(kRestId)->ruleListIs(
-                 ipList({{ace(20, 1), ipRule(Zamu::IpProto::kUdp, AceAction::deny)}}));
-         },
+         [](RootConfig& r) { r.acl(kRestId)->ruleListIs(udpList(AceAction::deny, ace(20, 1))); },
          false},
         {"an extra rule",
          [](RootConfig& r) {

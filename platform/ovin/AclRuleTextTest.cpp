@@ -39,17 +39,15 @@ TEST(AclRuleText, GrammarPiecesReadAsTheRuleTheySay) {
     struct Case {
         const char* line;
         AclType type;
-        const char* printed;  // canonical form
+        const char* printed = nullptr;  // canonical form, when the line is not
     };
     const Case cases[] = {
-        {"10 permit tcp 10.0.0.0/8 any eq 80", aclTypeIpv4, "10 permit tcp 10.0.0.0/8 any eq 80"},
-        {"20 deny ip any any", aclTypeIpv4, "20 deny ip any any"},
-        {"30 permit udp host 192.0.2.1 any range 1000 2000", aclTypeIpv4,
-         "30 permit udp host 192.0.2.1 any range 1000 2000"},
-        {"40 permit icmp any any 3 4", aclTypeIpv4, "40 permit icmp any any 3 4"},
-        {"41 permit icmp any any 8", aclTypeIpv4, "41 permit icmp any any 8"},
-        {"50 permit tcp any lt 1024 any gt 1023 established", aclTypeIpv4,
-         "50 permit tcp any lt 1024 any gt 1023 established"},
+        {"10 permit tcp 10.0.0.0/8 any eq 80", aclTypeIpv4},
+        {"20 deny ip any any", aclTypeIpv4},
+        {"30 permit udp host 192.0.2.1 any range 1000 2000", aclTypeIpv4},
+        {"40 permit icmp any any 3 4", aclTypeIpv4},
+        {"41 permit icmp any any 8", aclTypeIpv4},
+        {"50 permit tcp any lt 1024 any gt 1023 established", aclTypeIpv4},
         {"60 permit tcp any neq 15 any syn ack urg", aclTypeIpv4,
          "60 permit tcp any neq 15 any ack syn urg"},
         {"70 permit 47 host 10.1.1.1 10.2.0.0/16 dscp 46 fragments", aclTypeIpv4,
@@ -64,18 +62,17 @@ TEST(AclRuleText, GrammarPiecesReadAsTheRuleTheySay) {
          "20 permit icmpv6 any host fe80::1 135 0"},
         {"30 deny ipv6 ::/0 2001:db8::/32 dscp 10", aclTypeIpv6,
          "30 deny ipv6 any 2001:db8::/32 dscp 10"},
-        {"30 permit any any 0x0806", aclTypeMac, "30 permit any any 0x0806"},
-        {"20 permit 00c0.4f00.0000 0000.00ff.ffff any", aclTypeMac,
-         "20 permit 00c0.4f00.0000 0000.00ff.ffff any"},
+        {"30 permit any any 0x0806", aclTypeMac},
+        {"20 permit 00c0.4f00.0000 0000.00ff.ffff any", aclTypeMac},
         {"10 deny any 0100.0CCC.CCCC 0000.0000.0000 0x88cc", aclTypeMac,
          "10 deny any 0100.0ccc.cccc 0000.0000.0000 0x88cc"},
-        {"15 remark Permit SSH  from the NOC", aclTypeIpv4, "15 remark Permit SSH  from the NOC"},
+        {"15 remark Permit SSH  from the NOC", aclTypeIpv4},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.line);
         const Acl::RuleTextResult r = Acl::parseRuleText(c.line, c.type);
         ASSERT_TRUE(r.ok()) << r.error;
-        EXPECT_EQ(Acl::ruleText(r.rule->seq, r.rule->entry), c.printed);
+        EXPECT_EQ(Acl::ruleText(r.rule->seq, r.rule->entry), c.printed ? c.printed : c.line);
         EXPECT_TRUE(r.rule->notes.empty());
         expectRoundTrip(*r.rule, c.type);
     }

@@ -13,12 +13,6 @@ Ovin::AclData dataOf(const char* name) {
     return d;
 }
 
-// A hardware layer that overrides one operation: the engine reaches it through the base.
-class NarrowFlagsHelper : public AclHelper {
-  public:
-    uint8_t supportedTcpFlagsDefault() const override { return Acl::kTcpSyn; }
-};
-
 TEST(OvinHelperAclHelperTest, DefaultsNeverPretendToHoldARule) {
     const Vorn::Ptr<AclHelper> h = Vorn::make<AclHelper>();
     const Ovin::AclData data = dataOf("a");
@@ -39,15 +33,7 @@ TEST(OvinHelperAclHelperTest, DefaultsNeverPretendToHoldARule) {
     EXPECT_EQ(h->aclRuleCountersSinceLastPoll(data, 10, Acl::UniqueId{1}), 0u);
     EXPECT_TRUE(h->verifyIpRuleDscp(data, Acl::UniqueId{1}, 10, 0, 46, true));
     EXPECT_TRUE(h->verifyAclGeneral(data));
-}
-
-TEST(OvinHelperAclHelperTest, SupportedTcpFlagsDefaultIsVirtualAndBackedByTheAttribute) {
-    const Vorn::Ptr<AclHelper> h = Vorn::make<AclHelper>();
-    EXPECT_EQ(h->supportedTcpFlagsDefault(), Acl::kAllTcpFlags);
-    h->supportedTcpFlagsDefaultIs(Acl::kTcpAck);
-    EXPECT_EQ(h->supportedTcpFlagsDefault(), Acl::kTcpAck);
-    const Vorn::Ptr<AclHelper> narrow = Vorn::make<NarrowFlagsHelper>();
-    EXPECT_EQ(narrow->supportedTcpFlagsDefault(), Acl::kTcpSyn);
+    EXPECT_EQ(h->supportedTcpFlagsDefault(), Acl::kAllTcpFlags);  // refuses no flag of its own
 }
 
 TEST(OvinHelperAclHelperTest, StatusUpdateCallback) {

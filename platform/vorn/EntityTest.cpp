@@ -143,15 +143,6 @@ TEST(VornEntity, NullReferenceToMutatorIsRefusedAndKeepsTheOldValue) {
             "null _favourite parameter to mutator for Test::Parent::favourite not allowed");
     }
     EXPECT_EQ(p->favourite(), c);
-    // State machines check their reference mutators the same way.
-    try {
-        Vorn::requireNonNull(Vorn::Ptr<Child>(), "OvinMirel::GlueSm", "chipIntfMapping");
-        FAIL() << "expected NullPointerException";
-    } catch (const Vorn::NullPointerException& e) {
-        EXPECT_STREQ(e.what(),
-                     "null _chipIntfMapping parameter to mutator for "
-                     "OvinMirel::GlueSm::chipIntfMapping not allowed");
-    }
     p->favouriteDel();
     EXPECT_EQ(p->favourite(), nullptr);
 }
