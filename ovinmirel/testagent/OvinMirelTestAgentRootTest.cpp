@@ -74,7 +74,6 @@ TEST(TestAgentRootTest, ChipsBringTheirRecordsAndMachinesAndTakeThemAway) {
         EXPECT_TRUE(w.glueStatus()->aclIdResponseColl()->chipAclIdResponse(chip));
         ASSERT_TRUE(w.status()->pDConfig()->chipConfig(chip));
         EXPECT_TRUE(w.status()->pDConfig()->chipConfig(chip)->initialized());
-        EXPECT_TRUE(w.root->mockSmColl()->mockSm(chip));
         EXPECT_TRUE(glue->aclIdAllocSmColl()->chipAclIdAllocSm(chip));
         EXPECT_TRUE(glue->mappingSmColl()->sm(chip));
         EXPECT_TRUE(w.glueStatus()->activeRootSmId(chip)) << "the first cycle loads a root";
@@ -94,7 +93,6 @@ TEST(TestAgentRootTest, ChipsBringTheirRecordsAndMachinesAndTakeThemAway) {
     EXPECT_FALSE(w.root->chip(gone));
     EXPECT_FALSE(w.status()->pDStatus()->intfMapping("Ethernet1")) << "its ports go with it";
     EXPECT_FALSE(w.status()->pDConfig()->chipConfig(gone));
-    EXPECT_FALSE(w.root->mockSmColl()->mockSm(gone));
     EXPECT_FALSE(glue->aclIdAllocSmColl()->chipAclIdAllocSm(gone));
     EXPECT_FALSE(w.glueStatus()->activeRootSmId(gone));
     EXPECT_TRUE(w.root->chip(Mirel::ChipId(2)));
