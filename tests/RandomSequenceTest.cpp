@@ -289,91 +289,19 @@ TEST_P(RandomSequenceRun, EveryInvariantHoldsAfterEveryPass) {
     }
 }
 
-// The shortest run that showed the mapping loader dropping keys (seed 10, shrunk): a binding
-// removed in the same burst as a fault that fails the next cycle on another chip. The keys the
-// aborted cycle dropped must be loaded once the agent is idle again.
-TEST(RandomSequenceTest, KeysDroppedByAnAbortedCycleAreLoadedOnceIdle) {
-    Sim::Scenario s;
-    s.name = "dropped keys";
-    s.chips = {Sim::chip(1, {"Ethernet1", "Ethernet4"}), Sim::chip(2, {"Ethernet5", "Ethernet8"})};
-    s.lags = {Sim::LagSpec{"Port-Channel1", {"Ethernet4", "Ethernet8"}}};
-    s.acls = {Sim::acl("v6b", Acl::aclTypeIpv6, {"70 permit ipv6 2a05:c100:43::/64 any"})};
-    s.bindings = {Sim::binding("Ethernet5", s.acls[0])};
-    s.steps = {
-        Sim::at(4, Sim::Step::Bind{Sim::binding("Port-Channel1", s.acls[0], Acl::aclDirectionOut)}),
-        Sim::at(7,
-                Sim::Step::Fault{
-                    2, OvinMirel::TestAgentFault::failing(Mirel::stageTcamFull_).times(1)}),
-        Sim::at(7, Sim::Step::Unbind{"Port-Channel1", Acl::aclTypeIpv6, Acl::aclDirectionOut}),
-    };
-    const std::optional<Failure> f = runChecked(s);
-    EXPECT_FALSE(f) << f->what;
-}
-
-// Seed 127, shrunk: a port moves to chip 3 in the burst that starts a cycle, chip 3's answer
-// is lost, and chip 3 leaves and comes back (without that port) before the cycle ends. The
-// cycle owes chip 3 nothing: the ACL it was to get through the moved port is no longer asked
-// of it. Once the port is back on chip 3, the next cycle gives it that ACL too.
-TEST(RandomSequenceTest, AChipThatLeavesAndComesBackDuringACycleIsNotHeldToIt) {
-    Sim::Scenario s;
-    s.name = "chip back during a cycle";
-    s.chips = {Sim::chip(2, {"Ethernet5", "Ethernet6"}), Sim::chip(3, {"Ethernet9", "Ethernet12"})};
-    s.lags = {Sim::LagSpec{"Port-Channel2", {"Ethernet5"}}};
-    s.acls = {Sim::acl("ipc", Acl::aclTypeIpv4,
-                       {"10 permit icmp any any 5", "20 permit tcp 192.0.2.0/24 any eq 22"})};
-    s.bindings = {Sim::binding("Port-Channel2", s.acls[0])};
-    s.steps = {
-        Sim::at(5, Sim::Step::Fault{3, OvinMirel::TestAgentFault::losing().times(1)}),
-        Sim::at(5, Sim::Step::Bind{Sim::binding("Ethernet12", s.acls[0], Acl::aclDirectionOut)}),
-        Sim::at(5, Sim::Step::MovePort{"Ethernet5", 3}),
-        Sim::at(5.5, Sim::Step::RemoveChip{3}),
-        Sim::at(5.5, Sim::Step::AddChip{s.chips[1]}),
-        Sim::at(8, Sim::Step::MovePort{"Ethernet5", 3}),
-    };
-    const std::optional<Failure> f = runChecked(s);
-    EXPECT_FALSE(f) << f->what;
-
-    const Sim::RunResult r = Sim::simulate(s);
-    const auto chip3 = std::find_if(r.state.chips.begin(), r.state.chips.end(),
-                                    [](const Sim::ChipState& c) { return c.id == 3; });
-    ASSERT_NE(chip3, r.state.chips.end());
-    ASSERT_TRUE(chip3->activeRoot);
-    std::set<std::string> acls;
-    for (const Sim::AclIdRow& row : chip3->aclIds)
-        acls.insert(row.acl);
-    EXPECT_EQ(acls, (std::set<std::string>{"ipc/ip/in", "ipc/ip/out"}));
-}
-
-// Seed 92, shrunk: chip 3's computation fails, and in the same instant the cycle ends a port
-// with a binding leaves every chip. The loader takes the change out while idle over more than
-// one pass; the tables in between are neither the ones from before the cycle nor the PD mapping,
-// and are judged only once the loader is done.
-TEST(RandomSequenceTest, AMappingChangeLoadedWhileIdleAfterAFailedCycleIsJudgedOnceLoaded) {
-    const char* const text = R"({
-  "name": "port leaves after a failed cycle", "routedPortRaclSharing": true,
-  "blockDuringUpdate": true,
-  "chips": [
-    {"id": 2, "ruleListIdMax": 1, "hwAclIndexMax": 2, "allocMax": 2,
-     "ports": ["Ethernet5", "Ethernet6", "Ethernet7", "Ethernet8"]},
-    {"id": 3, "ruleListIdMax": 12, "splitOnProtocol": true,
-     "combinations": ["v4pacl-in v4racl-in v6pacl-in v6racl-in v4pacl-out v4racl-out v6pacl-out v6racl-out",
-                      "v4pacl-in macacl-in macacl-out"],
-     "ports": ["Ethernet9", "Ethernet10", "Ethernet12"]}],
-  "acls": [
-    {"name": "ipc", "type": "ip", "rules": ["90 deny ip any 10.0.0.0/8"]},
-    {"name": "ipb", "type": "ip", "rules": ["20 permit icmp 10.1.6.24/29 host 10.1.5.20"]},
-    {"name": "v6b", "type": "ipv6", "rules": ["60 deny tcp any any established"]}],
-  "bindings": [
-    {"intf": "Ethernet10", "acl": "ipb", "type": "ip", "direction": "in"},
-    {"intf": "Ethernet12", "acl": "v6b", "type": "ipv6", "direction": "out"}],
-  "steps": [
-    {"at": 5, "do": "fault", "chip": 3, "fault": "fail:unsupported count:1"},
-    {"at": 5, "do": "bind", "intf": "Ethernet10", "acl": "ipc", "type": "ip", "direction": "in"},
-    {"at": 5.75, "do": "movePort", "port": "Ethernet12", "chip": null}]
-})";
-    const Sim::ReadScenario read = Sim::readScenario(text, "seed 92");
-    const std::optional<Failure> f = runChecked(read.scenario);
-    EXPECT_FALSE(f) << f->what;
+// Shrunk scenarios of seeds that once broke an invariant (tests/scenarios/regress, each file's
+// description says what it showed): every one must now hold every invariant after every pass.
+TEST(RandomSequenceTest, EveryScenarioThatOnceFailedNowHolds) {
+    const fs::path dir = fs::path(OVINMIREL_SOURCE_DIR) / "tests" / "scenarios" / "regress";
+    std::set<fs::path> files;
+    for (const fs::directory_entry& e : fs::directory_iterator(dir))
+        files.insert(e.path());
+    ASSERT_GE(files.size(), 3u) << dir;
+    for (const fs::path& file : files) {
+        SCOPED_TRACE(file.filename().string());
+        const std::optional<Failure> f = runChecked(Sim::readScenarioFile(file.string()).scenario);
+        EXPECT_FALSE(f) << f->what;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Shard, RandomSequenceRun, testing::Range<size_t>(0, kShards),
