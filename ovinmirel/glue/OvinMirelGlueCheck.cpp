@@ -1,20 +1,15 @@
 #include "ovinmirel/glue/OvinMirelGlueCheck.h"
 
 #include <set>
-#include <sstream>
 
 #include "platform/mirel/ChipPresence.h"
+#include "platform/vorn/Name.h"
 
 namespace OvinMirel {
 
 namespace {
 
-template <class... Parts>
-std::string words(const Parts&... parts) {
-    std::ostringstream os;
-    (os << ... << parts);
-    return os.str();
-}
+using Vorn::words;
 
 struct Presence {
     const GlueSm& sm;

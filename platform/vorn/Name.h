@@ -1,8 +1,10 @@
 #pragma once
-// Vorn::String is the framework's text type; Vorn::Name is the name an entity is created with.
+// Vorn::String is the framework's text type; Vorn::Name is the name an entity is created with;
+// Vorn::words joins what streams into one text (a checker's finding, say).
 
 #include <functional>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -27,6 +29,14 @@ class Name {
 
 inline std::ostream& operator<<(std::ostream& os, const Name& n) {
     return os << n.str();
+}
+
+// The parts as they stream, one after the other: words("Chip-", 2, " has ", n, " ids").
+template <class... Parts>
+std::string words(const Parts&... parts) {
+    std::ostringstream os;
+    (os << ... << parts);
+    return os.str();
 }
 
 }  // namespace Vorn

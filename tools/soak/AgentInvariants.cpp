@@ -6,18 +6,14 @@
 #include "ovinmirel/index/OvinMirelIndexCheck.h"
 #include "ovinmirel/index/OvinMirelIndexTestWorld.h"
 #include "platform/mirel/ChipPresence.h"
+#include "platform/vorn/Name.h"
 #include "tools/soak/PdMappingOracle.h"
 
 namespace OvinMirel::Reliability {
 
 namespace {
 
-template <class... Parts>
-std::string words(const Parts&... parts) {
-    std::ostringstream os;
-    (os << ... << parts);
-    return os.str();
-}
+using Vorn::words;
 
 const char* const kI1 = "I1 all-or-nothing: ";
 const char* const kI2 = "I2 blocking: ";

@@ -4,16 +4,12 @@
 #include <set>
 #include <sstream>
 
+#include "platform/vorn/Name.h"
 namespace OvinMirel::Reliability {
 
 namespace {
 
-template <class... Parts>
-std::string words(const Parts&... parts) {
-    std::ostringstream os;
-    (os << ... << parts);
-    return os.str();
-}
+using Vorn::words;
 
 bool isRouterTable(Mirel::TableType t) {
     return t == Mirel::ipv4RouterAcl_ || t == Mirel::ipv6RouterAcl_;
