@@ -1,5 +1,6 @@
 #include "ovinmirel/acl/OvinMirelAclSm.h"
 
+#include <iterator>
 #include <string>
 
 #include "platform/flinq/Flinq.h"
@@ -34,6 +35,10 @@ OvinMirelAclSm::OvinMirelAclSm(const Vorn::Ptr<Ovin::OvinCommonSmData>& commonSm
 
 void OvinMirelAclSm::handleInitialized() {
     Ovin::AclSm::handleInitialized();
+    storeAclSub_ =
+        ovinMirelAclColl_->aclNotify([this](const Ovin::AclKey& key) { handleStoreAcl(key); });
+    for (const auto& [key, acl] : ovinMirelAclColl_->acl())
+        storeAcls_.emplace(key, acl);
     glueStatusSub_ = glueStatusNotify([this] { watchGlueStatus(); });
     watchGlueStatus();
 }
@@ -41,6 +46,8 @@ void OvinMirelAclSm::handleInitialized() {
 void OvinMirelAclSm::handleDelete() {
     glueStatusSub_.reset();
     glueSmStateSub_.reset();
+    storeAclSub_.reset();
+    storeAcls_.clear();
     Ovin::AclSm::handleDelete();
 }
 
@@ -48,6 +55,14 @@ void OvinMirelAclSm::watchGlueStatus() {
     glueSmStateSub_.reset();
     if (const Vorn::Ptr<const GlueStatus> gs = glueStatus())
         glueSmStateSub_ = gs->glueSmStateNotify([this] { handleGlueStatus(); });
+}
+
+void OvinMirelAclSm::handleStoreAcl(const Ovin::AclKey& key) {
+    ++storeAclChanges_;
+    if (const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key))
+        storeAcls_.insert_or_assign(key, acl);
+    else
+        storeAcls_.erase(key);
 }
 
 void OvinMirelAclSm::handleGlueStatus() {
@@ -67,13 +82,18 @@ Ovin::AclCreateError OvinMirelAclSm::successResult(const OvinMirelAcl& acl) cons
 
 void OvinMirelAclSm::reportCreated(bool failed) {
     const OvinHelper::AclStatusUpdateCallback report = aclHelper()->aclStatusUpdateCallback();
-    for (const Ovin::AclKey& key : ovinMirelAclColl_->acl().sortedKeys()) {
-        const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
-        if (!acl || !acl->created())
-            continue;
-        const Ovin::AclCreateError result = failed ? Ovin::aclCreateFailed : successResult(*acl);
-        FLINQ(th, 8, "   aclStatusUpdate " << key << " result " << uint32_t(result));
-        report(key, result);
+    for (auto it = storeAcls_.begin(); it != storeAcls_.end();) {
+        const Vorn::Ptr<const OvinMirelAcl> acl = it->second;  // the key lives as long as it
+        const Ovin::AclKey& key = acl->name();
+        const uint64_t changes = storeAclChanges_;
+        if (acl->created()) {
+            const Ovin::AclCreateError result =
+                failed ? Ovin::aclCreateFailed : successResult(*acl);
+            FLINQ(th, 8, "   aclStatusUpdate " << key << " result " << uint32_t(result));
+            report(key, result);
+        }
+        // The engine's reaction may have changed the store: then go on after this key.
+        it = changes == storeAclChanges_ ? std::next(it) : storeAcls_.upper_bound(key);
     }
 }
 

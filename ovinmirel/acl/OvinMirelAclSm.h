@@ -9,7 +9,9 @@
 //   through the helper's aclStatusUpdateCallback.
 // Timers: none of its own (the engine's update timer is the base's).
 // Owns: shared references to GlueStatus, the ACL store and the mapping Index (all read only),
-//   besides the engine's fourteen. Holds no state of its own: every reaction re-reads them.
+//   besides the engine's fourteen; the store's entries in key order (kept as entries come and
+//   go, so that the report walks them in that order without sorting every cycle). Beyond that
+//   no state of its own: every reaction re-reads its inputs.
 //
 // On each change of glueSmState, and whenever the engine has requested an update:
 //   idle            the glue has no cycle in progress: a pending request is complete, so its
@@ -39,6 +41,9 @@
 // configuration. An ACL that reaches a chip but that the chip's policy leaves out on every
 // interface is reported 0: the interface-level log messages and policy status say that.
 // Without an Index (none given, or deleted) nothing says an ACL reaches no chip: 0.
+
+#include <cstdint>
+#include <map>
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
@@ -87,11 +92,17 @@ class OvinMirelAclSm : public Ovin::AclSm {
 
   private:
     void watchGlueStatus();
+    void handleStoreAcl(const Ovin::AclKey& key);
     Ovin::AclCreateError successResult(const OvinMirelAcl& acl) const;
     void reportCreated(bool failed);
 
     const Vorn::Ptr<const OvinMirelAclColl> ovinMirelAclColl_;
+    // The store's entries in key order, the order outcomes are reported in; and a count of
+    // their changes, so that a walk learns when the engine's reaction changed them under it.
+    std::map<Ovin::AclKey, Vorn::Ptr<const OvinMirelAcl>> storeAcls_;
+    uint64_t storeAclChanges_ = 0;
     // Declared after the references they use.
+    Vorn::Subscription storeAclSub_;
     Vorn::Subscription glueStatusSub_;
     Vorn::Subscription glueSmStateSub_;
 };

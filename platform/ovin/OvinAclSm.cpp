@@ -515,7 +515,7 @@ std::optional<AclSm::Failure> AclSm::build(const AclKey& key, const Version& v,
         tearDown(data);
         return failure;
     }
-    out = Installed{v, std::move(data)};
+    out = Installed{v, std::move(data), nullptr};
     return std::nullopt;
 }
 
@@ -538,10 +538,14 @@ bool AclSm::blockDuringUpdate() const {
 
 void AclSm::statusIs(const AclKey& key, Acl::AclDpState state, AclCreateError result,
                      const std::string& error) {
-    const Vorn::Ptr<Acl::AclStatus> s = statusDp_->aclStatusIs(key);
-    s->stateIs(state);
-    s->resultIs(result);
-    s->errorIs(error);
+    statusIs(*statusDp_->aclStatusIs(key), state, result, error);
+}
+
+void AclSm::statusIs(Acl::AclStatus& status, Acl::AclDpState state, AclCreateError result,
+                     const std::string& error) {
+    status.stateIs(state);
+    status.resultIs(result);
+    status.errorIs(error);
 }
 
 // ---- One update ----
@@ -792,11 +796,15 @@ void AclSm::handleAclStatusUpdate(const AclKey& key, AclCreateError result) {
     FLINQ(th, 8, "AclSm::handleAclStatusUpdate " << key << " result " << uint32_t(result));
     // An ACL whose configured version was refused keeps that refusal published: it is what the
     // user has to act on.
-    if (!installed_.contains(key) || refused_.contains(key))
+    auto inst = installed_.find(key);
+    if (inst == installed_.end() || refused_.contains(key))
         return;
     awaitingOutcome_.erase(key);
+    Vorn::Ptr<Acl::AclStatus>& status = inst->second.status;
+    if (!status)
+        status = statusDp_->aclStatusIs(key);
     if (result == aclCreateOk) {
-        statusIs(key, Acl::aclDpInstalled, result, "");
+        statusIs(*status, Acl::aclDpInstalled, result, {});
         return;
     }
     std::string error = "not in effect in the data plane";
@@ -805,7 +813,7 @@ void AclSm::handleAclStatusUpdate(const AclKey& key, AclCreateError result) {
         units += (units.empty() ? "" : ", ") + unit + " error " + std::to_string(code);
     if (!units.empty())
         error += " (" + units + ")";
-    statusIs(key, Acl::aclDpFailed, result, error);
+    statusIs(*status, Acl::aclDpFailed, result, error);
 }
 
 Vorn::Ptr<AclSm> aclSmFactory(

@@ -110,6 +110,7 @@
 #include <set>
 #include <string>
 #include <tuple>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -252,6 +253,10 @@ class AclSm : public Vorn::StateMachine {
     struct Installed {
         Version version;
         AclData data;  // data.intf: the interfaces bound in the helper
+        // Its entry of statusDp.aclStatus, found by the first outcome reported for it, so that
+        // later ones (one per commit cycle) write it without a look-up. The entry is deleted
+        // only for a key that is not installed.
+        Vorn::Ptr<Acl::AclStatus> status;
     };
     struct Refused {
         Version version;
@@ -306,6 +311,8 @@ class AclSm : public Vorn::StateMachine {
     void handleAclStatusUpdate(const AclKey& key, AclCreateError result);
     void statusIs(const AclKey& key, Acl::AclDpState state, AclCreateError result,
                   const std::string& error);
+    static void statusIs(Acl::AclStatus& status, Acl::AclDpState state, AclCreateError result,
+                         const std::string& error);
     bool blockDuringUpdate() const;
 
     const Vorn::Ptr<OvinCommonSmData> commonSmData_;
@@ -341,8 +348,9 @@ class AclSm : public Vorn::StateMachine {
     bool lagsDirty_ = false;
     bool allDirty_ = false;
 
-    std::map<AclKey, Installed> installed_;
-    std::map<AclKey, Refused> refused_;
+    // Looked up by key, never walked: their hashed order shows nowhere.
+    std::unordered_map<AclKey, Installed> installed_;
+    std::unordered_map<AclKey, Refused> refused_;
     // Per configured ACL: sequence number -> the entry there and its unique id.
     std::map<Acl::AclConfigKey, std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>> ids_;
     uint64_t nextUniqueId_ = 1;
