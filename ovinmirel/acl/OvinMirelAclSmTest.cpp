@@ -267,6 +267,38 @@ TEST_F(OvinMirelAclSmTest, OnSuccessABoundAclThatReachesNoChipIsReportedFailed) 
     EXPECT_EQ(status(aclKey("offChip"))->result(), Ovin::aclCreateOk);
 }
 
+TEST_F(OvinMirelAclSmTest, EachCycleReportsTheCreatedAclsInKeyOrderAsTheyComeAndGo) {
+    // The outcomes one success reports, as traced.
+    auto reported = [this] {
+        Flinq::Capture cap;
+        glue(aclIdAlloc_);
+        glue(success_);
+        std::vector<std::string> out;
+        for (const std::string& t : cap.texts("OvinMirelAclSm")) {
+            if (t.starts_with("   aclStatusUpdate "))
+                out.push_back(t.substr(19));
+        }
+        return out;
+    };
+    for (const char* acl : {"zeta", "alpha", "mid", "beta"})
+        rule(acl, Acl::aclTypeIpv4, "10 permit ip any any");
+    bind("Ethernet1", "zeta");
+    bind("Ethernet2", "alpha");
+    bind("Vlan10", "alpha");
+    bind("Ethernet3", "mid");
+    run();
+    EXPECT_EQ(reported(),
+              (std::vector<std::string>{"alpha/ip/in result 0", "alpha/ip/in/vlan10 result 0",
+                                        "mid/ip/in result 0", "zeta/ip/in result 0"}));
+
+    unbind("Ethernet3");  // mid leaves the store, beta enters it
+    bind("Ethernet4", "beta");
+    run();
+    EXPECT_EQ(reported(),
+              (std::vector<std::string>{"alpha/ip/in result 0", "alpha/ip/in/vlan10 result 0",
+                                        "beta/ip/in result 0", "zeta/ip/in result 0"}));
+}
+
 TEST_F(OvinMirelAclSmTest, TheGlueStatusFollowedCanBeReplacedOrDropped) {
     rule("web", Acl::aclTypeIpv4, "10 permit ip any any");
     bind("Ethernet1", "web");

@@ -536,6 +536,37 @@ TEST_F(OvinAclSmTest, RemovingAnAppliedAclUnbindsRemovesAndDestroysIt) {
     EXPECT_EQ(published(key("a")), "-");
 }
 
+// Each outcome lands in the status of the ACL as it is installed now: not in the entry of an
+// earlier installation, and nowhere for an ACL no longer installed.
+TEST_F(OvinAclSmTest, AnOutcomeIsPublishedForTheAclAsInstalledNow) {
+    rule("a", Acl::aclTypeIpv4, "10 permit ip any any");
+    bind("Ethernet1", "a");
+    run();
+    const OvinHelper::AclStatusUpdateCallback report = helper_->aclStatusUpdateCallback();
+    const std::string failed = "failed/17: not in effect in the data plane (Chip-1 error 3)";
+    const struct Step {
+        const char* what;
+        std::function<void()> change;
+        Ovin::AclCreateError result;
+        std::string published;
+    } steps[] = {
+        {"fails", [] {}, Ovin::aclCreateFailed, failed},
+        {"installs", [] {}, Ovin::aclCreateOk, "installed/0: "},
+        {"removed", [&] { unbind("Ethernet1"); }, Ovin::aclCreateFailed, "-"},
+        {"applied again", [&] { bind("Ethernet1", "a"); }, Ovin::aclCreateFailed, failed},
+        {"re-created", [&] { rule("a", Acl::aclTypeIpv4, "20 deny ip any any"); },
+         Ovin::aclCreateOk, "installed/0: "},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        step.change();
+        run();
+        helper_->unitErrorIs("Chip-1", 3);
+        report(key("a"), step.result);
+        EXPECT_EQ(published(key("a")), step.published);
+    }
+}
+
 TEST_F(OvinAclSmTest, AclsTheHardwareCannotTakeArePublishedAndLeftOut) {
     rule("m", Acl::aclTypeMac, "10 permit any any");
     rule("v6", Acl::aclTypeIpv6, "10 permit ipv6 any any");
