@@ -176,8 +176,11 @@ Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
             // Table type 0 (or anything past MAC) cannot come out of the type index.
             if (tableType < Mirel::ipv4PortAcl_ || tableType > Mirel::macAcl_)
                 VORN_ASSERT(false);
-            for (const Ovin::AclKey& key : keys->aclKey())
-                mask |= bitOf(kKinds[tableType - 1], key.direction);
+            const Kind& kind = kKinds[tableType - 1];
+            if (keys->outAcls() < keys->aclKeys())
+                mask |= kind.in;
+            if (keys->outAcls() > 0)
+                mask |= kind.out;
         }
     }
     const Mask combination(mask);
@@ -228,8 +231,12 @@ bool AclPolicySm::shouldDoRaclSharing(const Zamu::IntfId& intfId) const {
     VORN_ASSERT(intfAclColl);
     const bool supported = hwCapability()->routedPortRaclSharingSupported();
     bool result = supported;
-    if (!supported)
+    if (!supported) {
         FLINQ(th, 8, "      routed port sharing not supported");
+        // The answer is no: the walk below only traces what it passes over.
+        if (!th.enabled(8))
+            return false;
+    }
     uint32_t mask = 0;
     for (const Ovin::AclKey& key : intfAclColl->aclKey()) {
         FLINQ(th, 8, "      processing " << key);
@@ -271,6 +278,17 @@ bool AclPolicySm::isReadyIntfAcl(const Zamu::IntfId& intfId) const {
     VORN_ASSERT_MSG(acls, "index()->intfAclMappingHas( intfId )");
     VORN_ASSERT(chipIntfMapping());
     VORN_ASSERT_MSG(chipIntfMapping()->intfId(intfId), "chipIntfMapping()->intfIdHas( intfId )");
+    // An ACL the type index grouped under a table type has that table's mask bit: when it
+    // grouped every ACL of the interface, all are ready, and the walk below would only trace.
+    if (!th.enabled(8)) {
+        size_t typed = 0;
+        if (Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId)) {
+            for (const auto& [tableType, keys] : types->aclTableTypeMapping())
+                typed += keys->aclKeys();
+        }
+        if (typed == acls->aclKeys())
+            return true;
+    }
     for (const Ovin::AclKey& key : acls->aclKey()) {
         FLINQ(th, 8, "    acl " << key);
         if (getAclTypeMask(key).empty())
@@ -345,12 +363,14 @@ void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
         pending.all = true;
     }
     IntfReview review = intfReview(intfId);
-    // Only the ACLs that changed under the interface are looked at, unless what the interface
-    // admits may have changed as a whole: its policy, its eligibility, or (below) the mapping
-    // its own ACLs go to.
+    // Only the ACLs that changed under the interface are looked at, with those of the kinds a
+    // new policy admits or drops, unless what the interface admits may have changed as a
+    // whole: its eligibility, or (below) the mapping its own ACLs go to.
     const auto reviewed = reviewedPolicy_.find(intfId);
-    bool all = pending.all || !review.acls || reviewed == reviewedPolicy_.end() ||
-               reviewed->second != review.policy;
+    bool all = pending.all || !review.acls || reviewed == reviewedPolicy_.end();
+    if (!all && reviewed->second != review.policy)
+        addAclsOfKinds(intfId, Mask(reviewed->second.value() ^ review.policy.value()),
+                       pending.acls);
     if (review.acls) {
         reviewedPolicy_[intfId] = review.policy;
         bool phy = !all && otherPhyAclInEffect(intfId, pending.acls);
@@ -439,6 +459,22 @@ Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
     Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
     VORN_ASSERT(phyIntf);
     return phyIntf;
+}
+
+void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
+                                 std::set<Ovin::AclKey>& acls) const {
+    Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId);
+    if (!types)
+        return;
+    for (const auto& [tableType, keys] : types->aclTableTypeMapping()) {
+        const Kind& kind = kKinds[tableType - 1];
+        if (!(kinds.value() & (kind.in | kind.out)))
+            continue;
+        for (const Ovin::AclKey& key : keys->aclKey()) {
+            if (kinds.value() & bitOf(kind, key.direction))
+                acls.insert(key);
+        }
+    }
 }
 
 bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId,

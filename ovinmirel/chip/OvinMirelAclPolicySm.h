@@ -32,9 +32,11 @@
 //     reacts to every write, so a review that changes nothing must leave the status untouched
 //     (else a place would give up its hardware index, and a waiting place could take it).
 //  7. A review looks only at the ACLs that changed under the interface (each change names
-//     its ACL) as long as the interface's policy, eligibility and shared mapping stay as its
-//     last review left them (reviewedPolicy_); otherwise, and when scheduled without an ACL,
-//     at all of them. So a change costs the ACLs it touches, not the interface's ACL count.
+//     its ACL), and when its policy changed since its last review (reviewedPolicy_) also at
+//     the ACLs of the kinds admitted or dropped, as long as the interface's eligibility and
+//     shared mapping stay as that review left them; otherwise, and when scheduled without an
+//     ACL, at all of them. So a change costs the ACLs it touches, not the interface's ACL
+//     count.
 // Owns: shared references to its inputs and to the chip's AclPolicyStatus; its watchers and
 // its timer. The status entity itself is deleted by its owner, not by handleDelete.
 
@@ -256,6 +258,9 @@ class AclPolicySm : public Vorn::StateMachine {
     void addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                 const PhyIntfMapping& wanted, bool shared);
     void addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey, bool shared);
+    // Adds to `acls` the interface's ACLs (Index.intfAclTypeMapping) whose kind is in `kinds`:
+    // those a change of policy admits or drops.
+    void addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds, std::set<Ovin::AclKey>& acls) const;
     // Whether some ACL other than `changed` is in effect on the interface's own entry.
     bool otherPhyAclInEffect(const Zamu::IntfId& intfId,
                              const std::set<Ovin::AclKey>& changed) const;

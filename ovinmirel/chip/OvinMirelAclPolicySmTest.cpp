@@ -23,6 +23,7 @@ using ChipTest::Facts;
 using Mask = Mirel::AclTypeCombinationBitMask;
 
 const Ovin::AclKey kP4 = aclKey("p4");
+const Ovin::AclKey kP4Out = aclKey("p4out", Acl::aclTypeIpv4, std::nullopt, Acl::aclDirectionOut);
 const Ovin::AclKey kP6 = aclKey("p6", Acl::aclTypeIpv6);
 const Ovin::AclKey kMac = aclKey("m", Acl::aclTypeMac);
 const Ovin::AclKey kR4 = aclKey("r4", Acl::aclTypeIpv4, 100);
@@ -173,8 +174,12 @@ TEST(AclPolicySm, AnAclThatIsNotReadyHoldsBackTheWholeInterface) {
     ASSERT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kP4)});
     // The table-type index refuses such a key outright; the rest of the index takes it.
     w.indexSm->intfAclTypeIndexSmDel();
-    Flinq::Capture cap;
     w.bind(kOdd, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{});
+    // The same review traced.
+    Flinq::Capture cap;
+    w.sm->scheduleIntfAclPolicyReview("Ethernet1");
     w.settle();
     EXPECT_EQ(w.status(1), Facts{});
     EXPECT_TRUE(cap.has("    acl " + kOdd.str()));
@@ -434,7 +439,8 @@ TEST(AclPolicySm, AReviewOfTheChangedAclsLeavesWhatAFullReviewWould) {
         {"a router ACL: shared", [](auto& w) { w.bind(kR4, "Ethernet1"); },
          "routedPortSharedAclMapping[Ethernet1].aclKey[r4/ip/in/vlan100]"},
         {"a second router ACL", [](auto& w) { w.bind(kR6, "Ethernet1"); }},
-        {"a port ACL ends sharing", [](auto& w) { w.bind(kP4, "Ethernet1"); },
+        // Outbound only: a change of policy then drops its kind's out bit alone.
+        {"an outbound port ACL ends sharing", [](auto& w) { w.bind(kP4Out, "Ethernet1"); },
          "intfAclMapping[Ethernet1].aclKey[r4/ip/in/vlan100]"},
         {"a VLAN ACL",
          [](auto& w) {
@@ -442,7 +448,7 @@ TEST(AclPolicySm, AReviewOfTheChangedAclsLeavesWhatAFullReviewWould) {
              w.bind(kVlanR4, "Vlan20");
          }},
         {"a MAC ACL in contention", [](auto& w) { w.bind(kMac, "Ethernet1"); }},
-        {"the port ACL goes", [](auto& w) { w.bind(kP4, "Ethernet1", false); }},
+        {"the port ACL goes", [](auto& w) { w.bind(kP4Out, "Ethernet1", false); }},
         {"the MAC ACL goes: shared again", [](auto& w) { w.bind(kMac, "Ethernet1", false); },
          "routedPortSharedAclMapping[Ethernet1].aclKey[r6/ipv6/in/vlan100]"},
         {"the port leaves the VLAN", [](auto& w) { w.vlanMember(20, "Ethernet1", false); }},

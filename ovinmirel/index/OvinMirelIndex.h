@@ -141,6 +141,8 @@ class VlanAclColl : public Vorn::Entity {
 class AclTableTypeMapping : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(AclTableTypeMapping, Mirel::TableType, aclTableType)
     VORN_ORDERED_SET(Ovin::AclKey, aclKey)
+    // How many of those ACLs are not inbound: the directions present, without a walk.
+    VORN_ATTR(uint32_t, outAcls)
 };
 
 class IntfAclTableTypeColl : public Vorn::Entity {

@@ -1,6 +1,7 @@
 #include "ovinmirel/index/OvinMirelIndexCheck.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <sstream>
 
@@ -452,6 +453,12 @@ class Checker {
         for (const auto& [i, e] : ix_.intfAclTypeMapping()) {
             auto intfAcl = ix_.intfAclMapping(i);
             for (const auto& [t, m] : e->aclTableTypeMapping()) {
+                uint32_t out = 0;
+                for (const Ovin::AclKey& a : m->aclKey())
+                    out += a.direction == Acl::aclDirectionIn ? 0 : 1;
+                if (m->outAcls() != out)
+                    fail("intfAclTypeMapping[", i, "].aclTableTypeMapping[", t, "] has outAcls ",
+                         m->outAcls(), " but ", out, " of its ACLs are not inbound");
                 for (const Ovin::AclKey& a : m->aclKey()) {
                     if (!intfAcl || !intfAcl->aclKey(a))
                         fail("intfAclTypeMapping[", i, "] holds ", a, " but intfAclMapping[", i,

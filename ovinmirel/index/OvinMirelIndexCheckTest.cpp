@@ -315,6 +315,10 @@ TEST(IndexCheck, ParentsAndTableTypesFollowTheBindings) {
          [](Index& x) { typeColl(x, "Ethernet1", Mirel::ipv6PortAcl_)->aclKeyDel(a3); },
          "intfAclMapping[Ethernet1] holds acl3/ipv6/in but "
          "intfAclTypeMapping[Ethernet1].aclTableTypeMapping[3] lacks it"},
+        {"an outbound count off",
+         [](Index& x) { typeColl(x, "Ethernet1", Mirel::ipv4PortAcl_)->outAclsIs(1); },
+         "intfAclTypeMapping[Ethernet1].aclTableTypeMapping[1] has outAcls 1 but 0 of its ACLs "
+         "are not inbound"},
     });
 }
 

@@ -75,16 +75,25 @@ void IntfAclTypeIndexSm::handleIntfAcl(const Zamu::IntfId& intf, const Ovin::Acl
     VORN_ASSERT(initialized());
     const Mirel::TableType tableType = getTableType(acl);
     Vorn::Ptr<IntfAclColl> acls = index_->intfAclMapping(intf);
+    const uint32_t out = acl.direction == Acl::aclDirectionIn ? 0 : 1;
     if (acls && acls->aclKey(acl)) {
-        index_->intfAclTypeMappingIs(intf)->aclTableTypeMappingIs(tableType)->aclKeyIs(acl);
+        Vorn::Ptr<AclTableTypeMapping> group =
+            index_->intfAclTypeMappingIs(intf)->aclTableTypeMappingIs(tableType);
+        if (!group->aclKey(acl)) {
+            group->aclKeyIs(acl);
+            group->outAclsIs(group->outAcls() + out);
+        }
         FLINQ(th, 8,
               "intfAclTypeMapping: " << intf << " " << tableType << " " << acl << " is Added");
         return;
     }
     index_->intfAclTypeMappingDelMember(intf, [&](IntfAclTableTypeColl& types) {
-        types.aclTableTypeMappingDelMember(tableType, [&](AclTableTypeMapping& acls) {
-            acls.aclKeyDel(acl);
-            return acls.aclKeys();
+        types.aclTableTypeMappingDelMember(tableType, [&](AclTableTypeMapping& group) {
+            if (group.aclKey(acl)) {
+                group.aclKeyDel(acl);
+                group.outAclsIs(group.outAcls() - out);
+            }
+            return group.aclKeys();
         });
         return types.aclTableTypeMappings();
     });

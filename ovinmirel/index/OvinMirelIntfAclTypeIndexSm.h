@@ -10,6 +10,7 @@
 //  1. acl is in intfAclTypeMapping[i].aclTableTypeMapping[getTableType(acl)] exactly when acl
 //     is in intfAclMapping[i].
 //  2. No empty entries: the last ACL of a type removes the type, the last type the interface.
+//  3. Each type's outAcls counts its ACLs that are not inbound.
 // Owns: the Index reference and the per-interface watchers.
 
 #include <memory>

@@ -64,6 +64,11 @@ TEST_F(IntfAclTypeIndexSmTest, AclsReachingAndLeavingAPortAreTracedWithTheirType
     w.bind(aclKey("r", Acl::aclTypeIpv4, 10), "Vlan10");
     w.bind(aclKey("m", Acl::aclTypeMac), "Vlan10");
     w.vlanMember(10, "Ethernet1", false);
+    // The outbound count follows an outbound ACL in and out, beside an inbound one.
+    const Ovin::AclKey out = aclKey("o", Acl::aclTypeIpv4, std::nullopt, Acl::aclDirectionOut);
+    w.bind(out, "Ethernet1");
+    expectConsistent();
+    w.bind(out, "Ethernet1", false);
     for (const char* line : {"intfAclTypeMapping: Ethernet1 1 p/ip/in is Added",
                              "intfAclTypeMapping: Ethernet1 2 r/ip/in/vlan10 is Added",
                              "intfAclTypeMapping: Ethernet1 5 m/mac/in is Removed"})
