@@ -55,6 +55,7 @@
 //     changes nothing (it cannot count twice).
 
 #include <memory>
+#include <vector>
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
 #include "ovinmirel/chip/OvinMirelAclIdAllocSm.h"
@@ -186,8 +187,20 @@ class GlueSm : public Vorn::StateMachine {
 
     void addChipMachines(Mirel::ChipId chip);
     void deleteChipMachines(Mirel::ChipId chip);
-    // Attempt-root content (step 4 of updateRootForChip).
-    void addAclsToRoot(Mirel::ChipId chip, uint32_t attempt, Mirel::RootConfig& rootConfig);
+    // Attempt-root content (step 4 of updateRootForChip), gathered before it is written: most
+    // cycles leave most chips as they were, and such a chip's content is compared with its
+    // active root, never written. The pointers are valid until something is written.
+    struct RootAcl {
+        const Ovin::AclKey* key;
+        const Mirel::AclIdTypeSet* ids;
+        const OvinMirelAcl* acl;  // whose shared lists the ids get
+    };
+    // The chip's ACLs that go into its root, in key order (the root's own), with their traces.
+    std::vector<RootAcl> rootAcls(Mirel::ChipId chip, uint32_t attempt) const;
+    static void addAclsToRoot(const std::vector<RootAcl>& acls, Mirel::RootConfig& rootConfig);
+    // True only when a root given `acls` would equal `root` (RootConfig::isEqual); ids that
+    // repeat across ACLs answer false and are left to the full comparison.
+    static bool sameContent(const std::vector<RootAcl>& acls, const Mirel::RootConfig& root);
     void traceRules(uint32_t rootId, const OvinMirelAcl& acl, Mirel::ProtocolType protocol) const;
     // What follows the last answer of each phase.
     void allRootsComputed();

@@ -99,7 +99,14 @@ void GlueSm::updateRootForChip(Mirel::ChipId chip) {
     const Vorn::Ptr<Mirel::RootStatus> rootStatus = statuses.rootStatusIs(attempt);
     rootStatus->initialize();
 
-    addAclsToRoot(chip, attempt, *rootConfig);
+    const uint32_t* active = glueStatus_->activeRootSmId(chip);
+    const Vorn::Ptr<Mirel::RootConfig> activeConfig =
+        active ? configs.rootConfig(*active) : Vorn::Ptr<Mirel::RootConfig>();
+    const std::vector<RootAcl> acls = rootAcls(chip, attempt);
+    // Most chips are unchanged in a cycle: their content is compared, never written.
+    const bool sameAsActive = activeConfig && sameContent(acls, *activeConfig);
+    if (!sameAsActive)
+        addAclsToRoot(acls, *rootConfig);
 
     if (instantiateRootSm()) {
         const Vorn::Ptr<Mirel::ChipConfig> chipConfig = pDConfig_->chipConfig(chip);
@@ -111,10 +118,7 @@ void GlueSm::updateRootForChip(Mirel::ChipId chip) {
     }
 
     // A chip whose new root is the one it runs takes no part in the cycle.
-    const uint32_t* active = glueStatus_->activeRootSmId(chip);
-    const Vorn::Ptr<Mirel::RootConfig> activeConfig =
-        active ? configs.rootConfig(*active) : Vorn::Ptr<Mirel::RootConfig>();
-    if (activeConfig && rootConfig->isEqual(*activeConfig)) {
+    if (sameAsActive || (activeConfig && rootConfig->isEqual(*activeConfig))) {
         configs.rootConfigDel(attempt);
         statuses.rootStatusDel(attempt);
         mirelRootSmColl_->rootSmDel(attempt);
@@ -128,11 +132,13 @@ void GlueSm::updateRootForChip(Mirel::ChipId chip) {
     rootConfig->mirelRootKickIs(activeRootKick_);
 }
 
-void GlueSm::addAclsToRoot(Mirel::ChipId chip, uint32_t attempt, Mirel::RootConfig& rootConfig) {
+std::vector<GlueSm::RootAcl> GlueSm::rootAcls(Mirel::ChipId chip, uint32_t attempt) const {
     Flinq::Handle& th = traceHandle();
+    std::vector<RootAcl> acls;
     const Vorn::Ptr<ChipAclColl> chipAcls = index_->chipAclMapping(chip);
     if (!chipAcls)
-        return;
+        return acls;
+    acls.reserve(chipAcls->aclIntfMappings());
     const Vorn::Ptr<AclIdResponse> response =
         glueStatus_->aclIdResponseColl()->chipAclIdResponse(chip);
     for (const auto& [key, aclIntf] : chipAcls->aclIntfMapping()) {
@@ -151,7 +157,7 @@ void GlueSm::addAclsToRoot(Mirel::ChipId chip, uint32_t attempt, Mirel::RootConf
         VORN_ASSERT(iterAcl);
         VORN_ASSERT_MSG(!(iterAcl->ipRuleByIds() > 0 && iterAcl->macRuleByIds() > 0),
                         "!( iterAcl->ipRuleByIds() > 0 && iterAcl->macRuleByIds() > 0 )");
-        rootConfig.aclKeyToAclIdTypeSetIs(key)->copyFrom(*ids);
+        acls.push_back({&key, &*ids, &*iterAcl});
         const bool split = !ids->aclIdType(Mirel::protocolAll_);
         if (split)
             VORN_ASSERT_MSG(iterAcl->macRuleByIds() == 0, "iterAcl->macRuleByIds() == 0");
@@ -159,13 +165,42 @@ void GlueSm::addAclsToRoot(Mirel::ChipId chip, uint32_t attempt, Mirel::RootConf
             FLINQ(th, 8,
                   RootPrefix{attempt} << "   AclId " << aclId << " created for " << key
                                       << " matching proto " << protocol);
-            // The store's shared list for this protocol class: nothing is copied.
-            rootConfig.aclIs(aclId)->ruleListIs(iterAcl->ruleList(protocol));
             // Walking the rules costs a pass over them: only when someone reads the lines.
             if (th.enabled(9))
                 traceRules(attempt, *iterAcl, protocol);
         }
     }
+    return acls;
+}
+
+void GlueSm::addAclsToRoot(const std::vector<RootAcl>& acls, Mirel::RootConfig& rootConfig) {
+    for (const RootAcl& a : acls) {
+        rootConfig.aclKeyToAclIdTypeSetIs(*a.key)->copyFrom(*a.ids);
+        // The store's shared list for each protocol class: nothing is copied.
+        for (const auto& [protocol, aclId] : a.ids->aclIdType())
+            rootConfig.aclIs(aclId)->ruleListIs(a.acl->ruleList(protocol));
+    }
+}
+
+bool GlueSm::sameContent(const std::vector<RootAcl>& acls, const Mirel::RootConfig& root) {
+    if (acls.size() != root.aclKeyToAclIdTypeSets())
+        return false;
+    // Both in key order: one pass pairs them.
+    auto entry = root.aclKeyToAclIdTypeSet().begin();
+    size_t ids = 0;
+    for (const RootAcl& a : acls) {
+        if (entry->first != *a.key || !entry->second->isEqual(*a.ids))
+            return false;
+        ++entry;
+        for (const auto& [protocol, aclId] : a.ids->aclIdType()) {
+            const Vorn::Ptr<Mirel::HwAcl> hwAcl = root.acl(aclId);
+            if (!hwAcl || !hwAcl->holdsRules(*a.acl->ruleList(protocol)))
+                return false;
+            ++ids;
+        }
+    }
+    // Every id found in the root and as many as it holds: no other entry.
+    return ids == root.acls();
 }
 
 void GlueSm::traceRules(uint32_t rootId, const OvinMirelAcl& acl,

@@ -123,6 +123,58 @@ TEST(GlueSmRoot, SplitAclGivesEachIdItsHalfOfTheSharedRules) {
     EXPECT_EQ(root->acl(*rest)->ruleList(), acl->ruleList(Mirel::protocolNonTcp_));
 }
 
+// An unchanged chip's root is compared with the active one and never written: each way the
+// content can differ still gives an attempt, which holds what the store holds.
+TEST(GlueSmRoot, AttemptRootFollowsEveryDifferenceFromTheActiveOne) {
+    struct Case {
+        const char* name;
+        void (*change)(GlueTest::World&);
+        std::vector<Ovin::AclKey> keys;  // of the new root; empty: the chip is skipped
+    };
+    const Case cases[] = {
+        {"nothing", [](GlueTest::World&) {}, {}},
+        {"a rule taken out and put back: a new list with the same rules",
+         [](GlueTest::World& w) {
+             const Vorn::Ptr<OvinMirelAcl> b = w.acls->acl(kB);
+             const auto [index, rule] = *b->ipRuleById().begin();
+             b->ipRuleByIdDel(index);
+             b->ipRuleByIdIs(index, rule);
+         },
+         {}},
+        {"a rule of the last ACL",
+         [](GlueTest::World& w) { w.acl(kB, {ipRule(10, "172.16.0.0", 12)}); },
+         {kA, kB}},
+        {"the last ACL unbound", [](GlueTest::World& w) { w.bind(kB, eth(1), false); }, {kA}},
+        {"the first ACL unbound", [](GlueTest::World& w) { w.bind(kA, eth(1), false); }, {kB}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bench b(1);
+        b.changeAndKick();
+        b.w.settle();
+        ASSERT_EQ(b.w.activeRoot(1), 3u);
+        c.change(b.w);
+        Flinq::Capture capture;
+        b.w.kick();
+        b.w.settle();
+        EXPECT_EQ(capture.has("1:2  RootConfig not changed. Skipped."), c.keys.empty());
+        EXPECT_EQ(b.w.activeRoot(1), c.keys.empty() ? 3u : 2u);
+        const Vorn::Ptr<Mirel::RootConfig> root =
+            b.w.glueStatus->rootConfigColl()->rootConfig(*b.w.activeRoot(1));
+        ASSERT_TRUE(root);
+        if (!c.keys.empty()) {
+            EXPECT_EQ(root->aclKeyToAclIdTypeSet().keys(), c.keys);
+        }
+        for (const auto& [key, ids] : root->aclKeyToAclIdTypeSet()) {
+            for (const auto& [protocol, id] : ids->aclIdType()) {
+                ASSERT_TRUE(root->acl(id));
+                EXPECT_TRUE(root->acl(id)->holdsRules(*b.w.acls->acl(key)->ruleList(protocol)))
+                    << key;
+            }
+        }
+    }
+}
+
 TEST(GlueSmRootDeathTest, SplitMacAclStopsTheProcess) {
     GlueTest::World w;
     w.addChip(1);

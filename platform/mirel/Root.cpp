@@ -79,8 +79,8 @@ void HwAcl::ruleListIs(const AclRuleListPtr& list) {
     ruleList_.set(list);
 }
 
-bool HwAcl::isEqual(const HwAcl& other) const {
-    return ruleList() == other.ruleList() || ruleList()->sameRules(*other.ruleList());
+bool HwAcl::holdsRules(const AclRuleList& list) const {
+    return ruleList()->sameRules(list);
 }
 
 bool RootConfig::isEqual(const RootConfig& other) const {

@@ -62,7 +62,9 @@ class HwAcl : public Vorn::Entity {
     VORN_ATTR_STORAGE(AclRuleListPtr, ruleList, AclRuleList::emptyList())
 
     // The same list, or lists with the same rules at the same indexes (the id is not compared).
-    bool isEqual(const HwAcl& other) const;
+    bool isEqual(const HwAcl& other) const { return holdsRules(*other.ruleList()); }
+    // Whether this ACL would be equal to one given `list`.
+    bool holdsRules(const AclRuleList& list) const;
 
   private:
     const AclId aclId_;
