@@ -349,6 +349,17 @@ TEST_F(OvinAclSmTest, AnEditedAclIsRecreatedWithItsBindingsAndKeepsUnchangedRule
         EXPECT_EQ(held(k)->intf, intf);  // re-created where it was
         EXPECT_EQ(published(k), "installed/0: ");
     }
+
+    // Edited while losing a binding: that interface alone is unbound, the kept one is not.
+    bind("Ethernet2", "a");
+    run();
+    helper_->unbound.clear();
+    rule("a", Acl::aclTypeIpv4, "20 permit udp any any eq 55");
+    unbind("Ethernet1");
+    run();
+    ASSERT_NE(held(key("a")), nullptr);
+    EXPECT_EQ(held(key("a"))->intf, std::set<IntfId>{IntfId("Ethernet2")});
+    EXPECT_EQ(helper_->unbound, std::vector<std::string>{"Ethernet1 freed"});
 }
 
 TEST_F(OvinAclSmTest, ARefusedRuleFailsItsAclAloneAndTheEarlierVersionStays) {
