@@ -177,7 +177,7 @@ TEST_F(OvinMirelAclSmTest, ABurstIsOneUpdateInTheEngineOrder) {
     EXPECT_EQ(kicks, 1);
     EXPECT_TRUE(
         std::regex_match(helperCalls(cap),
-                         std::regex("removeIntfFromAcl removeAcl destroyAcl "  // web re-created
+                         std::regex("removeAcl destroyAcl "  // web re-created
                                     "precreateAcl (createIpAclSubrule ){2}createFinalAclRule "  //
                                     "removeIntfFromAcl "  // deny unbound
                                     "prepareToCommit commitAcl removeAcl destroyAcl ")))

@@ -478,9 +478,11 @@ std::optional<AclSm::Failure> AclSm::createSubrules(const AclKey& key, const Ver
     return std::nullopt;
 }
 
-void AclSm::tearDown(const AclData& data) {
-    for (const Zamu::IntfId& intf : data.intf)
-        aclHelper_->removeIntfFromAcl(intf, data, false);
+void AclSm::tearDown(const AclData& data, const std::set<Zamu::IntfId>& rebound) {
+    for (const Zamu::IntfId& intf : data.intf) {
+        if (!rebound.contains(intf))
+            aclHelper_->removeIntfFromAcl(intf, data, false);
+    }
     aclHelper_->removeAcl(data);
     aclHelper_->destroyAcl(data);
 }
@@ -595,7 +597,9 @@ void AclSm::runUpdate() {
         if (inst != installed_.end()) {
             intf = supportedIntfs(key, d.intf, inst->second.data.intf);
             touched.insert(inst->second.data.intf.begin(), inst->second.data.intf.end());
-            tearDown(inst->second.data);
+            // Unbinding an interface the new version binds again at once would ripple through
+            // the store's readers twice for nothing: precreateAcl binds it back.
+            tearDown(inst->second.data, intf);
             old = std::move(inst->second);
             installed_.erase(inst);
         } else {

@@ -29,7 +29,9 @@
 //   1. For each applied ACL (Ovin::AclKey, key order) that is new or whose rules changed:
 //      precreateAcl with its interfaces, one creation call per subrule, createFinalAclRule.
 //      The helper cannot delete one subrule, so an ACL whose rules changed is re-created:
-//      removeIntfFromAcl for each interface, removeAcl, destroyAcl, then the creation above.
+//      removeIntfFromAcl for each interface it loses, removeAcl, destroyAcl, then the creation
+//      above. The interfaces it keeps are not unbound first: precreateAcl binds them again
+//      in one call, so each of them is written once instead of removed and added back.
 //   2. Bindings of the other ACLs: removeIntfFromAcl for each interface that lost the ACL
 //      (also every interface of an ACL no longer applied), then addIntfToAcl for each that
 //      gained it. belongsToAnother says whether the interface keeps an ACL of the same type
@@ -303,7 +305,9 @@ class AclSm : public Vorn::StateMachine {
                                  const std::set<Zamu::IntfId>& intf, Installed& out);
     std::optional<Failure> createSubrules(const AclKey& key, const Version& v, const AclData& data,
                                           const std::vector<Subrule>& subrules);
-    void tearDown(const AclData& data);
+    // Takes the ACL out of the helper: unbinds it from its interfaces other than `rebound`
+    // (those the version re-created next binds again), then removeAcl and destroyAcl.
+    void tearDown(const AclData& data, const std::set<Zamu::IntfId>& rebound = {});
     std::set<Zamu::IntfId> supportedIntfs(const AclKey& key, const std::set<Zamu::IntfId>& want,
                                           const std::set<Zamu::IntfId>& have);
     void requestDpAclUpdate();

@@ -59,6 +59,9 @@ class StoreHelper : public OvinHelper::AclHelper {
     int kicks = 0;
     std::vector<std::string> blocking;  // "+Ethernet1", "-Ethernet1"
     std::vector<std::string> unbound;   // "Ethernet1 freed", "Ethernet1 to another"
+    // ACLs destroyed while still bound, with those interfaces: only a re-creation may do
+    // that, and its precreateAcl must bind every one of them again.
+    std::map<AclKey, std::set<IntfId>> leftBound;
 
     Ovin::AclCreateError createIpAclSubrule(Acl::AclType, const Acl::RuleConfig& rule,
                                             Acl::UniqueId id, const Ovin::AclData& d,
@@ -99,15 +102,17 @@ class StoreHelper : public OvinHelper::AclHelper {
     }
     Ovin::AclCreateError precreateAcl(const Ovin::AclData& d, Ovin::AclDataStatus&) override {
         EXPECT_FALSE(store.contains(d.key)) << "precreated twice: " << d.key;
+        for (const IntfId& intf : leftBound[d.key])
+            EXPECT_TRUE(d.intf.contains(intf)) << d.key << " left bound on " << intf;
+        leftBound.erase(d.key);
         store[d.key].intf = d.intf;
         return Ovin::aclCreateOk;
     }
-    void removeAcl(const Ovin::AclData& d) override {
-        EXPECT_TRUE(store.at(d.key).intf.empty()) << "removed while still bound: " << d.key;
-        store.at(d.key).inUse = false;
-    }
+    void removeAcl(const Ovin::AclData& d) override { store.at(d.key).inUse = false; }
     void destroyAcl(const Ovin::AclData& d) override {
         EXPECT_FALSE(store.at(d.key).inUse) << "destroyed before removal: " << d.key;
+        if (!store.at(d.key).intf.empty())
+            leftBound[d.key] = store.at(d.key).intf;
         store.erase(d.key);
     }
     void prepareToCommit() override { ++kicks; }
@@ -161,7 +166,11 @@ class OvinAclSmTest : public ::testing::Test {
                 Acl::AclDirection dir = Acl::aclDirectionIn) {
         intfConfig_->appliedAclDel({IntfId(intf), type, dir});
     }
-    void run() { wheel_.runUntilIdle(); }
+    void run() {
+        wheel_.runUntilIdle();
+        for (const auto& [k, intf] : helper_->leftBound)
+            ADD_FAILURE() << "destroyed while still bound: " << k;
+    }
     static AclKey key(const std::string& name, Acl::AclType type = Acl::aclTypeIpv4,
                       std::optional<int> vlan = std::nullopt) {
         AclKey k;
@@ -285,9 +294,8 @@ TEST_F(OvinAclSmTest, ABurstOfChangesIsOneUpdate) {
     EXPECT_EQ(helper_->kicks, 2);
     ASSERT_EQ(holds(), (Holds{{key("a"), {"Ethernet1", "Ethernet2", "Ethernet3"}}}));
     EXPECT_EQ(held(key("a"))->entries.size(), 3u);
-    // a's re-creation frees Ethernet1 for a moment; Ethernet2 passes from b to a.
-    EXPECT_EQ(helper_->unbound,
-              (std::vector<std::string>{"Ethernet1 freed", "Ethernet2 to another"}));
+    // a's re-creation keeps Ethernet1 bound; Ethernet2 passes from b to a.
+    EXPECT_EQ(helper_->unbound, (std::vector<std::string>{"Ethernet2 to another"}));
 
     // A pass with nothing new calls nothing.
     sm_->handleUpdateTimer();
@@ -341,6 +349,17 @@ TEST_F(OvinAclSmTest, AnEditedAclIsRecreatedWithItsBindingsAndKeepsUnchangedRule
         EXPECT_EQ(held(k)->intf, intf);  // re-created where it was
         EXPECT_EQ(published(k), "installed/0: ");
     }
+
+    // Edited while losing a binding: that interface alone is unbound, the kept one is not.
+    bind("Ethernet2", "a");
+    run();
+    helper_->unbound.clear();
+    rule("a", Acl::aclTypeIpv4, "20 permit udp any any eq 55");
+    unbind("Ethernet1");
+    run();
+    ASSERT_NE(held(key("a")), nullptr);
+    EXPECT_EQ(held(key("a"))->intf, std::set<IntfId>{IntfId("Ethernet2")});
+    EXPECT_EQ(helper_->unbound, std::vector<std::string>{"Ethernet1 freed"});
 }
 
 TEST_F(OvinAclSmTest, ARefusedRuleFailsItsAclAloneAndTheEarlierVersionStays) {
