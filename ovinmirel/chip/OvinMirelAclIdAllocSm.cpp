@@ -92,17 +92,35 @@ void AclIdAllocSm::allocateAclId() {
         aclIdResponse_->responseDelAll();
         return;
     }
-    // Entries of ACLs the chip no longer carries go; the walk below reaches every other one.
-    std::vector<Ovin::AclKey> gone;
-    for (const auto& [key, entry] : aclIdResponse_->response()) {
-        if (!chipAclColl_->aclIntfMapping(key))
-            gone.push_back(key);
+    // The chip's ACLs and the response are both ordered by ACL key, so one walk over the two
+    // finds each ACL's entry without a lookup; an entry passed over belongs to an ACL the chip
+    // no longer carries and goes. Nothing told of a response write touches the Index (its
+    // readers wait for the next cycle state), so both walks stay valid; the reference keeps
+    // the chip's entry alive whatever happens.
+    const Vorn::Ptr<const ChipAclColl> chipAclColl = chipAclColl_;
+    const auto& response = aclIdResponse_->response();
+    auto next = response.begin();
+    auto dropNext = [&] {
+        const Ovin::AclKey gone = next->first;
+        ++next;
+        aclIdResponse_->responseDel(gone);
+    };
+    for (const auto& [key, intfs] : chipAclColl->aclIntfMapping()) {
+        Vorn::Ptr<Mirel::AclIdTypeSet> entry;
+        while (next != response.end()) {
+            const auto order = next->first <=> key;
+            if (order > 0)
+                break;
+            if (order == 0) {
+                entry = (next++)->second;
+                break;
+            }
+            dropNext();
+        }
+        allocate(key, std::move(entry));
     }
-    for (const Ovin::AclKey& key : gone)
-        aclIdResponse_->responseDel(key);
-    // A copy of the keys: readers of the response run while it is written.
-    for (const Ovin::AclKey& key : chipAclColl_->aclIntfMapping().keys())
-        allocateAclId(key);
+    while (next != response.end())
+        dropNext();
 }
 
 void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
@@ -111,22 +129,30 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
     // clang-format off
     VORN_ASSERT(chipAclColl()->aclIntfMapping( key ));
     // clang-format on
+    allocate(key, aclIdResponse_->response(key));
+}
+
+void AclIdAllocSm::allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeSet> entry) {
     FLINQ(th, 8, "  allocateAclId " << key);
     const uint32_t max = chipRuleListIdMax();
     // The full counter here; the per-id tests below compare the stored 8-bit id.
     if (max < chipRuleListIdVal_) {
         // Never reached in this cycle: no entry (one left from the cycle before goes).
-        aclIdResponse_->responseDel(key);
+        if (entry)
+            aclIdResponse_->responseDel(key);
         rangeExhausted(key);
         return;
     }
     const Mirel::TableType tableType = IntfAclTypeIndexSm::getTableType(key);
     const Acl::AclDirection direction = key.direction;
+    // One store lookup serves the check and the split decision.
+    const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
     // clang-format off
-    VORN_ASSERT_MSG(ovinMirelAclColl()->acl(key), "ovinMirelAclColl()->aclHas( key )");
+    VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
     // clang-format on
     // Created before any id is known: an exhausted ACL keeps its (maybe partly filled) entry.
-    Vorn::Ptr<Mirel::AclIdTypeSet> entry = aclIdResponse_->responseIs(key);
+    if (!entry)
+        entry = aclIdResponse_->responseIs(key);
     TakenIds taken;
     auto take = [&](Mirel::ProtocolType protocolType) {
         const Mirel::AclId aclId = getAclId(tableType, direction);
@@ -137,7 +163,7 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
         return true;
     };
     bool fits = true;
-    if (shouldSplitOnProtocolType(key)) {
+    if (shouldSplitOnProtocolType(key, *acl)) {
         for (Mirel::ProtocolType protocolType : kSplitProtocolTypes) {
             fits = take(protocolType);
             if (!fits)
@@ -187,6 +213,15 @@ Mirel::AclId AclIdAllocSm::getAclId(Mirel::TableType tableType, Acl::AclDirectio
 }
 
 bool AclIdAllocSm::shouldSplitOnProtocolType(const Ovin::AclKey& key) const {
+    const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
+    // clang-format off
+    VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
+    // clang-format on
+    return shouldSplitOnProtocolType(key, *acl);
+}
+
+bool AclIdAllocSm::shouldSplitOnProtocolType(const Ovin::AclKey& key,
+                                             const OvinMirelAcl& acl) const {
     if (!chipHwCapability_ || !chipHwCapability_->aclSplitOnProtocolSupported()) {
         FLINQ(th, 2, "  splitting on protocol not supported");
         return false;
@@ -195,17 +230,13 @@ bool AclIdAllocSm::shouldSplitOnProtocolType(const Ovin::AclKey& key) const {
         FLINQ(th, 2, "  splitting on protocol not supported on mac acls");
         return false;
     }
-    const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
-    // clang-format off
-    VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
-    // clang-format on
-    const uint32_t* tcp = acl->ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kTcp));
+    const uint32_t* tcp = acl.ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kTcp));
     if (!tcp || *tcp == 0) {
         FLINQ(th, 2, "  acl contains no tcp rules, not splitting");
         return false;
     }
-    const uint32_t* anyIp = acl->ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kAny));
-    if (*tcp + (anyIp ? *anyIp : 0) == acl->ipRuleByIds()) {
+    const uint32_t* anyIp = acl.ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kAny));
+    if (*tcp + (anyIp ? *anyIp : 0) == acl.ipRuleByIds()) {
         FLINQ(th, 2, "  acl contains only tcp or ip rules, not splitting");
         return false;
     }

@@ -98,10 +98,14 @@ class AclIdAllocSm : public Vorn::StateMachine {
     uint32_t getChipRuleListId();
     // {tableType, the next id truncated to its 8 bits, direction}.
     Mirel::AclId getAclId(Mirel::TableType tableType, Acl::AclDirection direction);
-    // Whether the ACL gets a TCP list and a list for the rest; traces the reason.
+    // Whether the ACL gets a TCP list and a list for the rest; traces the reason. REQUIRES:
+    // the store holds the ACL.
     bool shouldSplitOnProtocolType(const Ovin::AclKey& key) const;
 
   private:
+    // allocateAclId(key) once the ACL's response entry is known (null when it has none).
+    void allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeSet> entry);
+    bool shouldSplitOnProtocolType(const Ovin::AclKey& key, const OvinMirelAcl& acl) const;
     // The ids one ACL took in this cycle, in the order taken: at most two, kept in place (an
     // allocation per ACL and cycle would cost more than the numbering itself).
     struct TakenIds {

@@ -340,6 +340,15 @@ TEST_F(AclIdAllocSmTest, ACycleWritesOnlyTheIdsThatDiffer) {
     cycle();
     EXPECT_EQ(ids(kChip1), (Strings{"c/ip/in tcp:0 nonTcp:1", "e/ip/in all:2", "f/ip/in all:3"}));
     EXPECT_FALSE(sm->chipRuleListIdExhausted());
+
+    // ACLs going before, coming between and going after one that stays, in one cycle.
+    writes.clear();
+    w.bind(aclKey("c"), "Ethernet1", false);
+    w.bind(aclKey("d"), "Ethernet1");
+    w.bind(aclKey("f"), "Ethernet1", false);
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"d/ip/in all:0", "e/ip/in all:1"}));
+    EXPECT_EQ(writes, (Strings{"c/ip/in", "d/ip/in", "d/ip/in all", "e/ip/in all", "f/ip/in"}));
 }
 
 TEST_F(AclIdAllocSmTest, ADeletedMachineNoLongerAllocates) {
