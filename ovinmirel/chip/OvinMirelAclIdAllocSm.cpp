@@ -55,6 +55,7 @@ void AclIdAllocSm::handleInitialized() {
     chipAclMappingSub_ =
         index_->chipAclMappingNotify([this](Mirel::ChipId chip) { handleChipAclColl(chip); });
     glueSmStateSub_ = glueStatus_->glueSmStateNotify([this] { handleGlueSmState(); });
+    storeSub_ = ovinMirelAclColl_->aclNotify([this](const Ovin::AclKey&) { storeAcl_.clear(); });
     handleChipAclColl(chipId_);
 }
 
@@ -62,6 +63,8 @@ void AclIdAllocSm::handleDelete() {
     FLINQ(th, 2, "Chip-" << chipId_ << " handleDelete");
     chipAclMappingSub_.reset();
     glueSmStateSub_.reset();
+    storeSub_.reset();
+    storeAcl_.clear();
     StateMachine::handleDelete();
 }
 
@@ -90,37 +93,52 @@ void AclIdAllocSm::allocateAclId() {
     chipRuleListIdExhausted_.set(false);
     if (!chipAclColl_) {
         aclIdResponse_->responseDelAll();
+        storeAcl_.clear();
         return;
     }
-    // The chip's ACLs and the response are both ordered by ACL key, so one walk over the two
-    // finds each ACL's entry without a lookup; an entry passed over belongs to an ACL the chip
-    // no longer carries and goes. Nothing told of a response write touches the Index (its
-    // readers wait for the next cycle state), so both walks stay valid; the reference keeps
-    // the chip's entry alive whatever happens.
+    // The chip's ACLs, the response and the store cache are all ordered by ACL key, so one
+    // walk over them finds each ACL's entry and store record without a lookup; an entry passed
+    // over belongs to an ACL the chip no longer carries and goes. No reader woken by a response
+    // write touches the Index or the store (they wait for the next cycle state), so the walks
+    // stay valid; the reference keeps the chip's entry alive whatever happens.
     const Vorn::Ptr<const ChipAclColl> chipAclColl = chipAclColl_;
     const auto& response = aclIdResponse_->response();
-    auto next = response.begin();
-    auto dropNext = [&] {
-        const Ovin::AclKey gone = next->first;
-        ++next;
+    auto nextEntry = response.begin();
+    auto dropEntry = [this](auto it) {
+        const Ovin::AclKey gone = (it++)->first;
         aclIdResponse_->responseDel(gone);
+        return it;
     };
+    auto nextAcl = storeAcl_.cbegin();
+    auto dropAcl = [this](auto it) { return storeAcl_.erase(it); };
     for (const auto& [key, intfs] : chipAclColl->aclIntfMapping()) {
         Vorn::Ptr<Mirel::AclIdTypeSet> entry;
-        while (next != response.end()) {
-            const auto order = next->first <=> key;
-            if (order > 0)
-                break;
-            if (order == 0) {
-                entry = (next++)->second;
-                break;
-            }
-            dropNext();
-        }
-        allocate(key, std::move(entry));
+        if (seek(response, nextEntry, key, dropEntry))
+            entry = (nextEntry++)->second;
+        Vorn::Ptr<const OvinMirelAcl> acl;
+        if (seek(storeAcl_, nextAcl, key, dropAcl))
+            acl = (nextAcl++)->second;
+        else if ((acl = ovinMirelAclColl_->acl(key)))
+            storeAcl_.emplace_hint(nextAcl, key, acl);
+        allocate(key, std::move(entry), acl.ptr());
     }
-    while (next != response.end())
-        dropNext();
+    while (nextEntry != response.end())
+        nextEntry = dropEntry(nextEntry);
+    storeAcl_.erase(nextAcl, storeAcl_.end());
+}
+
+template <class Map, class Drop>
+bool AclIdAllocSm::seek(const Map& map, typename Map::const_iterator& it, const Ovin::AclKey& key,
+                        Drop&& drop) {
+    while (it != map.end()) {
+        const auto order = it->first <=> key;
+        if (order == 0)
+            return true;
+        if (order > 0)
+            return false;
+        it = drop(it);
+    }
+    return false;
 }
 
 void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
@@ -129,10 +147,11 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
     // clang-format off
     VORN_ASSERT(chipAclColl()->aclIntfMapping( key ));
     // clang-format on
-    allocate(key, aclIdResponse_->response(key));
+    allocate(key, aclIdResponse_->response(key), ovinMirelAclColl_->acl(key).ptr());
 }
 
-void AclIdAllocSm::allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeSet> entry) {
+void AclIdAllocSm::allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeSet> entry,
+                            const OvinMirelAcl* acl) {
     FLINQ(th, 8, "  allocateAclId " << key);
     const uint32_t max = chipRuleListIdMax();
     // The full counter here; the per-id tests below compare the stored 8-bit id.
@@ -145,8 +164,6 @@ void AclIdAllocSm::allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeS
     }
     const Mirel::TableType tableType = IntfAclTypeIndexSm::getTableType(key);
     const Acl::AclDirection direction = key.direction;
-    // One store lookup serves the check and the split decision.
-    const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
     // clang-format off
     VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
     // clang-format on
@@ -178,6 +195,11 @@ void AclIdAllocSm::allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeS
 }
 
 void AclIdAllocSm::writeIds(Mirel::AclIdTypeSet& entry, const TakenIds& taken) {
+    // Both in protocol order: most cycles find every entry as it was and stop here.
+    if (std::ranges::equal(entry.aclIdType(), taken, [](const auto& stored, const auto& t) {
+            return stored.first == t.first && stored.second == t.second;
+        }))
+        return;
     auto isTaken = [&](Mirel::ProtocolType protocolType) {
         return std::ranges::any_of(taken, [&](const auto& t) { return t.first == protocolType; });
     };

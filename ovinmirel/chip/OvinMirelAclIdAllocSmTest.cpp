@@ -351,6 +351,23 @@ TEST_F(AclIdAllocSmTest, ACycleWritesOnlyTheIdsThatDiffer) {
     EXPECT_EQ(writes, (Strings{"c/ip/in", "d/ip/in", "d/ip/in all", "e/ip/in all", "f/ip/in"}));
 }
 
+// The allocator keeps the store's records between cycles; an ACL destroyed and made anew
+// (as the agent does, unbound first) is read afresh.
+TEST_F(AclIdAllocSmTest, AnAclMadeAnewIsReadAfresh) {
+    allocator(kChip1, Capability{.split = true});
+    for (const char* name : {"a", "b"})
+        w.bind(aclKey(name), "Ethernet1");
+    cycle();
+    ASSERT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:1"}));
+    w.bind(aclKey("a"), "Ethernet1", false);
+    w.acls->aclDel(aclKey("a"));
+    ipRule(aclKey("a"), Zamu::IpProto::kTcp);
+    ipRule(aclKey("a"), Zamu::IpProto::kUdp);
+    w.bind(aclKey("a"), "Ethernet1");
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in tcp:0 nonTcp:1", "b/ip/in all:2"}));
+}
+
 TEST_F(AclIdAllocSmTest, ADeletedMachineNoLongerAllocates) {
     allocator(kChip1, Capability{});
     w.bind(aclKey("a"), "Ethernet1");
