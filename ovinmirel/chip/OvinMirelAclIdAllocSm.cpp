@@ -55,6 +55,7 @@ void AclIdAllocSm::handleInitialized() {
     chipAclMappingSub_ =
         index_->chipAclMappingNotify([this](Mirel::ChipId chip) { handleChipAclColl(chip); });
     glueSmStateSub_ = glueStatus_->glueSmStateNotify([this] { handleGlueSmState(); });
+    storeSub_ = ovinMirelAclColl_->aclNotify([this](const Ovin::AclKey&) { storeAcl_.clear(); });
     handleChipAclColl(chipId_);
 }
 
@@ -62,6 +63,8 @@ void AclIdAllocSm::handleDelete() {
     FLINQ(th, 2, "Chip-" << chipId_ << " handleDelete");
     chipAclMappingSub_.reset();
     glueSmStateSub_.reset();
+    storeSub_.reset();
+    storeAcl_.clear();
     StateMachine::handleDelete();
 }
 
@@ -90,19 +93,52 @@ void AclIdAllocSm::allocateAclId() {
     chipRuleListIdExhausted_.set(false);
     if (!chipAclColl_) {
         aclIdResponse_->responseDelAll();
+        storeAcl_.clear();
         return;
     }
-    // Entries of ACLs the chip no longer carries go; the walk below reaches every other one.
-    std::vector<Ovin::AclKey> gone;
-    for (const auto& [key, entry] : aclIdResponse_->response()) {
-        if (!chipAclColl_->aclIntfMapping(key))
-            gone.push_back(key);
+    // The chip's ACLs, the response and the store cache are all ordered by ACL key, so one
+    // walk over them finds each ACL's entry and store record without a lookup; an entry passed
+    // over belongs to an ACL the chip no longer carries and goes. No reader woken by a response
+    // write touches the Index or the store (they wait for the next cycle state), so the walks
+    // stay valid; the reference keeps the chip's entry alive whatever happens.
+    const Vorn::Ptr<const ChipAclColl> chipAclColl = chipAclColl_;
+    const auto& response = aclIdResponse_->response();
+    auto nextEntry = response.begin();
+    auto dropEntry = [this](auto it) {
+        const Ovin::AclKey gone = (it++)->first;
+        aclIdResponse_->responseDel(gone);
+        return it;
+    };
+    auto nextAcl = storeAcl_.cbegin();
+    auto dropAcl = [this](auto it) { return storeAcl_.erase(it); };
+    for (const auto& [key, intfs] : chipAclColl->aclIntfMapping()) {
+        Vorn::Ptr<Mirel::AclIdTypeSet> entry;
+        if (seek(response, nextEntry, key, dropEntry))
+            entry = (nextEntry++)->second;
+        Vorn::Ptr<const OvinMirelAcl> acl;
+        if (seek(storeAcl_, nextAcl, key, dropAcl))
+            acl = (nextAcl++)->second;
+        else if ((acl = ovinMirelAclColl_->acl(key)))
+            storeAcl_.emplace_hint(nextAcl, key, acl);
+        allocate(key, std::move(entry), acl.ptr());
     }
-    for (const Ovin::AclKey& key : gone)
-        aclIdResponse_->responseDel(key);
-    // A copy of the keys: readers of the response run while it is written.
-    for (const Ovin::AclKey& key : chipAclColl_->aclIntfMapping().keys())
-        allocateAclId(key);
+    while (nextEntry != response.end())
+        nextEntry = dropEntry(nextEntry);
+    storeAcl_.erase(nextAcl, storeAcl_.end());
+}
+
+template <class Map, class Drop>
+bool AclIdAllocSm::seek(const Map& map, typename Map::const_iterator& it, const Ovin::AclKey& key,
+                        Drop&& drop) {
+    while (it != map.end()) {
+        const auto order = it->first <=> key;
+        if (order == 0)
+            return true;
+        if (order > 0)
+            return false;
+        it = drop(it);
+    }
+    return false;
 }
 
 void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
@@ -111,22 +147,29 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
     // clang-format off
     VORN_ASSERT(chipAclColl()->aclIntfMapping( key ));
     // clang-format on
+    allocate(key, aclIdResponse_->response(key), ovinMirelAclColl_->acl(key).ptr());
+}
+
+void AclIdAllocSm::allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeSet> entry,
+                            const OvinMirelAcl* acl) {
     FLINQ(th, 8, "  allocateAclId " << key);
     const uint32_t max = chipRuleListIdMax();
     // The full counter here; the per-id tests below compare the stored 8-bit id.
     if (max < chipRuleListIdVal_) {
         // Never reached in this cycle: no entry (one left from the cycle before goes).
-        aclIdResponse_->responseDel(key);
+        if (entry)
+            aclIdResponse_->responseDel(key);
         rangeExhausted(key);
         return;
     }
     const Mirel::TableType tableType = IntfAclTypeIndexSm::getTableType(key);
     const Acl::AclDirection direction = key.direction;
     // clang-format off
-    VORN_ASSERT_MSG(ovinMirelAclColl()->acl(key), "ovinMirelAclColl()->aclHas( key )");
+    VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
     // clang-format on
     // Created before any id is known: an exhausted ACL keeps its (maybe partly filled) entry.
-    Vorn::Ptr<Mirel::AclIdTypeSet> entry = aclIdResponse_->responseIs(key);
+    if (!entry)
+        entry = aclIdResponse_->responseIs(key);
     TakenIds taken;
     auto take = [&](Mirel::ProtocolType protocolType) {
         const Mirel::AclId aclId = getAclId(tableType, direction);
@@ -137,7 +180,7 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
         return true;
     };
     bool fits = true;
-    if (shouldSplitOnProtocolType(key)) {
+    if (shouldSplitOnProtocolType(key, *acl)) {
         for (Mirel::ProtocolType protocolType : kSplitProtocolTypes) {
             fits = take(protocolType);
             if (!fits)
@@ -152,6 +195,11 @@ void AclIdAllocSm::allocateAclId(const Ovin::AclKey& key) {
 }
 
 void AclIdAllocSm::writeIds(Mirel::AclIdTypeSet& entry, const TakenIds& taken) {
+    // Both in protocol order: most cycles find every entry as it was and stop here.
+    if (std::ranges::equal(entry.aclIdType(), taken, [](const auto& stored, const auto& t) {
+            return stored.first == t.first && stored.second == t.second;
+        }))
+        return;
     auto isTaken = [&](Mirel::ProtocolType protocolType) {
         return std::ranges::any_of(taken, [&](const auto& t) { return t.first == protocolType; });
     };
@@ -187,6 +235,15 @@ Mirel::AclId AclIdAllocSm::getAclId(Mirel::TableType tableType, Acl::AclDirectio
 }
 
 bool AclIdAllocSm::shouldSplitOnProtocolType(const Ovin::AclKey& key) const {
+    const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
+    // clang-format off
+    VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
+    // clang-format on
+    return shouldSplitOnProtocolType(key, *acl);
+}
+
+bool AclIdAllocSm::shouldSplitOnProtocolType(const Ovin::AclKey& key,
+                                             const OvinMirelAcl& acl) const {
     if (!chipHwCapability_ || !chipHwCapability_->aclSplitOnProtocolSupported()) {
         FLINQ(th, 2, "  splitting on protocol not supported");
         return false;
@@ -195,17 +252,13 @@ bool AclIdAllocSm::shouldSplitOnProtocolType(const Ovin::AclKey& key) const {
         FLINQ(th, 2, "  splitting on protocol not supported on mac acls");
         return false;
     }
-    const Vorn::Ptr<OvinMirelAcl> acl = ovinMirelAclColl_->acl(key);
-    // clang-format off
-    VORN_ASSERT_MSG(acl, "ovinMirelAclColl()->aclHas( key )");
-    // clang-format on
-    const uint32_t* tcp = acl->ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kTcp));
+    const uint32_t* tcp = acl.ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kTcp));
     if (!tcp || *tcp == 0) {
         FLINQ(th, 2, "  acl contains no tcp rules, not splitting");
         return false;
     }
-    const uint32_t* anyIp = acl->ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kAny));
-    if (*tcp + (anyIp ? *anyIp : 0) == acl->ipRuleByIds()) {
+    const uint32_t* anyIp = acl.ruleCountByProtocol(Zamu::IpProto(Zamu::IpProto::kAny));
+    if (*tcp + (anyIp ? *anyIp : 0) == acl.ipRuleByIds()) {
         FLINQ(th, 2, "  acl contains only tcp or ip rules, not splitting");
         return false;
     }

@@ -6,8 +6,8 @@
 // protocols.
 //
 // Watches: Index.chipAclMapping (keeps chipAclColl pointing at this chip's entry);
-//          GlueStatus.glueSmState (allocates on aclIdAlloc). Both from handleInitialized on,
-//          until handleDelete.
+//          GlueStatus.glueSmState (allocates on aclIdAlloc); the store's acl collection
+//          (empties the record cache below). All from handleInitialized on, until handleDelete.
 // Reads:   the chip's ChipHwCapability (chipRuleListIdMax, chipRuleListIdReservedPermitAll,
 //          aclSplitOnProtocolSupported; taken as 0, 255 and false when the chip has none);
 //          the ACL store (per-protocol rule counts of an ACL).
@@ -22,11 +22,14 @@
 //     getChipRuleListId for the wrap of the 8-bit stored id).
 //  3. chipRuleListIdExhausted is true exactly when some ACL of the cycle ran out of range;
 //     allocation still goes on for the later ACLs.
-// Owns: shared references to its inputs and to the chip's AclIdResponse.
+// Owns: shared references to its inputs and to the chip's AclIdResponse; the store records of
+//       the ACLs its last cycle reached, in key order, which a cycle walks alongside the chip's
+//       ACLs and the response instead of looking each ACL up.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <utility>
 
 #include "ovinmirel/acl/OvinMirelAcl.h"
@@ -98,10 +101,21 @@ class AclIdAllocSm : public Vorn::StateMachine {
     uint32_t getChipRuleListId();
     // {tableType, the next id truncated to its 8 bits, direction}.
     Mirel::AclId getAclId(Mirel::TableType tableType, Acl::AclDirection direction);
-    // Whether the ACL gets a TCP list and a list for the rest; traces the reason.
+    // Whether the ACL gets a TCP list and a list for the rest; traces the reason. REQUIRES:
+    // the store holds the ACL.
     bool shouldSplitOnProtocolType(const Ovin::AclKey& key) const;
 
   private:
+    // allocateAclId(key) once the ACL's response entry and store record are known (null when
+    // there is none).
+    void allocate(const Ovin::AclKey& key, Vorn::Ptr<Mirel::AclIdTypeSet> entry,
+                  const OvinMirelAcl* acl);
+    // Moves `it` forward to `key`, through `drop(it)` (which returns the next iterator) for
+    // each entry passed over; whether `it` is then at key.
+    template <class Map, class Drop>
+    static bool seek(const Map& map, typename Map::const_iterator& it, const Ovin::AclKey& key,
+                     Drop&& drop);
+    bool shouldSplitOnProtocolType(const Ovin::AclKey& key, const OvinMirelAcl& acl) const;
     // The ids one ACL took in this cycle, in the order taken: at most two, kept in place (an
     // allocation per ACL and cycle would cost more than the numbering itself).
     struct TakenIds {
@@ -127,6 +141,11 @@ class AclIdAllocSm : public Vorn::StateMachine {
     uint32_t chipRuleListIdVal_ = 0;
     Vorn::Subscription chipAclMappingSub_;
     Vorn::Subscription glueSmStateSub_;
+    // The store's record of each ACL the last cycle reached, so that a cycle finds them by
+    // walking rather than by hashing every key. Emptied whenever the store gains or loses an
+    // ACL: whatever it holds is still the store's.
+    std::map<Ovin::AclKey, Vorn::Ptr<const OvinMirelAcl>> storeAcl_;
+    Vorn::Subscription storeSub_;
 };
 
 // The allocators of all chips, keyed by chip. Deleting an entry stops its machine.

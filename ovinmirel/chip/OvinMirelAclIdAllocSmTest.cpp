@@ -340,6 +340,32 @@ TEST_F(AclIdAllocSmTest, ACycleWritesOnlyTheIdsThatDiffer) {
     cycle();
     EXPECT_EQ(ids(kChip1), (Strings{"c/ip/in tcp:0 nonTcp:1", "e/ip/in all:2", "f/ip/in all:3"}));
     EXPECT_FALSE(sm->chipRuleListIdExhausted());
+
+    // ACLs going before, coming between and going after one that stays, in one cycle.
+    writes.clear();
+    w.bind(aclKey("c"), "Ethernet1", false);
+    w.bind(aclKey("d"), "Ethernet1");
+    w.bind(aclKey("f"), "Ethernet1", false);
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"d/ip/in all:0", "e/ip/in all:1"}));
+    EXPECT_EQ(writes, (Strings{"c/ip/in", "d/ip/in", "d/ip/in all", "e/ip/in all", "f/ip/in"}));
+}
+
+// The allocator keeps the store's records between cycles; an ACL destroyed and made anew
+// (as the agent does, unbound first) is read afresh.
+TEST_F(AclIdAllocSmTest, AnAclMadeAnewIsReadAfresh) {
+    allocator(kChip1, Capability{.split = true});
+    for (const char* name : {"a", "b"})
+        w.bind(aclKey(name), "Ethernet1");
+    cycle();
+    ASSERT_EQ(ids(kChip1), (Strings{"a/ip/in all:0", "b/ip/in all:1"}));
+    w.bind(aclKey("a"), "Ethernet1", false);
+    w.acls->aclDel(aclKey("a"));
+    ipRule(aclKey("a"), Zamu::IpProto::kTcp);
+    ipRule(aclKey("a"), Zamu::IpProto::kUdp);
+    w.bind(aclKey("a"), "Ethernet1");
+    cycle();
+    EXPECT_EQ(ids(kChip1), (Strings{"a/ip/in tcp:0 nonTcp:1", "b/ip/in all:2"}));
 }
 
 TEST_F(AclIdAllocSmTest, ADeletedMachineNoLongerAllocates) {
