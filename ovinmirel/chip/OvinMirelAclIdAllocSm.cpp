@@ -55,7 +55,8 @@ void AclIdAllocSm::handleInitialized() {
     chipAclMappingSub_ =
         index_->chipAclMappingNotify([this](Mirel::ChipId chip) { handleChipAclColl(chip); });
     glueSmStateSub_ = glueStatus_->glueSmStateNotify([this] { handleGlueSmState(); });
-    storeSub_ = ovinMirelAclColl_->aclNotify([this](const Ovin::AclKey&) { storeAcl_.clear(); });
+    storeSub_ =
+        ovinMirelAclColl_->aclNotify([this](const Ovin::AclKey& key) { storeAcl_.erase(key); });
     handleChipAclColl(chipId_);
 }
 

@@ -7,7 +7,8 @@
 //
 // Watches: Index.chipAclMapping (keeps chipAclColl pointing at this chip's entry);
 //          GlueStatus.glueSmState (allocates on aclIdAlloc); the store's acl collection
-//          (empties the record cache below). All from handleInitialized on, until handleDelete.
+//          (drops an ACL's record from the cache below). All from handleInitialized on, until
+//          handleDelete.
 // Reads:   the chip's ChipHwCapability (chipRuleListIdMax, chipRuleListIdReservedPermitAll,
 //          aclSplitOnProtocolSupported; taken as 0, 255 and false when the chip has none);
 //          the ACL store (per-protocol rule counts of an ACL).
@@ -142,8 +143,8 @@ class AclIdAllocSm : public Vorn::StateMachine {
     Vorn::Subscription chipAclMappingSub_;
     Vorn::Subscription glueSmStateSub_;
     // The store's record of each ACL the last cycle reached, so that a cycle finds them by
-    // walking rather than by hashing every key. Emptied whenever the store gains or loses an
-    // ACL: whatever it holds is still the store's.
+    // walking rather than by hashing every key. A key the store gains or loses leaves it (a
+    // destroyed and re-created ACL is a new record): whatever it holds is still the store's.
     std::map<Ovin::AclKey, Vorn::Ptr<const OvinMirelAcl>> storeAcl_;
     Vorn::Subscription storeSub_;
 };
