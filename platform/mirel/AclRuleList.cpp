@@ -108,17 +108,28 @@ bool isTcpRule(const IpRuleConfig& rule) {
     return rule.filter.matchProtocol && rule.filter.protocol == Zamu::IpProto(Zamu::IpProto::kTcp);
 }
 
-std::string xformText(const Zamu::IpAddrWithMask& prefix) {
-    std::ostringstream os;
-    // Host bits do not select anything: 10.1.2.3/16 and 10.1.0.0/16 are one class.
-    os << prefix.subnet();
+namespace {
+
+// What a value prints as. One stream serves every call: setting a stream up (its locale) costs
+// more than the printing, and a new list's needs print each of its rules' values.
+template <class T>
+std::string printed(const T& value) {
+    static thread_local std::ostringstream os;
+    os.str({});
+    os.clear();
+    os << value;
     return os.str();
 }
 
+}  // namespace
+
+std::string xformText(const Zamu::IpAddrWithMask& prefix) {
+    // Host bits do not select anything: 10.1.2.3/16 and 10.1.0.0/16 are one class.
+    return printed(prefix.subnet());
+}
+
 std::string xformText(const L4PortRange& range) {
-    std::ostringstream os;
-    os << range;
-    return os.str();
+    return printed(range);
 }
 
 std::string xformText(const Zamu::EthAddr& addr, const Zamu::EthAddr& mask) {
