@@ -24,7 +24,9 @@
 //                        (the median is the counter median_us); the fan-out change per affected
 //                        (port, chip, ACL) in per_place_us.
 //  ScaleMemory/<S1>      heap bytes per rule and per binding (mallinfo2), and ScaleApply/S3's
-//                        rss_MB counter: the process's VmRSS once S3 is applied.
+//                        rss_MB counter: the process's VmRSS once S3 is applied (which also
+//                        holds the benchmark's own description of every switch it built), and
+//                        agent_MB: the heap the agent itself took, its configuration included.
 //  ScaleChips/<n>        a commit cycle against the number of chips, same configuration per
 //                        chip.
 
@@ -296,6 +298,7 @@ double applyAcls(TestAgentRoot& root, const Scenario& s) {
 void BM_ScaleApply(benchmark::State& state, const std::string& name) {
     const Scenario& s = scenario(name);
     for (auto _ : state) {
+        const size_t heapBefore = heapInUse();
         std::unique_ptr<Agent> agent = switchUp(s);
         const double t = applyAcls(**agent, s);
         state.SetIterationTime(t);
@@ -305,6 +308,7 @@ void BM_ScaleApply(benchmark::State& state, const std::string& name) {
         }
         state.counters["mappings"] = double(loadedMappings(**agent, s));
         state.counters["heap_MB"] = double(heapInUse()) / (1 << 20);
+        state.counters["agent_MB"] = double(heapInUse() - heapBefore) / (1 << 20);
         state.counters["rss_MB"] = residentMb();
     }
     state.counters["rules"] = 0;
