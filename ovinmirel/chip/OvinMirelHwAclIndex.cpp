@@ -31,7 +31,7 @@ uint32_t stringHash(std::string_view s) {
 
 uint32_t aclKeyHash(const Ovin::AclKey& k) {
     uint32_t h = 0;
-    h = Vorn::Hash::oneAtATimeWord(h, stringHash(k.name));
+    h = Vorn::Hash::oneAtATimeWord(h, stringHash(k.name.str()));
     h = Vorn::Hash::oneAtATimeWord(h, uint32_t(k.type));
     h = Vorn::Hash::oneAtATimeStep(h, uint8_t(k.direction));
     h = Vorn::Hash::oneAtATimeStep(h, uint8_t(k.flag));

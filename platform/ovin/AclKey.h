@@ -18,7 +18,7 @@ namespace Ovin {
 using AclVlanIdOrNone = std::optional<Bridging::VlanId>;
 
 struct AclKey {
-    Vorn::String name;
+    Vorn::Atom name;
     Acl::AclType type = Acl::aclTypeIpv4;
     Acl::AclDirection direction = Acl::aclDirectionIn;
     bool flag = false;       // the engine's per-key flag (carried, never interpreted here)

@@ -1,5 +1,6 @@
 #pragma once
-// Vorn::String is the framework's text type; Vorn::Name is the name an entity is created with;
+// Vorn::String is the framework's text type; Vorn::Name is the name an entity is created with
+// (kept once in the process however many hold it: see Atom.h);
 // Vorn::words joins what streams into one text (a checker's finding, say).
 
 #include <functional>
@@ -8,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/vorn/Atom.h"
+
 namespace Vorn {
 
 using String = std::string;
@@ -15,16 +18,17 @@ using String = std::string;
 class Name {
   public:
     Name() = default;
-    explicit Name(std::string s) : s_(std::move(s)) {}
+    explicit Name(std::string_view s) : s_(s) {}
     Name(const char* s) : s_(s) {}
 
-    const std::string& str() const { return s_; }
+    const std::string& str() const { return s_.str(); }
     bool empty() const { return s_.empty(); }
+    size_t hash() const { return s_.hash(); }
     auto operator<=>(const Name&) const = default;
     bool operator==(const Name&) const = default;
 
   private:
-    std::string s_;
+    Atom s_;
 };
 
 inline std::ostream& operator<<(std::ostream& os, const Name& n) {
@@ -44,6 +48,6 @@ std::string words(const Parts&... parts) {
 template <>
 struct std::hash<Vorn::Name> {
     size_t operator()(const Vorn::Name& n) const noexcept {
-        return std::hash<std::string>()(n.str());
+        return n.hash();
     }
 };
