@@ -116,8 +116,10 @@ class AclPolicySm::ChipAclWatcher {
             parents_.erase(intf);
             return;
         }
+        // The slot captures no key of its own (the watcher has it, and outlives the slot), so
+        // the handler fits in the function object itself: one of these per (ACL, interface).
         parents_[intf] = mapping->parentIntfIdNotify(
-            [sm = sm_, acl = acl_, intf](const Zamu::IntfId&) { sm->handleAclPhyIntf(acl, intf); });
+            [this, intf](const Zamu::IntfId&) { sm_->handleAclPhyIntf(acl_, intf); });
     }
 
     AclPolicySm* const sm_;
@@ -371,26 +373,32 @@ void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
     if (!all && reviewed->second != review.policy)
         addAclsOfKinds(intfId, Mask(reviewed->second.value() ^ review.policy.value()),
                        pending.acls);
+    // Where each ACL looked at is to reach the interface, in the order of its walk: looked up
+    // once for the whole review (the status writes below never change the index).
+    std::vector<Vorn::Ptr<PhyIntfMapping>> wanted;
+    auto lookUpWanted = [&](const auto& keys) {
+        wanted.clear();
+        for (const Ovin::AclKey& key : keys)
+            wanted.push_back(wantedParents(intfId, key, review));
+    };
     if (review.acls) {
         reviewedPolicy_[intfId] = review.policy;
         bool phy = !all && otherPhyAclInEffect(intfId, pending.acls);
-        auto reachesDirectly = [&](const Ovin::AclKey& key) {
-            const Vorn::Ptr<PhyIntfMapping> wanted = wantedParents(intfId, key, review);
-            return wanted && wanted->parentIntfId(intfId);
-        };
         if (all) {
-            for (const Ovin::AclKey& key : review.acls->aclKey())
-                phy = phy || reachesDirectly(key);
+            lookUpWanted(review.acls->aclKey());
         } else {
-            for (const Ovin::AclKey& key : pending.acls)
-                phy = phy || reachesDirectly(key);
+            lookUpWanted(pending.acls);
         }
+        for (const Vorn::Ptr<PhyIntfMapping>& parents : wanted)
+            phy = phy || (parents && parents->parentIntfId(intfId));
         review.sharedAfter = phy && shouldDoRaclSharing(intfId);
         // A move between intfAclMapping and routedPortSharedAclMapping takes every one of the
         // interface's own ACLs along.
         if (!all && review.sharedAfter != review.sharedBefore &&
-            otherPhyAclInEffect(intfId, pending.acls))
+            otherPhyAclInEffect(intfId, pending.acls)) {
             all = true;
+            lookUpWanted(review.acls->aclKey());
+        }
     } else {
         reviewedPolicy_.erase(intfId);
     }
@@ -402,18 +410,21 @@ void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
                 withdrawAcl(intfId, key, wantedParents(intfId, key, review).ptr(), review);
         }
         if (review.acls) {
+            size_t i = 0;
             for (const Ovin::AclKey& key : review.acls->aclKey()) {
-                if (const Vorn::Ptr<PhyIntfMapping> wanted = wantedParents(intfId, key, review))
-                    addAcl(intfId, key, *wanted, review.sharedAfter);
+                if (const Vorn::Ptr<PhyIntfMapping>& parents = wanted[i++])
+                    addAcl(intfId, key, *parents, review.sharedAfter);
             }
         }
         return;
     }
+    size_t i = 0;
     for (const Ovin::AclKey& key : pending.acls)
-        withdrawAcl(intfId, key, wantedParents(intfId, key, review).ptr(), review);
+        withdrawAcl(intfId, key, wanted[i++].ptr(), review);
+    i = 0;
     for (const Ovin::AclKey& key : pending.acls) {
-        if (const Vorn::Ptr<PhyIntfMapping> wanted = wantedParents(intfId, key, review))
-            addAcl(intfId, key, *wanted, review.sharedAfter);
+        if (const Vorn::Ptr<PhyIntfMapping>& parents = wanted[i++])
+            addAcl(intfId, key, *parents, review.sharedAfter);
     }
 }
 
@@ -562,17 +573,16 @@ void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKe
 
 void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                          const PhyIntfMapping& wanted, bool shared) {
-    Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
-    VORN_ASSERT(aclPhyIntf);
-    aclPhyIntf->phyIntfIs(intfId);
-    Vorn::Ptr<AclParentIntfSet> parents = intfAclStatusIs(intfId)->aclKeyIs(aclKey);
+    const Vorn::Ptr<IntfAclStatus> contribution = intfAclStatusIs(intfId);
+    const AclParentIntfSet* found = contribution->aclKey(aclKey);
+    AclParentIntfSet parents = found ? *found : AclParentIntfSet();
     // The status writes reach the mapping machine only, which never writes the index: the
     // parent set is walked in place.
     for (const Zamu::IntfId& parent : wanted.parentIntfId()) {
-        if (parents->parentIntfId(parent))
+        if (parents.parentIntfId().contains(parent))
             continue;
         const Path path = pathOf(intfId, parent);
-        parents->parentIntfIdIs(parent);
+        parents.parentIntfId().insert(parent);
         switch (path) {
             case Path::phy:
                 addPhyIntf(intfId, aclKey, shared);
@@ -585,6 +595,7 @@ void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                 break;
         }
     }
+    contribution->aclKeyIs(aclKey, parents);
 }
 
 void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
@@ -733,18 +744,22 @@ void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
 void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                               const PhyIntfMapping* wanted, const IntfReview& review) {
     Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
-    Vorn::Ptr<AclParentIntfSet> parents = contribution ? contribution->aclKey(aclKey) : nullptr;
-    if (!parents)
+    const AclParentIntfSet* recorded = contribution ? contribution->aclKey(aclKey) : nullptr;
+    if (!recorded)
         return;
+    AclParentIntfSet kept;
     // What the interface contributed is withdrawn as it was recorded: the index may no longer
     // say how the ACL came. The interface's own ACLs are in one mapping; when they are to go
-    // to the other, all go.
-    for (const Zamu::IntfId& parent : parents->parentIntfId().keys()) {
+    // to the other, all go. The status writes below never touch intfAclStatus: the record is
+    // read in place and replaced once.
+    for (const Zamu::IntfId& parent : recorded->parentIntfId()) {
         const Path path = pathOf(intfId, parent);
         const bool stays = wanted && wanted->parentIntfId(parent) &&
                            (path != Path::phy || review.sharedBefore == review.sharedAfter);
-        if (stays)
+        if (stays) {
+            kept.parentIntfId().insert(parent);
             continue;
+        }
         switch (path) {
             case Path::phy:
                 deletePhyIntf(intfId, aclKey);
@@ -756,15 +771,14 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
                 deleteSubIntf(intfId, parent, aclKey);
                 break;
         }
-        parents->parentIntfIdDel(parent);
     }
-    if (parents->parentIntfIds())
+    if (kept.parentIntfId().size() == recorded->parentIntfId().size())
         return;
+    if (!kept.parentIntfId().empty()) {
+        contribution->aclKeyIs(aclKey, kept);
+        return;
+    }
     contribution->aclKeyDel(aclKey);
-    aclPhyIntfStatusDelMember(aclKey, [&](AclPhyIntfSet& intfs) {
-        intfs.phyIntfDel(intfId);
-        return intfs.phyIntfs();
-    });
     if (!contribution->aclKeys())
         intfAclStatusDel(intfId);
 }

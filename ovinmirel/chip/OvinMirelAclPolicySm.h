@@ -40,6 +40,7 @@
 // Owns: shared references to its inputs and to the chip's AclPolicyStatus; its watchers and
 // its timer. The status entity itself is deleted by its owner, not by handleDelete.
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <set>
@@ -57,17 +58,14 @@
 
 namespace OvinMirel {
 
-// The physical interfaces through which one ACL is in effect at one place.
+// The physical interfaces through which one ACL is in effect at one place. The ACL is the
+// key it sits under; it is not stored again.
 class AclPhyIntfSet : public Vorn::Entity {
     VORN_ENTITY("OvinMirel::AclPhyIntfSet")
   public:
-    explicit AclPhyIntfSet(const Ovin::AclKey& aclKey) : aclKey_(aclKey) {}
-    const Ovin::AclKey& aclKey() const { return aclKey_; }
+    explicit AclPhyIntfSet(const Ovin::AclKey&) {}
 
     VORN_ORDERED_SET(Zamu::IntfId, phyIntf)
-
-  private:
-    const Ovin::AclKey aclKey_;
 };
 
 // The ACL keys in effect for one VLAN, each with the member interfaces that contributed it.
@@ -96,17 +94,41 @@ class SubIntfAclPhyIntfColl : public Vorn::Entity {
     const Zamu::IntfId subIntfId_;
 };
 
-// The configured interfaces through which one ACL was put in effect on a physical interface.
-class AclParentIntfSet : public Vorn::Entity {
-    VORN_ENTITY("OvinMirel::AclParentIntfSet")
+// The configured interfaces through which one ACL was put in effect on a physical interface:
+// a plain value (there is one per interface and ACL in effect, mostly with one parent), kept
+// in order in a vector rather than as an entity of its own.
+class AclParentIntfSet {
   public:
-    explicit AclParentIntfSet(const Ovin::AclKey& aclKey) : aclKey_(aclKey) {}
-    const Ovin::AclKey& aclKey() const { return aclKey_; }
+    class Ids {
+      public:
+        bool contains(const Zamu::IntfId& id) const {
+            return std::binary_search(ids_.begin(), ids_.end(), id);
+        }
+        size_t size() const { return ids_.size(); }
+        bool empty() const { return ids_.empty(); }
+        auto begin() const { return ids_.begin(); }
+        auto end() const { return ids_.end(); }
+        void insert(const Zamu::IntfId& id) {
+            const auto it = std::lower_bound(ids_.begin(), ids_.end(), id);
+            if (it == ids_.end() || *it != id)
+                ids_.insert(it, id);
+        }
+        void erase(const Zamu::IntfId& id) {
+            const auto it = std::lower_bound(ids_.begin(), ids_.end(), id);
+            if (it != ids_.end() && *it == id)
+                ids_.erase(it);
+        }
+        bool operator==(const Ids&) const = default;
 
-    VORN_ORDERED_SET(Zamu::IntfId, parentIntfId)
+      private:
+        std::vector<Zamu::IntfId> ids_;
+    };
+    const Ids& parentIntfId() const { return parentIntfId_; }
+    Ids& parentIntfId() { return parentIntfId_; }
+    bool operator==(const AclParentIntfSet&) const = default;
 
   private:
-    const Ovin::AclKey aclKey_;
+    Ids parentIntfId_;
 };
 
 // What one physical interface contributed to the status: per ACL, the parents it came
@@ -117,7 +139,7 @@ class IntfAclStatus : public Vorn::Entity {
     explicit IntfAclStatus(const Zamu::IntfId& intfId) : intfId_(intfId) {}
     const Zamu::IntfId& intfId() const { return intfId_; }
 
-    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclParentIntfSet, aclKey)
+    VORN_ORDERED_MAP(Ovin::AclKey, AclParentIntfSet, aclKey)
 
   private:
     const Zamu::IntfId intfId_;
@@ -155,8 +177,6 @@ class AclPolicySm : public Vorn::StateMachine {
     VORN_ORDERED_SET(Zamu::IntfId, intfPolicyQueue)
     // Interfaces on which not every bound ACL is in effect. A real change (only) logs.
     VORN_ORDERED_SET(Zamu::IntfId, errIntf)
-    // Per ACL, the physical interfaces on which it has been put in effect.
-    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclPhyIntfSet, aclPhyIntfStatus)
     VORN_ORDERED_ENTITY_MAP(Bridging::VlanId, VlanAclPhyIntfColl, vlanAclPhyIntfStatus)
     VORN_ORDERED_ENTITY_MAP(Zamu::IntfId, SubIntfAclPhyIntfColl, subIntfAclPhyIntfStatus)
     // The interfaces that have entries in the status, with what they contributed.

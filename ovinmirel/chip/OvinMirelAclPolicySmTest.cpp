@@ -204,7 +204,7 @@ TEST(AclPolicySm, RemovingTheLastAclOfAnInterfaceDeletesItsEntry) {
         cap.has("        removing p6/ipv6/in Ethernet1 from intfAclMapping, deleting "
                 "intfAclMapping"));
     EXPECT_TRUE(cap.has("    no intfAclMapping"));
-    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->aclPhyIntfStatuss(), 0u);
+    EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
 }
 
 TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
@@ -289,6 +289,25 @@ TEST(AclPolicySm, SubInterfaceAclsFollowTheirCarriers) {
     EXPECT_EQ(w.sm->subIntfAclPhyIntfStatuss(), 1u);
 }
 
+TEST(AclPolicySm, AnAclThatLosesOneOfTwoParentsKeepsTheOther) {
+    // The same key bound on a port and on its sub-interface reaches the port twice: losing
+    // the port's own binding keeps the sub-interface's, and getting it back restores it.
+    Chip1 w;
+    w.subIntf("Ethernet1.7");
+    w.bind(kSubR4, "Ethernet1.7");
+    w.bind(kSubR4, "Ethernet1");
+    w.settle();
+    const Facts both{line("intfAclMapping", "Ethernet1", kSubR4),
+                     line("subIntfAclMapping", "Ethernet1.7", kSubR4)};
+    ASSERT_EQ(w.status(1), both);
+    w.bind(kSubR4, "Ethernet1", false);
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{line("subIntfAclMapping", "Ethernet1.7", kSubR4)});
+    w.bind(kSubR4, "Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), both);
+}
+
 TEST(AclPolicySm, ABurstOfChangesIsReviewedOnceInInterfaceOrder) {
     Chip1 w;
     Flinq::Capture cap;
@@ -327,7 +346,7 @@ TEST(AclPolicySm, TheChipLeavingTheIndexWithdrawsEverythingAndComingBackRestores
     EXPECT_TRUE(cap.has("  chipIntfMapping is removed"));
     EXPECT_TRUE(cap.has("    no chipIntfMapping"));
     EXPECT_EQ(w.status(1), Facts{});
-    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->aclPhyIntfStatuss() + w.sm->vlanAclPhyIntfStatuss() +
+    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->vlanAclPhyIntfStatuss() +
                   w.sm->subIntfAclPhyIntfStatuss() + w.sm->errIntfs(),
               0u);
     cap.clear();
