@@ -573,6 +573,9 @@ void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKe
 
 void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                          const PhyIntfMapping& wanted, bool shared) {
+    Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
+    VORN_ASSERT(aclPhyIntf);
+    aclPhyIntf->phyIntfIs(intfId);
     const Vorn::Ptr<IntfAclStatus> contribution = intfAclStatusIs(intfId);
     const AclParentIntfSet* found = contribution->aclKey(aclKey);
     AclParentIntfSet parents = found ? *found : AclParentIntfSet();
@@ -779,6 +782,10 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
         return;
     }
     contribution->aclKeyDel(aclKey);
+    aclPhyIntfStatusDelMember(aclKey, [&](AclPhyIntfSet& intfs) {
+        intfs.phyIntfDel(intfId);
+        return intfs.phyIntfs();
+    });
     if (!contribution->aclKeys())
         intfAclStatusDel(intfId);
 }

@@ -177,6 +177,8 @@ class AclPolicySm : public Vorn::StateMachine {
     VORN_ORDERED_SET(Zamu::IntfId, intfPolicyQueue)
     // Interfaces on which not every bound ACL is in effect. A real change (only) logs.
     VORN_ORDERED_SET(Zamu::IntfId, errIntf)
+    // Per ACL, the physical interfaces on which it has been put in effect.
+    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclPhyIntfSet, aclPhyIntfStatus)
     VORN_ORDERED_ENTITY_MAP(Bridging::VlanId, VlanAclPhyIntfColl, vlanAclPhyIntfStatus)
     VORN_ORDERED_ENTITY_MAP(Zamu::IntfId, SubIntfAclPhyIntfColl, subIntfAclPhyIntfStatus)
     // The interfaces that have entries in the status, with what they contributed.
