@@ -186,18 +186,6 @@ const std::string& AclEntry::remarkText() const {
     return body_ ? std::get<std::string>(*body_) : kEmpty;
 }
 
-std::shared_ptr<const RuleConfig> AclEntry::rulePtr() const {
-    switch (kind()) {
-        case Kind::ip:
-            return {body_, &ipRule()};
-        case Kind::mac:
-            return {body_, &macRule()};
-        case Kind::remark:
-            break;
-    }
-    return nullptr;
-}
-
 bool AclEntry::operator==(const AclEntry& o) const {
     if (body_ == o.body_)
         return true;

@@ -117,8 +117,6 @@ class AclEntry {
     const PortMatch& destinationPort() const;
     const MacRuleConfig& macRule() const;
     const std::string& remarkText() const;
-    // The rule of an IP or MAC entry, sharing the entry's body (null for a remark).
-    std::shared_ptr<const RuleConfig> rulePtr() const;
 
     bool operator==(const AclEntry& o) const;
 

@@ -386,14 +386,13 @@ std::vector<AclSm::Subrule> AclSm::expand(const Version& v) {
     std::vector<Subrule> out;
     out.reserve(v.rules.size());
     for (const VersionRule& r : v.rules) {
-        // Each subrule holds the configured rule itself, not a copy.
-        std::shared_ptr<const Acl::RuleConfig> config = r.entry.rulePtr();
         if (r.entry.isMac()) {
-            out.push_back({Subrule::Kind::mac, r.ruleNum, 0, r.id, std::move(config), {}, {}});
+            out.push_back({Subrule::Kind::mac, r.ruleNum, 0, r.id, &r.entry.macRule(), {}, {}});
             continue;
         }
-        if (r.entry.ipRule().filter().fragments()) {
-            out.push_back({Subrule::Kind::frag, r.ruleNum, 0, r.id, std::move(config), {}, {}});
+        const Acl::IpRuleConfig* config = &r.entry.ipRule();
+        if (config->filter().fragments()) {
+            out.push_back({Subrule::Kind::frag, r.ruleNum, 0, r.id, config, {}, {}});
             continue;
         }
         uint32_t subrule = 0;
@@ -413,7 +412,7 @@ AclData AclSm::aclDataOf(const AclKey& key, const Version& v, const std::vector<
     data.countersEnabled = v.countersEnabled;
     data.rules.reserve(subrules.size());
     for (const Subrule& s : subrules)
-        data.rules.push_back({s.ruleNum, s.subruleNum, s.id, s.config});
+        data.rules.push_back({s.ruleNum, s.subruleNum, s.id});
     return data;
 }
 
