@@ -482,8 +482,8 @@ TEST_F(AclHelperTest, RuleCountersAddUpOverTheChipsOfTheAcl) {
 
 TEST_F(AclHelperTest, TraceAclDataWritesKeyAndRules) {
     Ovin::AclData data = dataOf(aclKey("racl", Acl::aclTypeIpv6, 100, Acl::aclDirectionOut));
-    data.rules.push_back({10, 0, Acl::UniqueId{7}, nullptr});
-    data.rules.push_back({20, 1, Acl::UniqueId{8}, nullptr});
+    data.rules.push_back({10, 0, Acl::UniqueId{7}});
+    data.rules.push_back({20, 1, Acl::UniqueId{8}});
     traceAclData(data);
     EXPECT_EQ(cap_.texts(kHandle),
               std::vector<std::string>{"aclData: racl/ipv6/out/vlan100, dir: out, vlan: 100, "

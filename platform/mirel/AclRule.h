@@ -42,21 +42,22 @@ struct AceIndex {
 enum class AceAction : uint8_t { permit = 0, deny = 1 };
 
 // What an IP entry matches. Fields with a `match...` flag are ignored when the flag is off.
+// The flags are bits: the store and every rule list hold a filter per entry.
 struct IpRuleFilter {
-    bool ipv6 = false;
     Zamu::IpAddrWithMask source;  // mask 0 matches every address
     Zamu::IpAddrWithMask destination;
     Zamu::IpProto protocol;  // 0 with matchProtocol false: any protocol
-    bool matchProtocol = false;
     uint8_t dscp = 0;
-    bool matchDscp = false;
-    bool matchFragments = false;  // non-initial fragments only
-    uint8_t tcpFlags = 0;         // every flag set here must be set in the packet
-    bool established = false;     // TCP ACK or RST set (an established connection)
+    uint8_t tcpFlags = 0;  // every flag set here must be set in the packet
     uint8_t icmpType = 0;
-    bool matchIcmpType = false;
     uint8_t icmpCode = 0;
-    bool matchIcmpCode = false;
+    bool ipv6 : 1 = false;
+    bool matchProtocol : 1 = false;
+    bool matchDscp : 1 = false;
+    bool matchFragments : 1 = false;  // non-initial fragments only
+    bool established : 1 = false;     // TCP ACK or RST set (an established connection)
+    bool matchIcmpType : 1 = false;
+    bool matchIcmpCode : 1 = false;
     auto operator<=>(const IpRuleFilter&) const = default;
     bool operator==(const IpRuleFilter&) const = default;
 };

@@ -147,62 +147,58 @@ AclEntry AclEntry::ip(const IpRuleConfig& rule, const PortMatch& source,
         refuseEntry("an ICMP code needs an ICMP type");
     if (f.fragments() && (ports || tcpOptions || f.matchIcmpType()))
         refuseEntry("fragments cannot be combined with ports, TCP flags or ICMP type");
-    AclEntry e;
-    e.kind_ = Kind::ip;
-    e.ip_ = rule;
-    e.source_ = source;
-    e.destination_ = destination;
-    return e;
+    return AclEntry(Body(std::in_place_type<Ip>, Ip{rule, source, destination}));
 }
 
 AclEntry AclEntry::mac(const MacRuleConfig& rule) {
-    AclEntry e;
-    e.kind_ = Kind::mac;
-    e.mac_ = rule;
-    return e;
+    return AclEntry(Body(std::in_place_type<MacRuleConfig>, rule));
 }
 
 AclEntry AclEntry::remark(std::string text) {
-    AclEntry e;
-    e.remark_ = std::move(text);
-    return e;
+    if (text.empty())
+        return AclEntry();
+    return AclEntry(Body(std::in_place_type<std::string>, std::move(text)));
 }
 
 const IpRuleConfig& AclEntry::ipRule() const {
     VORN_ASSERT(isIp());
-    return ip_;
+    return std::get<Ip>(*body_).rule;
 }
 
 const PortMatch& AclEntry::sourcePort() const {
     VORN_ASSERT(isIp());
-    return source_;
+    return std::get<Ip>(*body_).source;
 }
 
 const PortMatch& AclEntry::destinationPort() const {
     VORN_ASSERT(isIp());
-    return destination_;
+    return std::get<Ip>(*body_).destination;
 }
 
 const MacRuleConfig& AclEntry::macRule() const {
     VORN_ASSERT(isMac());
-    return mac_;
+    return std::get<MacRuleConfig>(*body_);
 }
 
 const std::string& AclEntry::remarkText() const {
     VORN_ASSERT(isRemark());
-    return remark_;
+    static const std::string kEmpty;
+    return body_ ? std::get<std::string>(*body_) : kEmpty;
 }
 
 bool AclEntry::operator==(const AclEntry& o) const {
-    if (kind_ != o.kind_)
+    if (body_ == o.body_)
+        return true;
+    if (kind() != o.kind())
         return false;
-    switch (kind_) {
+    switch (kind()) {
         case Kind::ip:
-            return ip_ == o.ip_ && source_ == o.source_ && destination_ == o.destination_;
+            return ipRule() == o.ipRule() && sourcePort() == o.sourcePort() &&
+                   destinationPort() == o.destinationPort();
         case Kind::mac:
-            return mac_ == o.mac_;
+            return macRule() == o.macRule();
         case Kind::remark:
-            return remark_ == o.remark_;
+            return remarkText() == o.remarkText();
     }
     return false;
 }

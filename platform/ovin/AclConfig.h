@@ -15,9 +15,11 @@
 #include <compare>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "platform/ovin/AclRuleConfig.h"
@@ -88,6 +90,9 @@ class PortMatch {
 std::ostream& operator<<(std::ostream& os, const PortMatch& m);  // "eq 80", "range 1 9", "any"
 
 // One entry of an ACL. Equality compares every field of the entry's kind.
+//
+// An immutable value whose copies share one body: the configuration, the engine's versions
+// and its subrules all hold the same rule instead of a copy each.
 class AclEntry {
   public:
     enum class Kind : uint8_t { ip, mac, remark };
@@ -102,10 +107,10 @@ class AclEntry {
     static AclEntry mac(const MacRuleConfig& rule);
     static AclEntry remark(std::string text);
 
-    Kind kind() const { return kind_; }
-    bool isIp() const { return kind_ == Kind::ip; }
-    bool isMac() const { return kind_ == Kind::mac; }
-    bool isRemark() const { return kind_ == Kind::remark; }
+    Kind kind() const { return body_ ? static_cast<Kind>(body_->index()) : Kind::remark; }
+    bool isIp() const { return kind() == Kind::ip; }
+    bool isMac() const { return kind() == Kind::mac; }
+    bool isRemark() const { return kind() == Kind::remark; }
     // REQUIRES: the entry is of that kind (asserted).
     const IpRuleConfig& ipRule() const;
     const PortMatch& sourcePort() const;
@@ -116,12 +121,17 @@ class AclEntry {
     bool operator==(const AclEntry& o) const;
 
   private:
-    Kind kind_ = Kind::remark;
-    IpRuleConfig ip_;
-    PortMatch source_;
-    PortMatch destination_;
-    MacRuleConfig mac_;
-    std::string remark_;
+    struct Ip {
+        IpRuleConfig rule;
+        PortMatch source;
+        PortMatch destination;
+    };
+    // In the order of Kind.
+    using Body = std::variant<Ip, MacRuleConfig, std::string>;
+
+    explicit AclEntry(Body body) : body_(std::make_shared<const Body>(std::move(body))) {}
+
+    std::shared_ptr<const Body> body_;  // null: the empty remark
 };
 
 // An ACL as configured: its name and type.

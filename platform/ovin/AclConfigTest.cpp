@@ -137,6 +137,18 @@ TEST(AclEntry, CombinationsThatMatchNothingSensibleAreRefused) {
     EXPECT_NO_THROW(Acl::AclEntry::ip(ipRule(132), PortMatch::eq(9), PortMatch::range(1, 2)));
 }
 
+// Copies hold the one rule (the engine keeps a version per ACL and a subrule per port span);
+// equality still reads the fields of entries made apart.
+TEST(AclEntry, CopiesShareTheRuleAndEqualityComparesFields) {
+    const Acl::AclEntry entry = Acl::AclEntry::ip(ipRule(6), PortMatch::eq(80));
+    const Acl::AclEntry copy = entry;
+    EXPECT_EQ(&copy.ipRule(), &entry.ipRule());
+    EXPECT_EQ(copy, Acl::AclEntry::ip(ipRule(6), PortMatch::eq(80)));
+    EXPECT_NE(copy, Acl::AclEntry::ip(ipRule(6), PortMatch::eq(81)));
+    EXPECT_EQ(Acl::AclEntry::remark(""), Acl::AclEntry());
+    EXPECT_NE(Acl::AclEntry::remark("x"), Acl::AclEntry());
+}
+
 TEST(AclConfig, EntriesOutOfRangeOrOfTheWrongFamilyLeaveTheAclAsItWas) {
     auto config = Acl::configFactory("Config");
     auto acl = config->aclIs({"edge", Acl::aclTypeIpv4});

@@ -4,7 +4,6 @@
 // operations (Ovin::AclCreateError).
 
 #include <cstdint>
-#include <memory>
 #include <ostream>
 #include <set>
 #include <vector>
@@ -30,13 +29,12 @@ enum AclCreateError : uint32_t {
 const char* aclCreateErrorName(AclCreateError e);  // the enumerator's name without "aclCreate"
 std::ostream& operator<<(std::ostream& os, AclCreateError e);  // the number
 
-// One rule of an ACL as the engine numbered it. The configuration may be absent when only
-// the numbering matters (tracing, show).
+// One rule of an ACL as the engine numbered it: the numbering only (tracing, show); the rule
+// itself goes to the helper with each creation call.
 struct AclDataRule {
     uint32_t ruleNum = 0;
     uint32_t subruleNum = 0;
     Acl::UniqueId id;
-    std::shared_ptr<const Acl::RuleConfig> config;
 };
 
 struct AclData {

@@ -337,33 +337,33 @@ std::set<AclKey> AclSm::refreshDesired() {
     return dirty;
 }
 
-Acl::UniqueId AclSm::uniqueIdFor(std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& ids,
-                                 std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& next,
-                                 uint32_t seq, const Acl::AclEntry& entry) {
-    auto it = ids.find(seq);
-    const Acl::UniqueId id = it != ids.end() && it->second.first == entry
-                                 ? it->second.second
-                                 : Acl::UniqueId{nextUniqueId_++};
-    next.emplace(seq, std::make_pair(entry, id));
-    return id;
+Acl::UniqueId AclSm::uniqueIdFor(const Version* last, uint32_t ruleNum,
+                                 const Acl::AclEntry& entry) {
+    if (last) {
+        auto it = std::lower_bound(last->rules.begin(), last->rules.end(), ruleNum,
+                                   [](const VersionRule& r, uint32_t n) { return r.ruleNum < n; });
+        if (it != last->rules.end() && it->ruleNum == ruleNum && it->entry == entry)
+            return it->id;
+    }
+    return Acl::UniqueId{nextUniqueId_++};
 }
 
-const AclSm::Version* AclSm::versionOf(const Acl::AclConfigKey& ck,
-                                       std::map<Acl::AclConfigKey, std::optional<Version>>& cache) {
+AclSm::VersionPtr AclSm::versionOf(const Acl::AclConfigKey& ck,
+                                   std::map<Acl::AclConfigKey, VersionPtr>& cache) {
     auto [it, inserted] = cache.try_emplace(ck);
     if (!inserted)
-        return it->second ? &*it->second : nullptr;
+        return it->second;
     const Vorn::Ptr<Acl::AclConfig> acl = aclConfig_->acl(ck);
     if (!acl)
         return nullptr;
-    auto& ids = ids_[ck];
-    std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>> next;
+    VersionPtr& last = lastVersion_[ck];
     Version v;
     v.countersEnabled = acl->countersEnabled();
+    v.rules.reserve(acl->entrys());
     for (const auto& [seq, entry] : acl->entry()) {
         if (entry.isRemark())
             continue;
-        v.rules.push_back({seq, uniqueIdFor(ids, next, seq, entry), entry});
+        v.rules.push_back({seq, uniqueIdFor(last.get(), seq, entry), entry});
     }
     if (ck.type == Acl::aclTypeIpv6 && aclHelper_->needToInstallIcmp6NeighborDiscoveryRules()) {
         uint32_t ruleNum = kImplicitRuleNum;
@@ -372,29 +372,25 @@ const AclSm::Version* AclSm::versionOf(const Acl::AclConfigKey& ck,
             f.protocolIs(Zamu::IpProto::kIcmp6);
             f.icmpTypeIs(type);
             const Acl::AclEntry entry = Acl::AclEntry::ip(Acl::IpRuleConfig(f));
-            v.rules.push_back({ruleNum, uniqueIdFor(ids, next, ruleNum, entry), entry});
+            v.rules.push_back({ruleNum, uniqueIdFor(last.get(), ruleNum, entry), entry});
             ++ruleNum;
         }
     }
-    ids = std::move(next);
-    it->second = std::move(v);
-    return &*it->second;
+    if (!last || !(*last == v))
+        last = std::make_shared<const Version>(std::move(v));
+    it->second = last;
+    return last;
 }
 
 std::vector<AclSm::Subrule> AclSm::expand(const Version& v) {
     std::vector<Subrule> out;
+    out.reserve(v.rules.size());
     for (const VersionRule& r : v.rules) {
         if (r.entry.isMac()) {
-            out.push_back({Subrule::Kind::mac,
-                           r.ruleNum,
-                           0,
-                           r.id,
-                           std::make_shared<const Acl::MacRuleConfig>(r.entry.macRule()),
-                           {},
-                           {}});
+            out.push_back({Subrule::Kind::mac, r.ruleNum, 0, r.id, &r.entry.macRule(), {}, {}});
             continue;
         }
-        auto config = std::make_shared<const Acl::IpRuleConfig>(r.entry.ipRule());
+        const Acl::IpRuleConfig* config = &r.entry.ipRule();
         if (config->filter().fragments()) {
             out.push_back({Subrule::Kind::frag, r.ruleNum, 0, r.id, config, {}, {}});
             continue;
@@ -414,8 +410,9 @@ AclData AclSm::aclDataOf(const AclKey& key, const Version& v, const std::vector<
     data.key = key;
     data.intf = intf;
     data.countersEnabled = v.countersEnabled;
+    data.rules.reserve(subrules.size());
     for (const Subrule& s : subrules)
-        data.rules.push_back({s.ruleNum, s.subruleNum, s.id, s.config});
+        data.rules.push_back({s.ruleNum, s.subruleNum, s.id});
     return data;
 }
 
@@ -487,10 +484,10 @@ void AclSm::tearDown(const AclData& data, const std::set<Zamu::IntfId>& rebound)
     aclHelper_->destroyAcl(data);
 }
 
-std::optional<AclSm::Failure> AclSm::build(const AclKey& key, const Version& v,
+std::optional<AclSm::Failure> AclSm::build(const AclKey& key, const VersionPtr& v,
                                            const std::set<Zamu::IntfId>& intf, Installed& out) {
-    const std::vector<Subrule> subrules = expand(v);
-    AclData data = aclDataOf(key, v, subrules, intf);
+    const std::vector<Subrule> subrules = expand(*v);
+    AclData data = aclDataOf(key, *v, subrules, intf);
     AclDataStatus status;
     std::optional<Failure> failure;
     try {
@@ -498,7 +495,7 @@ std::optional<AclSm::Failure> AclSm::build(const AclKey& key, const Version& v,
         if (pre != aclCreateOk) {
             failure = Failure{pre, "the hardware refused to create the ACL (error " +
                                        std::to_string(uint32_t(pre)) + ")"};
-        } else if (auto bad = createSubrules(key, v, data, subrules)) {
+        } else if (auto bad = createSubrules(key, *v, data, subrules)) {
             failure = bad;
         } else {
             const AclCreateError fin =
@@ -560,7 +557,8 @@ void AclSm::runUpdate() {
     const std::set<Acl::AclConfigKey> configs = std::move(dirtyConfigs_);
     dirtyConfigs_.clear();
     const std::map<AclKey, Desired>& desired = desired_;
-    std::map<Acl::AclConfigKey, std::optional<Version>> versions;
+    std::map<Acl::AclConfigKey, VersionPtr> versions;
+    auto same = [](const VersionPtr& a, const VersionPtr& b) { return a == b || *a == *b; };
 
     // Who holds each interface's slot (type and direction) after this update: slot_.
     auto belongsToAnother = [&](const Zamu::IntfId& intf, const AclKey& key) {
@@ -580,16 +578,16 @@ void AclSm::runUpdate() {
         if (di == desired.end() || !di->second.problem.empty())
             continue;
         const Desired& d = di->second;
-        const Version* v = versionOf(d.configKey, versions);
+        const VersionPtr v = versionOf(d.configKey, versions);
         VORN_ASSERT(v);
         auto inst = installed_.find(key);
-        if (inst != installed_.end() && inst->second.version == *v) {
+        if (inst != installed_.end() && same(inst->second.version, v)) {
             if (refused_.erase(key))
                 refusalCleared.insert(key);  // the configuration is back to what is installed
             continue;
         }
         auto ref = refused_.find(key);
-        if (ref != refused_.end() && ref->second.version == *v)
+        if (ref != refused_.end() && same(ref->second.version, v))
             continue;  // refused already: wait for the configuration to change
         changed = true;
         std::optional<Installed> old;
@@ -607,7 +605,7 @@ void AclSm::runUpdate() {
         }
         touched.insert(intf.begin(), intf.end());
         Installed made;
-        if (auto failure = build(key, *v, intf, made)) {
+        if (auto failure = build(key, v, intf, made)) {
             std::string error = failure->error;
             if (old && aclHelper_->revertIncompleteAclSupported()) {
                 Installed again;
@@ -618,7 +616,7 @@ void AclSm::runUpdate() {
                     error += "; its earlier version stays in effect";
                 }
             }
-            refused_[key] = Refused{*v, failure->code, error};
+            refused_[key] = Refused{v, failure->code, error};
             awaitingOutcome_.erase(key);
             statusIs(key, Acl::aclDpFailed, failure->code, error);
             continue;
@@ -733,7 +731,7 @@ void AclSm::runUpdate() {
     }
     for (const Acl::AclConfigKey& ck : configs) {
         if (!aclConfig_->acl(ck))
-            ids_.erase(ck);
+            lastVersion_.erase(ck);
     }
 
     if (changed) {

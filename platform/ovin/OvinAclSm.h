@@ -236,10 +236,12 @@ class AclSm : public Vorn::StateMachine {
         bool operator==(const VersionRule&) const = default;
     };
     struct Version {
-        std::vector<VersionRule> rules;
+        std::vector<VersionRule> rules;  // ascending rule numbers
         bool countersEnabled = false;
         bool operator==(const Version&) const = default;
     };
+    // Immutable once made: the keys of one configured ACL share its version.
+    using VersionPtr = std::shared_ptr<const Version>;
     // One helper creation call.
     struct Subrule {
         enum class Kind : uint8_t { ip, frag, mac };
@@ -247,13 +249,13 @@ class AclSm : public Vorn::StateMachine {
         uint32_t ruleNum;
         uint32_t subruleNum;
         Acl::UniqueId id;
-        std::shared_ptr<const Acl::RuleConfig> config;
+        const Acl::RuleConfig* config;  // in the version's entry, which outlives the subrule
         Acl::PortSpan source;
         Acl::PortSpan destination;
     };
     // An ACL as the helper holds it.
     struct Installed {
-        Version version;
+        VersionPtr version;
         AclData data;  // data.intf: the interfaces bound in the helper
         // Its entry of statusDp.aclStatus, found by the first outcome reported for it, so that
         // later ones (one per commit cycle) write it without a look-up. The entry is deleted
@@ -261,7 +263,7 @@ class AclSm : public Vorn::StateMachine {
         Vorn::Ptr<Acl::AclStatus> status;
     };
     struct Refused {
-        Version version;
+        VersionPtr version;
         AclCreateError code;
         std::string error;
     };
@@ -291,17 +293,17 @@ class AclSm : public Vorn::StateMachine {
     void refreshLags(std::set<Zamu::IntfId>& changed);
     Desired desiredOf(const AclKey& key, const std::set<Acl::AclBinding>& bindings) const;
     std::string keyProblem(const AclKey& key, const Zamu::IntfId& intf) const;
-    const Version* versionOf(const Acl::AclConfigKey& ck,
-                             std::map<Acl::AclConfigKey, std::optional<Version>>& cache);
-    Acl::UniqueId uniqueIdFor(std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& ids,
-                              std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>& next,
-                              uint32_t seq, const Acl::AclEntry& entry);
+    // Null when the ACL is not configured. A version equal to the last one computed for the
+    // ACL is that one.
+    VersionPtr versionOf(const Acl::AclConfigKey& ck,
+                         std::map<Acl::AclConfigKey, VersionPtr>& cache);
+    Acl::UniqueId uniqueIdFor(const Version* last, uint32_t ruleNum, const Acl::AclEntry& entry);
     static std::vector<Subrule> expand(const Version& v);
     static AclData aclDataOf(const AclKey& key, const Version& v,
                              const std::vector<Subrule>& subrules,
                              const std::set<Zamu::IntfId>& intf);
     // Creates the ACL in the helper; on a refusal, takes the partial ACL out again.
-    std::optional<Failure> build(const AclKey& key, const Version& v,
+    std::optional<Failure> build(const AclKey& key, const VersionPtr& v,
                                  const std::set<Zamu::IntfId>& intf, Installed& out);
     std::optional<Failure> createSubrules(const AclKey& key, const Version& v, const AclData& data,
                                           const std::vector<Subrule>& subrules);
@@ -355,8 +357,9 @@ class AclSm : public Vorn::StateMachine {
     // Looked up by key, never walked: their hashed order shows nowhere.
     std::unordered_map<AclKey, Installed> installed_;
     std::unordered_map<AclKey, Refused> refused_;
-    // Per configured ACL: sequence number -> the entry there and its unique id.
-    std::map<Acl::AclConfigKey, std::map<uint32_t, std::pair<Acl::AclEntry, Acl::UniqueId>>> ids_;
+    // Per configured ACL: the version last computed. A rule that stays the same at its
+    // sequence number keeps its unique id from it.
+    std::map<Acl::AclConfigKey, VersionPtr> lastVersion_;
     uint64_t nextUniqueId_ = 1;
     std::set<AclKey> awaitingOutcome_;
     std::set<Zamu::IntfId> blocked_;
