@@ -171,6 +171,9 @@ struct MappingSm::IntfFamily {
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.intfToHwAclIndexDel(p);
     }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.intfToHwAclIndex();
+    }
 };
 
 struct MappingSm::RoutedPortFamily {
@@ -201,6 +204,9 @@ struct MappingSm::RoutedPortFamily {
     }
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.routedPortToHwAclIndexDel(p);
+    }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.routedPortToHwAclIndex();
     }
 };
 
@@ -233,6 +239,9 @@ struct MappingSm::VlanFamily {
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.vlanToHwAclIndexDel(p);
     }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.vlanToHwAclIndex();
+    }
 };
 
 struct MappingSm::SubIntfFamily {
@@ -263,6 +272,9 @@ struct MappingSm::SubIntfFamily {
     }
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.subIntfToHwAclIndexDel(p);
+    }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.subIntfToHwAclIndex();
     }
 };
 
@@ -324,19 +336,34 @@ class MappingSm::ActiveAcls {
 
     // `previous`: the table of the root active before, whose shared keys are taken over for
     // the ACLs this root holds too (a new root mostly holds the ACLs of the one before).
+    // `generation`: this table's number, above every earlier table's.
     ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root,
-               const ActiveAcls* previous)
-        : root_(root) {
+               const ActiveAcls* previous, uint64_t generation)
+        : root_(root), generation_(generation), base_(generation) {
         // The root configuration replaced or gone under its id: no longer the one to follow.
         rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
             if (rootId == root_->rootConfigId())
                 stale_ = true;
         });
-        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) { filled_ = false; });
-        fill(previous && previous->filled_ ? previous : nullptr);
+        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) {
+            filled_ = false;
+            changed_ = true;
+        });
+        const bool usable = previous && previous->filled_;
+        const size_t same = fill(usable ? previous : nullptr);
+        if (usable && !previous->stale_ && !previous->changed_ && same == count_ &&
+            same == previous->count_) {
+            base_ = previous->base_;
+        }
     }
     const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
     bool stale() const { return stale_; }
+    uint64_t generation() const { return generation_; }
+    // Whether this table holds, unchanged, the same ACLs with the same table types as table
+    // `generation` did (itself included).
+    bool holdsAclsOf(uint64_t generation) const {
+        return !changed_ && !stale_ && base_ <= generation && generation <= generation_;
+    }
     const Acl* find(const Ovin::AclKey& acl) const {
         if (!filled_)
             fill(nullptr);
@@ -362,8 +389,10 @@ class MappingSm::ActiveAcls {
         }
         return nullptr;
     }
-    // `previous`: a filled table whose shared keys to take over, or null.
-    void fill(const ActiveAcls* previous) const {
+    // `previous`: a filled table whose shared keys to take over, or null. Returns how many
+    // ACLs previous holds with the same table type.
+    size_t fill(const ActiveAcls* previous) const {
+        size_t same = 0;
         size_t size = 16;
         while (size < 2 * root_->aclKeyToAclIdTypeSets())
             size *= 2;
@@ -376,10 +405,14 @@ class MappingSm::ActiveAcls {
             while (slots_[i].key)
                 i = (i + 1) & mask_;
             const Acl* before = previous ? previous->lookUp(acl, hash) : nullptr;
+            if (before && before->ids->tableType() == ids->tableType())
+                ++same;
             slots_[i] =
                 Slot{hash, &acl, Acl{ids.ptr(), before ? before->acl : sharedAclKeyFactory(acl)}};
         }
+        count_ = root_->aclKeyToAclIdTypeSets();
         filled_ = true;
+        return same;
     }
 
     struct Slot {
@@ -391,7 +424,13 @@ class MappingSm::ActiveAcls {
     mutable std::vector<Slot> slots_;
     mutable size_t mask_ = 0;
     mutable bool filled_ = false;
+    mutable size_t count_ = 0;
     bool stale_ = false;
+    // The root's ACLs changed after the table was made.
+    bool changed_ = false;
+    const uint64_t generation_;
+    // The first table of the run of tables, ending with this one, that held the same ACLs.
+    uint64_t base_;
     Vorn::Subscription sub_;
     Vorn::Subscription rootSub_;
 };
@@ -468,7 +507,7 @@ const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
         VORN_ASSERT(activeRootConfig);
     }
     activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig,
-                                               activeAcls_.get());
+                                               activeAcls_.get(), ++lastGeneration_);
     return *activeAcls_;
 }
 
@@ -726,19 +765,27 @@ void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyId
     // again would change nothing: they are only traced, and not even walked unless traced.
     if (present && !th.enabled(8))
         return;
+    forEachSecondLevel(hwAclIndex, keyIds,
+                       [&](const Mirel::ChipRuleListIdKey& k, const Mirel::AclId& aclId) {
+                           if (!present) {
+                               addChipRuleListKeyToIdMapping(hwAclIndex, aclId, k.protocolType());
+                               return;
+                           }
+                           FLINQ(th, 8,
+                                 "      add 2nd-level intf mapping for chip-rulelist-id key "
+                                     << k << ", id " << aclId);
+                       });
+}
+
+template <class Fn>
+void MappingSm::forEachSecondLevel(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds, Fn&& fn) {
     for (const Mirel::AclIdTypeSet* ids : keyIds.ids) {
         if (!ids)
             continue;
         for (const auto& [protocolType, aclId] : ids->aclIdType()) {
-            if (!present) {
-                addChipRuleListKeyToIdMapping(hwAclIndex, aclId, protocolType);
-                continue;
-            }
-            FLINQ(th, 8,
-                  "      add 2nd-level intf mapping for chip-rulelist-id key "
-                      << Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
-                                                  aclId.direction())
-                      << ", id " << aclId);
+            fn(Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
+                                        aclId.direction()),
+               aclId);
         }
     }
 }
@@ -896,10 +943,118 @@ void MappingSm::processAll() {
         process<F>(place, entry.ptr());
 }
 
+// What keepMapping works out before it writes: per pool, the new number of each old one.
+struct MappingSm::Renumbering {
+    static constexpr uint32_t kNone = UINT32_MAX;
+    std::array<std::vector<uint32_t>, kHwAclIndexAllocatorTypeCount> to;
+    std::array<bool, kHwAclIndexAllocatorTypeCount> moved{};
+    // The 2nd-level entries of every key under its new number.
+    std::vector<std::pair<Mirel::ChipRuleListIdKey, Mirel::AclId>> secondLevel;
+
+    uint32_t& of(HwAclIndexAllocatorType pool, uint32_t old) {
+        std::vector<uint32_t>& numbers = to[pool];
+        if (old >= numbers.size())
+            numbers.resize(old + 1, kNone);
+        return numbers[old];
+    }
+    uint32_t newIndex(HwAclIndexAllocatorType pool, Mirel::HwAclIndex old) const {
+        const uint32_t n = to[pool][old.value()];
+        VORN_ASSERT(n != kNone);  // every key has a place, which the walk reached
+        return n;
+    }
+};
+
+template <class F>
+bool MappingSm::renumberPlaces(Renumbering& r) {
+    Brix::NumAllocator* numbers = hwAclIndexAllocator(F::kPool)->numAllocator();
+    // The places of a family in the policy status's order, as processAll takes them; only
+    // those with an index are here (none waits).
+    for (const auto& [place, index] : F::firstLevel(*chipDataFlowConfig_)) {
+        uint32_t& to = r.of(F::kPool, index.value());
+        if (to != Renumbering::kNone)
+            continue;
+        const std::optional<uint32_t> number = numbers->getNumber();
+        if (!number)
+            return false;
+        to = *number;
+        r.moved[F::kPool] = r.moved[F::kPool] || to != index.value();
+        forEachSecondLevel(Mirel::HwAclIndex(to), hwAclIndexKeyIds<F>(place),
+                           [&](const Mirel::ChipRuleListIdKey& k, const Mirel::AclId& aclId) {
+                               r.secondLevel.emplace_back(k, aclId);
+                           });
+    }
+    return true;
+}
+
+template <class F>
+void MappingSm::writeRenumbered(const Renumbering& r) {
+    if (!r.moved[F::kPool])
+        return;
+    // Values only change: the walk stays valid.
+    for (const auto& [place, index] : F::firstLevel(*chipDataFlowConfig_))
+        F::firstLevelIs(*chipDataFlowConfig_, place,
+                        Mirel::HwAclIndex(r.newIndex(F::kPool, index)));
+}
+
+bool MappingSm::keepMapping(const ActiveAcls& active) {
+    if (th.enabled(8) || !active.holdsAclsOf(mappedGeneration_) ||
+        active.root()->aclKeyToAclIdTypeSet().empty()) {
+        return false;
+    }
+    if (!intfWaitingForHwAclIndex().empty() || !routedPortWaitingForHwAclIndex().empty() ||
+        !vlanWaitingForHwAclIndex().empty() || !subIntfWaitingForHwAclIndex().empty()) {
+        return false;
+    }
+    hwAclIndexAllocatorDelAll();
+    instantiateHwAclIndexAllocators();
+    Renumbering r;
+    if (!renumberPlaces<IntfFamily>(r) || !renumberPlaces<RoutedPortFamily>(r) ||
+        !renumberPlaces<VlanFamily>(r) || !renumberPlaces<SubIntfFamily>(r)) {
+        return false;  // a smaller range now: the rebuild decides who waits
+    }
+    released_ = {};
+    if (r.moved[hwAclIndexAllocPaclMacl_] || r.moved[hwAclIndexAllocRacl_]) {
+        // Hashed, but each key's number is written on its own: the order of the walk never
+        // shows.
+        std::vector<std::pair<HwAclIndexKey, Mirel::HwAclIndex>> renumbered;
+        for (const auto& [key, index] : keyToHwAclIndex()) {
+            const auto pool =
+                keyToIntfSet().contains(key) ? hwAclIndexAllocPaclMacl_ : hwAclIndexAllocRacl_;
+            renumbered.emplace_back(key, Mirel::HwAclIndex(r.newIndex(pool, index)));
+        }
+        for (const auto& [key, index] : renumbered)
+            keyToHwAclIndexIs(key, index);
+    }
+    // New 2nd-level entries first, so that no place points at an index without them.
+    std::sort(r.secondLevel.begin(), r.secondLevel.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [k, aclId] : r.secondLevel)
+        chipDataFlowConfig_->chipRuleListKeyToIdIs(k, aclId);
+    writeRenumbered<IntfFamily>(r);
+    writeRenumbered<RoutedPortFamily>(r);
+    writeRenumbered<VlanFamily>(r);
+    writeRenumbered<SubIntfFamily>(r);
+    // Then the entries no key holds any more.
+    std::vector<Mirel::ChipRuleListIdKey> gone;
+    auto wanted = r.secondLevel.begin();
+    for (const auto& [k, aclId] : chipDataFlowConfig_->chipRuleListKeyToId()) {
+        while (wanted != r.secondLevel.end() && wanted->first < k)
+            ++wanted;
+        if (wanted == r.secondLevel.end() || k < wanted->first)
+            gone.push_back(k);
+    }
+    for (const Mirel::ChipRuleListIdKey& k : gone)
+        chipDataFlowConfig_->chipRuleListKeyToIdDel(k);
+    return true;
+}
+
 void MappingSm::rebuild() {
     // The active root's ACLs are gathered first, before the old state goes.
-    if (activeRootConfig())
-        activeAcls();
+    const ActiveAcls* active = activeRootConfig() ? &activeAcls() : nullptr;
+    if (active && keepMapping(*active)) {
+        mappedGeneration_ = active->generation();
+        return;
+    }
     intfAclMappingDelAll();
     routedPortSharedAclMappingDelAll();
     vlanAclMappingDelAll();
@@ -925,6 +1080,7 @@ void MappingSm::rebuild() {
     processAll<RoutedPortFamily>();
     processAll<VlanFamily>();
     processAll<SubIntfFamily>();
+    mappedGeneration_ = active ? active->generation() : 0;
 }
 
 template <class Field, class F>

@@ -49,6 +49,13 @@
 //     the active root holds, or the machine still holds something for it (to be removed).
 //     Otherwise the review stops ("    no racls on vlan in active config, ignore"; "subintf"
 //     for a sub-interface), which is exactly when it would change nothing.
+//  f. A new active root that holds exactly the ACLs, each with its table type, of the root
+//     the mapping was last rebuilt on (neither root's ACLs changed since) leaves every place
+//     its ACLs and its key: the rebuild then keeps the mapping, hands the numbers out again
+//     from fresh allocators in the places' order, and writes only the data-flow entries that
+//     differ (renumbered places, the new root's ids). The tables come out as a rebuild from
+//     scratch writes them. While level 8 is traced the rebuild runs in full, whose per-place
+//     lines are the trace.
 
 #include <algorithm>
 #include <array>
@@ -314,8 +321,20 @@ class MappingSm : public Vorn::StateMachine {
     void operation(Fn&& fn);
     void reviewWaitingPlaces();
     // Empties all state, renews the allocators and the data-flow tables, processes every
-    // place of the policy status.
+    // place of the policy status (or keeps the mapping, decision f).
     void rebuild();
+    // Decision f: false, with nothing changed but the allocators, when it does not apply.
+    bool keepMapping(const ActiveAcls& active);
+    struct Renumbering;
+    // Gives each key of the family's places, in their order, its number from the fresh
+    // allocator and files the entries of its 2nd level; false when the pool runs out.
+    template <class F>
+    bool renumberPlaces(Renumbering& r);
+    template <class F>
+    void writeRenumbered(const Renumbering& r);
+    // Calls fn(2nd-level key, id) for each entry of the key's ACLs under the index.
+    template <class Fn>
+    static void forEachSecondLevel(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds, Fn&& fn);
 
     const Mirel::ChipId chipId_;
     const Vorn::Ptr<GlueStatus> glueStatus_;
@@ -331,6 +350,10 @@ class MappingSm : public Vorn::StateMachine {
     std::unique_ptr<PolicyWatchers<IntfPolicyField, SubIntfFamily>> policySubIntfAcl_;
     Vorn::Subscription activeRootSmIdSub_;
     mutable std::unique_ptr<ActiveAcls> activeAcls_;
+    // ActiveAcls tables are numbered as they are made (from 1); the mapping was last rebuilt
+    // on table mappedGeneration_ (0: on none).
+    mutable uint64_t lastGeneration_ = 0;
+    uint64_t mappedGeneration_ = 0;
 };
 
 // One MappingSm per chip; deleting an entry stops its machine first.

@@ -517,6 +517,53 @@ TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
     EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
 }
 
+// A new root with the ACLs of the old one keeps the mapping and writes only what differs: the
+// tables must still be those of a rebuild from scratch, stale entries included.
+TEST(MappingSm, ANewActiveRootWithTheSameAclsWritesOnlyWhatARebuildWouldChange) {
+    auto bindAll = [](World& w) {
+        w.bind(kEth3, {kP4});
+        w.bind(kEth2, {kP6, kMac});
+        w.bind(kEth1, {kMac});
+        w.bind(kEth3, {kP4Out});
+        w.bind(kVlan10, {kR4});
+        w.bind(kLagSub, {kR6});
+        w.bind(kEth4, {kR4});
+        w.bind(kVlan10, {kR4b});
+    };
+    auto w = runningWorld();
+    bindAll(*w);
+    ASSERT_EQ(w->intfIndex(kEth3), 1);  // a history that leaves the numbers out of order
+    size_t firstLevelWrites = 0;
+    auto sub = w->dataFlow->intfToHwAclIndexNotify([&](const IntfId&) { ++firstLevelWrites; });
+    struct Case {
+        const char* name;
+        uint32_t slot;
+        AclKeySet split;
+        uint32_t firstId;
+        size_t firstLevelWrites;  // each place renumbered once, nothing else
+    };
+    const Case cases[] = {
+        {"renumbered, other ids, split lists", 1, {kP6, kR4b}, 60, 2},
+        {"numbers in place, the split undone", 0, {}, 1, 0},
+        {"the same ids again", 1, {}, 1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        firstLevelWrites = 0;
+        w->rootIs(c.slot, kAllAcls, c.split, c.firstId);
+        w->activate(c.slot);
+        EXPECT_EQ(firstLevelWrites, c.firstLevelWrites);
+        auto fresh = checkedWorld();
+        fresh->rootIs(c.slot, kAllAcls, c.split, c.firstId);
+        bindAll(*fresh);
+        fresh->activate(c.slot);
+        fresh->start();
+        EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
+        for (const auto pool : {hwAclIndexAllocPaclMacl_, hwAclIndexAllocRacl_})
+            EXPECT_EQ(w->numbersInUse(pool), fresh->numbersInUse(pool));
+    }
+}
+
 TEST(MappingSm, ANewActiveRootMapsTheAclsItSharesWithTheOldOneWithItsOwnIds) {
     auto w = runningWorld();
     w->bind(kEth1, {kP4, kMac});
