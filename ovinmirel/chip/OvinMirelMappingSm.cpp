@@ -69,76 +69,6 @@ std::string keyFields(const HwAclIndexKey& key) {
 
 }  // namespace
 
-AclKeySet::AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
-    for (const Ovin::AclKey& acl : acls)
-        insert(acl);
-}
-
-AclKeySet::AclKeySet(AclKeySet&& o) noexcept
-    : inPlaceCount_(std::exchange(o.inPlaceCount_, 0)),
-      inPlace_(std::move(o.inPlace_)),
-      spilled_(std::move(o.spilled_)) {
-    o.spilled_.clear();
-}
-
-AclKeySet& AclKeySet::operator=(AclKeySet&& o) noexcept {
-    inPlaceCount_ = std::exchange(o.inPlaceCount_, 0);
-    inPlace_ = std::move(o.inPlace_);
-    spilled_ = std::move(o.spilled_);
-    o.spilled_.clear();
-    return *this;
-}
-
-namespace {
-
-bool aclKeyLess(const AclKeyRef& a, const Ovin::AclKey& b) {
-    return a->aclKey() < b;
-}
-
-}  // namespace
-
-bool AclKeySet::contains(const Ovin::AclKey& acl) const {
-    const std::span<const AclKeyRef> held = refs();
-    const auto at = std::lower_bound(held.begin(), held.end(), acl, aclKeyLess);
-    return at != held.end() && (*at)->aclKey() == acl;
-}
-
-bool AclKeySet::insert(const AclKeyRef& acl) {
-    const std::span<const AclKeyRef> held = refs();
-    // Sets are mostly filled in key order: past the last ACL needs one comparison.
-    size_t pos = held.size();
-    if (!held.empty() && !aclKeyLess(held.back(), acl->aclKey())) {
-        const auto at = std::lower_bound(held.begin(), held.end(), acl->aclKey(), aclKeyLess);
-        if ((*at)->aclKey() == acl->aclKey())
-            return false;
-        pos = size_t(at - held.begin());
-    }
-    if (spilled_.empty() && inPlaceCount_ < kInPlace) {
-        std::move_backward(inPlace_.begin() + pos, inPlace_.begin() + inPlaceCount_,
-                           inPlace_.begin() + inPlaceCount_ + 1);
-        inPlace_[pos] = acl;
-        ++inPlaceCount_;
-        return true;
-    }
-    if (spilled_.empty()) {
-        spilled_.reserve(2 * kInPlace);
-        for (size_t i = 0; i < inPlaceCount_; ++i)
-            spilled_.push_back(std::move(inPlace_[i]));
-        inPlaceCount_ = 0;
-    }
-    spilled_.insert(spilled_.begin() + std::ptrdiff_t(pos), acl);
-    return true;
-}
-
-bool AclKeySet::operator==(const AclKeySet& o) const {
-    const std::span<const AclKeyRef> a = refs();
-    const std::span<const AclKeyRef> b = o.refs();
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](const AclKeyRef& x, const AclKeyRef& y) {
-                          return x == y || x->aclKey() == y->aclKey();
-                      });
-}
-
 // The four families differ only in what these traits name: the policy collection read, the
 // internal mapping, the table types put in the key (through the pool), the pool, the 1st-level
 // table written, the key-to-place set, the waiting set and the words of the traces.
@@ -318,123 +248,6 @@ Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
     return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
 }
 
-// An ACL of the active root: its ids, and the shared key that places' ACL sets and hardware
-// ACL index keys holding it refer to.
-struct MappingSm::ActiveAcl {
-    const Mirel::AclIdTypeSet* ids;
-    AclKeyRef acl;
-};
-
-// The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
-// own collection is ordered by key. Open addressing over a power-of-two table at most half
-// full, each slot with the key's hash: a lookup probes a few adjacent slots and compares keys
-// only where the hashes match. Any change of the root's ACLs refills the table on the next
-// lookup (a root is written before it becomes active; later changes are rare).
-class MappingSm::ActiveAcls {
-  public:
-    using Acl = ActiveAcl;
-
-    // `previous`: the table of the root active before, whose shared keys are taken over for
-    // the ACLs this root holds too (a new root mostly holds the ACLs of the one before).
-    // `generation`: this table's number, above every earlier table's.
-    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root,
-               const ActiveAcls* previous, uint64_t generation)
-        : root_(root), generation_(generation), base_(generation) {
-        // The root configuration replaced or gone under its id: no longer the one to follow.
-        rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
-            if (rootId == root_->rootConfigId())
-                stale_ = true;
-        });
-        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) {
-            filled_ = false;
-            changed_ = true;
-        });
-        const bool usable = previous && previous->filled_;
-        const size_t same = fill(usable ? previous : nullptr);
-        if (usable && !previous->stale_ && !previous->changed_ && same == count_ &&
-            same == previous->count_) {
-            base_ = previous->base_;
-        }
-    }
-    const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
-    bool stale() const { return stale_; }
-    uint64_t generation() const { return generation_; }
-    // Whether this table holds, unchanged, the same ACLs with the same table types as table
-    // `generation` did (itself included).
-    bool holdsAclsOf(uint64_t generation) const {
-        return !changed_ && !stale_ && base_ <= generation && generation <= generation_;
-    }
-    const Acl* find(const Ovin::AclKey& acl) const {
-        if (!filled_)
-            fill(nullptr);
-        return lookUp(acl, hashOf(acl));
-    }
-
-  private:
-    // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
-    // the equality test.
-    static size_t hashOf(const Ovin::AclKey& k) {
-        uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
-        for (char c : k.name)
-            h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
-        return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
-                    uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
-                       0x9e3779b97f4a7c15ULL;
-    }
-    // REQUIRES: filled_ (else the slots may point to keys the root no longer holds).
-    const Acl* lookUp(const Ovin::AclKey& acl, size_t hash) const {
-        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
-            if (slots_[i].hash == hash && *slots_[i].key == acl)
-                return &slots_[i].acl;
-        }
-        return nullptr;
-    }
-    // `previous`: a filled table whose shared keys to take over, or null. Returns how many
-    // ACLs previous holds with the same table type.
-    size_t fill(const ActiveAcls* previous) const {
-        size_t same = 0;
-        size_t size = 16;
-        while (size < 2 * root_->aclKeyToAclIdTypeSets())
-            size *= 2;
-        slots_.assign(size, Slot{});
-        mask_ = size - 1;
-        // The keys are the root's own, which stay where they are until its collection changes.
-        for (const auto& [acl, ids] : root_->aclKeyToAclIdTypeSet()) {
-            const size_t hash = hashOf(acl);
-            size_t i = hash & mask_;
-            while (slots_[i].key)
-                i = (i + 1) & mask_;
-            const Acl* before = previous ? previous->lookUp(acl, hash) : nullptr;
-            if (before && before->ids->tableType() == ids->tableType())
-                ++same;
-            slots_[i] =
-                Slot{hash, &acl, Acl{ids.ptr(), before ? before->acl : sharedAclKeyFactory(acl)}};
-        }
-        count_ = root_->aclKeyToAclIdTypeSets();
-        filled_ = true;
-        return same;
-    }
-
-    struct Slot {
-        size_t hash = 0;
-        const Ovin::AclKey* key = nullptr;  // null: empty
-        Acl acl{};
-    };
-    const Vorn::Ptr<Mirel::RootConfig> root_;
-    mutable std::vector<Slot> slots_;
-    mutable size_t mask_ = 0;
-    mutable bool filled_ = false;
-    mutable size_t count_ = 0;
-    bool stale_ = false;
-    // The root's ACLs changed after the table was made.
-    bool changed_ = false;
-    const uint64_t generation_;
-    // The first table of the run of tables, ending with this one, that held the same ACLs.
-    uint64_t base_;
-    Vorn::Subscription sub_;
-    Vorn::Subscription rootSub_;
-};
-
 // A place's ACLs, each with what the active root holds of it (null: nothing), in the policy
 // entry's order, which is key order. A review looks them up once, for its gate and its
 // internal mapping alike; a place holds a handful, kept in place so that a review allocates
@@ -491,13 +304,13 @@ struct MappingSm::KeyIds {
 
 MappingSm::~MappingSm() = default;
 
-const MappingSm::ActiveAcls& MappingSm::activeAcls() const {
+const ActiveAcls& MappingSm::activeAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     VORN_ASSERT_MSG(rootId, "activeRootConfig");
     return activeAclsOf(*rootId);
 }
 
-const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
+const ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
     if (activeAcls_ && rootId == activeAcls_->root()->rootConfigId() && !activeAcls_->stale())
         return *activeAcls_;
     const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
@@ -513,7 +326,7 @@ const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
 
 // ---- gates ----
 
-const MappingSm::ActiveAcls* MappingSm::mappedRootAcls() const {
+const ActiveAcls* MappingSm::mappedRootAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     if (!rootId) {
         FLINQ(th, 8, "    no active root");
@@ -532,9 +345,8 @@ bool MappingSm::shouldUpdateInternalMapping() const {
 }
 
 template <class F>
-const MappingSm::ActiveAcls* MappingSm::gate(const typename F::Place& place,
-                                             const typename F::PolicyEntry* entry,
-                                             PlaceAcls& acls) const {
+const ActiveAcls* MappingSm::gate(const typename F::Place& place,
+                                  const typename F::PolicyEntry* entry, PlaceAcls& acls) const {
     const ActiveAcls* active = mappedRootAcls();
     if (!active)
         return nullptr;
