@@ -25,7 +25,8 @@
 //     allocation still goes on for the later ACLs.
 // Owns: shared references to its inputs and to the chip's AclIdResponse; the store records of
 //       the ACLs its last cycle reached, in key order, which a cycle walks alongside the chip's
-//       ACLs and the response instead of looking each ACL up.
+//       ACLs and the response instead of looking each ACL up (and so does the glue, building
+//       the chip's attempt root).
 
 #include <array>
 #include <cstddef>
@@ -75,6 +76,10 @@ class AclIdAllocSm : public Vorn::StateMachine {
     const Vorn::Ptr<const Index>& index() const { return index_; }
     const Vorn::Ptr<AclIdResponse>& aclIdResponse() const { return aclIdResponse_; }
 
+    using StoreAcls = std::map<Ovin::AclKey, Vorn::Ptr<const OvinMirelAcl>>;
+    // The store's record of each ACL the last cycle reached, in key order; every record is
+    // still the store's (see storeAcl_).
+    const StoreAcls& storeAcls() const { return storeAcl_; }
     // The Index's entry for this chip; null while the chip carries no ACL.
     const Vorn::Ptr<const ChipAclColl>& chipAclColl() const { return chipAclColl_; }
     // The next chip rule list id to hand out (the full counter, not truncated).
@@ -145,7 +150,7 @@ class AclIdAllocSm : public Vorn::StateMachine {
     // The store's record of each ACL the last cycle reached, so that a cycle finds them by
     // walking rather than by hashing every key. A key the store gains or loses leaves it (a
     // destroyed and re-created ACL is a new record): whatever it holds is still the store's.
-    std::map<Ovin::AclKey, Vorn::Ptr<const OvinMirelAcl>> storeAcl_;
+    StoreAcls storeAcl_;
     Vorn::Subscription storeSub_;
 };
 

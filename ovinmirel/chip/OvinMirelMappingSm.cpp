@@ -69,76 +69,6 @@ std::string keyFields(const HwAclIndexKey& key) {
 
 }  // namespace
 
-AclKeySet::AclKeySet(std::initializer_list<Ovin::AclKey> acls) {
-    for (const Ovin::AclKey& acl : acls)
-        insert(acl);
-}
-
-AclKeySet::AclKeySet(AclKeySet&& o) noexcept
-    : inPlaceCount_(std::exchange(o.inPlaceCount_, 0)),
-      inPlace_(std::move(o.inPlace_)),
-      spilled_(std::move(o.spilled_)) {
-    o.spilled_.clear();
-}
-
-AclKeySet& AclKeySet::operator=(AclKeySet&& o) noexcept {
-    inPlaceCount_ = std::exchange(o.inPlaceCount_, 0);
-    inPlace_ = std::move(o.inPlace_);
-    spilled_ = std::move(o.spilled_);
-    o.spilled_.clear();
-    return *this;
-}
-
-namespace {
-
-bool aclKeyLess(const AclKeyRef& a, const Ovin::AclKey& b) {
-    return a->aclKey() < b;
-}
-
-}  // namespace
-
-bool AclKeySet::contains(const Ovin::AclKey& acl) const {
-    const std::span<const AclKeyRef> held = refs();
-    const auto at = std::lower_bound(held.begin(), held.end(), acl, aclKeyLess);
-    return at != held.end() && (*at)->aclKey() == acl;
-}
-
-bool AclKeySet::insert(const AclKeyRef& acl) {
-    const std::span<const AclKeyRef> held = refs();
-    // Sets are mostly filled in key order: past the last ACL needs one comparison.
-    size_t pos = held.size();
-    if (!held.empty() && !aclKeyLess(held.back(), acl->aclKey())) {
-        const auto at = std::lower_bound(held.begin(), held.end(), acl->aclKey(), aclKeyLess);
-        if ((*at)->aclKey() == acl->aclKey())
-            return false;
-        pos = size_t(at - held.begin());
-    }
-    if (spilled_.empty() && inPlaceCount_ < kInPlace) {
-        std::move_backward(inPlace_.begin() + pos, inPlace_.begin() + inPlaceCount_,
-                           inPlace_.begin() + inPlaceCount_ + 1);
-        inPlace_[pos] = acl;
-        ++inPlaceCount_;
-        return true;
-    }
-    if (spilled_.empty()) {
-        spilled_.reserve(2 * kInPlace);
-        for (size_t i = 0; i < inPlaceCount_; ++i)
-            spilled_.push_back(std::move(inPlace_[i]));
-        inPlaceCount_ = 0;
-    }
-    spilled_.insert(spilled_.begin() + std::ptrdiff_t(pos), acl);
-    return true;
-}
-
-bool AclKeySet::operator==(const AclKeySet& o) const {
-    const std::span<const AclKeyRef> a = refs();
-    const std::span<const AclKeyRef> b = o.refs();
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](const AclKeyRef& x, const AclKeyRef& y) {
-                          return x == y || x->aclKey() == y->aclKey();
-                      });
-}
-
 // The four families differ only in what these traits name: the policy collection read, the
 // internal mapping, the table types put in the key (through the pool), the pool, the 1st-level
 // table written, the key-to-place set, the waiting set and the words of the traces.
@@ -171,6 +101,9 @@ struct MappingSm::IntfFamily {
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.intfToHwAclIndexDel(p);
     }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.intfToHwAclIndex();
+    }
 };
 
 struct MappingSm::RoutedPortFamily {
@@ -201,6 +134,9 @@ struct MappingSm::RoutedPortFamily {
     }
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.routedPortToHwAclIndexDel(p);
+    }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.routedPortToHwAclIndex();
     }
 };
 
@@ -233,6 +169,9 @@ struct MappingSm::VlanFamily {
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.vlanToHwAclIndexDel(p);
     }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.vlanToHwAclIndex();
+    }
 };
 
 struct MappingSm::SubIntfFamily {
@@ -263,6 +202,9 @@ struct MappingSm::SubIntfFamily {
     }
     static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
         c.subIntfToHwAclIndexDel(p);
+    }
+    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
+        return c.subIntfToHwAclIndex();
     }
 };
 
@@ -305,96 +247,6 @@ Vorn::Ptr<Mirel::RootConfig> MappingSm::activeRootConfig() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     return rootId ? glueStatus_->rootConfigColl()->rootConfig(*rootId) : nullptr;
 }
-
-// An ACL of the active root: its ids, and the shared key that places' ACL sets and hardware
-// ACL index keys holding it refer to.
-struct MappingSm::ActiveAcl {
-    const Mirel::AclIdTypeSet* ids;
-    AclKeyRef acl;
-};
-
-// The ACLs of one root by key, hashed: every review looks its place's ACLs up, and the root's
-// own collection is ordered by key. Open addressing over a power-of-two table at most half
-// full, each slot with the key's hash: a lookup probes a few adjacent slots and compares keys
-// only where the hashes match. Any change of the root's ACLs refills the table on the next
-// lookup (a root is written before it becomes active; later changes are rare).
-class MappingSm::ActiveAcls {
-  public:
-    using Acl = ActiveAcl;
-
-    // `previous`: the table of the root active before, whose shared keys are taken over for
-    // the ACLs this root holds too (a new root mostly holds the ACLs of the one before).
-    ActiveAcls(const Mirel::RootConfigColl& roots, const Vorn::Ptr<Mirel::RootConfig>& root,
-               const ActiveAcls* previous)
-        : root_(root) {
-        // The root configuration replaced or gone under its id: no longer the one to follow.
-        rootSub_ = roots.rootConfigNotify([this](uint32_t rootId) {
-            if (rootId == root_->rootConfigId())
-                stale_ = true;
-        });
-        sub_ = root->aclKeyToAclIdTypeSetNotify([this](const Ovin::AclKey&) { filled_ = false; });
-        fill(previous && previous->filled_ ? previous : nullptr);
-    }
-    const Vorn::Ptr<Mirel::RootConfig>& root() const { return root_; }
-    bool stale() const { return stale_; }
-    const Acl* find(const Ovin::AclKey& acl) const {
-        if (!filled_)
-            fill(nullptr);
-        return lookUp(acl, hashOf(acl));
-    }
-
-  private:
-    // Cheaper than the ACL key's own hash: the tag is nearly always empty and is left to
-    // the equality test.
-    static size_t hashOf(const Ovin::AclKey& k) {
-        uint64_t h = 0xcbf29ce484222325ULL;  // FNV-1a over the name
-        for (char c : k.name)
-            h = (h ^ uint8_t(c)) * 0x100000001b3ULL;
-        return h ^ (uint64_t(k.type) | uint64_t(k.direction) << 8 | uint64_t(k.flag) << 16 |
-                    uint64_t(k.vlanId ? k.vlanId->value() : 0) << 24) *
-                       0x9e3779b97f4a7c15ULL;
-    }
-    // REQUIRES: filled_ (else the slots may point to keys the root no longer holds).
-    const Acl* lookUp(const Ovin::AclKey& acl, size_t hash) const {
-        for (size_t i = hash & mask_; slots_[i].key; i = (i + 1) & mask_) {
-            if (slots_[i].hash == hash && *slots_[i].key == acl)
-                return &slots_[i].acl;
-        }
-        return nullptr;
-    }
-    // `previous`: a filled table whose shared keys to take over, or null.
-    void fill(const ActiveAcls* previous) const {
-        size_t size = 16;
-        while (size < 2 * root_->aclKeyToAclIdTypeSets())
-            size *= 2;
-        slots_.assign(size, Slot{});
-        mask_ = size - 1;
-        // The keys are the root's own, which stay where they are until its collection changes.
-        for (const auto& [acl, ids] : root_->aclKeyToAclIdTypeSet()) {
-            const size_t hash = hashOf(acl);
-            size_t i = hash & mask_;
-            while (slots_[i].key)
-                i = (i + 1) & mask_;
-            const Acl* before = previous ? previous->lookUp(acl, hash) : nullptr;
-            slots_[i] =
-                Slot{hash, &acl, Acl{ids.ptr(), before ? before->acl : sharedAclKeyFactory(acl)}};
-        }
-        filled_ = true;
-    }
-
-    struct Slot {
-        size_t hash = 0;
-        const Ovin::AclKey* key = nullptr;  // null: empty
-        Acl acl{};
-    };
-    const Vorn::Ptr<Mirel::RootConfig> root_;
-    mutable std::vector<Slot> slots_;
-    mutable size_t mask_ = 0;
-    mutable bool filled_ = false;
-    bool stale_ = false;
-    Vorn::Subscription sub_;
-    Vorn::Subscription rootSub_;
-};
 
 // A place's ACLs, each with what the active root holds of it (null: nothing), in the policy
 // entry's order, which is key order. A review looks them up once, for its gate and its
@@ -452,13 +304,13 @@ struct MappingSm::KeyIds {
 
 MappingSm::~MappingSm() = default;
 
-const MappingSm::ActiveAcls& MappingSm::activeAcls() const {
+const ActiveAcls& MappingSm::activeAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     VORN_ASSERT_MSG(rootId, "activeRootConfig");
     return activeAclsOf(*rootId);
 }
 
-const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
+const ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
     if (activeAcls_ && rootId == activeAcls_->root()->rootConfigId() && !activeAcls_->stale())
         return *activeAcls_;
     const Vorn::Ptr<Mirel::RootConfig> activeRootConfig =
@@ -468,13 +320,13 @@ const MappingSm::ActiveAcls& MappingSm::activeAclsOf(uint32_t rootId) const {
         VORN_ASSERT(activeRootConfig);
     }
     activeAcls_ = std::make_unique<ActiveAcls>(*glueStatus_->rootConfigColl(), activeRootConfig,
-                                               activeAcls_.get());
+                                               activeAcls_.get(), ++lastGeneration_);
     return *activeAcls_;
 }
 
 // ---- gates ----
 
-const MappingSm::ActiveAcls* MappingSm::mappedRootAcls() const {
+const ActiveAcls* MappingSm::mappedRootAcls() const {
     const uint32_t* rootId = glueStatus_->activeRootSmId(chipId_);
     if (!rootId) {
         FLINQ(th, 8, "    no active root");
@@ -493,9 +345,8 @@ bool MappingSm::shouldUpdateInternalMapping() const {
 }
 
 template <class F>
-const MappingSm::ActiveAcls* MappingSm::gate(const typename F::Place& place,
-                                             const typename F::PolicyEntry* entry,
-                                             PlaceAcls& acls) const {
+const ActiveAcls* MappingSm::gate(const typename F::Place& place,
+                                  const typename F::PolicyEntry* entry, PlaceAcls& acls) const {
     const ActiveAcls* active = mappedRootAcls();
     if (!active)
         return nullptr;
@@ -726,19 +577,27 @@ void MappingSm::addSecondLevelMappings(Mirel::HwAclIndex hwAclIndex, const KeyId
     // again would change nothing: they are only traced, and not even walked unless traced.
     if (present && !th.enabled(8))
         return;
+    forEachSecondLevel(hwAclIndex, keyIds,
+                       [&](const Mirel::ChipRuleListIdKey& k, const Mirel::AclId& aclId) {
+                           if (!present) {
+                               addChipRuleListKeyToIdMapping(hwAclIndex, aclId, k.protocolType());
+                               return;
+                           }
+                           FLINQ(th, 8,
+                                 "      add 2nd-level intf mapping for chip-rulelist-id key "
+                                     << k << ", id " << aclId);
+                       });
+}
+
+template <class Fn>
+void MappingSm::forEachSecondLevel(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds, Fn&& fn) {
     for (const Mirel::AclIdTypeSet* ids : keyIds.ids) {
         if (!ids)
             continue;
         for (const auto& [protocolType, aclId] : ids->aclIdType()) {
-            if (!present) {
-                addChipRuleListKeyToIdMapping(hwAclIndex, aclId, protocolType);
-                continue;
-            }
-            FLINQ(th, 8,
-                  "      add 2nd-level intf mapping for chip-rulelist-id key "
-                      << Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
-                                                  aclId.direction())
-                      << ", id " << aclId);
+            fn(Mirel::ChipRuleListIdKey(hwAclIndex, aclId.tableType(), protocolType,
+                                        aclId.direction()),
+               aclId);
         }
     }
 }
@@ -896,10 +755,118 @@ void MappingSm::processAll() {
         process<F>(place, entry.ptr());
 }
 
+// What keepMapping works out before it writes: per pool, the new number of each old one.
+struct MappingSm::Renumbering {
+    static constexpr uint32_t kNone = UINT32_MAX;
+    std::array<std::vector<uint32_t>, kHwAclIndexAllocatorTypeCount> to;
+    std::array<bool, kHwAclIndexAllocatorTypeCount> moved{};
+    // The 2nd-level entries of every key under its new number.
+    std::vector<std::pair<Mirel::ChipRuleListIdKey, Mirel::AclId>> secondLevel;
+
+    uint32_t& of(HwAclIndexAllocatorType pool, uint32_t old) {
+        std::vector<uint32_t>& numbers = to[pool];
+        if (old >= numbers.size())
+            numbers.resize(old + 1, kNone);
+        return numbers[old];
+    }
+    uint32_t newIndex(HwAclIndexAllocatorType pool, Mirel::HwAclIndex old) const {
+        const uint32_t n = to[pool][old.value()];
+        VORN_ASSERT(n != kNone);  // every key has a place, which the walk reached
+        return n;
+    }
+};
+
+template <class F>
+bool MappingSm::renumberPlaces(Renumbering& r) {
+    Brix::NumAllocator* numbers = hwAclIndexAllocator(F::kPool)->numAllocator();
+    // The places of a family in the policy status's order, as processAll takes them; only
+    // those with an index are here (none waits).
+    for (const auto& [place, index] : F::firstLevel(*chipDataFlowConfig_)) {
+        uint32_t& to = r.of(F::kPool, index.value());
+        if (to != Renumbering::kNone)
+            continue;
+        const std::optional<uint32_t> number = numbers->getNumber();
+        if (!number)
+            return false;
+        to = *number;
+        r.moved[F::kPool] = r.moved[F::kPool] || to != index.value();
+        forEachSecondLevel(Mirel::HwAclIndex(to), hwAclIndexKeyIds<F>(place),
+                           [&](const Mirel::ChipRuleListIdKey& k, const Mirel::AclId& aclId) {
+                               r.secondLevel.emplace_back(k, aclId);
+                           });
+    }
+    return true;
+}
+
+template <class F>
+void MappingSm::writeRenumbered(const Renumbering& r) {
+    if (!r.moved[F::kPool])
+        return;
+    // Values only change: the walk stays valid.
+    for (const auto& [place, index] : F::firstLevel(*chipDataFlowConfig_))
+        F::firstLevelIs(*chipDataFlowConfig_, place,
+                        Mirel::HwAclIndex(r.newIndex(F::kPool, index)));
+}
+
+bool MappingSm::keepMapping(const ActiveAcls& active) {
+    if (th.enabled(8) || !active.holdsAclsOf(mappedGeneration_) ||
+        active.root()->aclKeyToAclIdTypeSet().empty()) {
+        return false;
+    }
+    if (!intfWaitingForHwAclIndex().empty() || !routedPortWaitingForHwAclIndex().empty() ||
+        !vlanWaitingForHwAclIndex().empty() || !subIntfWaitingForHwAclIndex().empty()) {
+        return false;
+    }
+    hwAclIndexAllocatorDelAll();
+    instantiateHwAclIndexAllocators();
+    Renumbering r;
+    if (!renumberPlaces<IntfFamily>(r) || !renumberPlaces<RoutedPortFamily>(r) ||
+        !renumberPlaces<VlanFamily>(r) || !renumberPlaces<SubIntfFamily>(r)) {
+        return false;  // a smaller range now: the rebuild decides who waits
+    }
+    released_ = {};
+    if (r.moved[hwAclIndexAllocPaclMacl_] || r.moved[hwAclIndexAllocRacl_]) {
+        // Hashed, but each key's number is written on its own: the order of the walk never
+        // shows.
+        std::vector<std::pair<HwAclIndexKey, Mirel::HwAclIndex>> renumbered;
+        for (const auto& [key, index] : keyToHwAclIndex()) {
+            const auto pool =
+                keyToIntfSet().contains(key) ? hwAclIndexAllocPaclMacl_ : hwAclIndexAllocRacl_;
+            renumbered.emplace_back(key, Mirel::HwAclIndex(r.newIndex(pool, index)));
+        }
+        for (const auto& [key, index] : renumbered)
+            keyToHwAclIndexIs(key, index);
+    }
+    // New 2nd-level entries first, so that no place points at an index without them.
+    std::sort(r.secondLevel.begin(), r.secondLevel.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [k, aclId] : r.secondLevel)
+        chipDataFlowConfig_->chipRuleListKeyToIdIs(k, aclId);
+    writeRenumbered<IntfFamily>(r);
+    writeRenumbered<RoutedPortFamily>(r);
+    writeRenumbered<VlanFamily>(r);
+    writeRenumbered<SubIntfFamily>(r);
+    // Then the entries no key holds any more.
+    std::vector<Mirel::ChipRuleListIdKey> gone;
+    auto wanted = r.secondLevel.begin();
+    for (const auto& [k, aclId] : chipDataFlowConfig_->chipRuleListKeyToId()) {
+        while (wanted != r.secondLevel.end() && wanted->first < k)
+            ++wanted;
+        if (wanted == r.secondLevel.end() || k < wanted->first)
+            gone.push_back(k);
+    }
+    for (const Mirel::ChipRuleListIdKey& k : gone)
+        chipDataFlowConfig_->chipRuleListKeyToIdDel(k);
+    return true;
+}
+
 void MappingSm::rebuild() {
     // The active root's ACLs are gathered first, before the old state goes.
-    if (activeRootConfig())
-        activeAcls();
+    const ActiveAcls* active = activeRootConfig() ? &activeAcls() : nullptr;
+    if (active && keepMapping(*active)) {
+        mappedGeneration_ = active->generation();
+        return;
+    }
     intfAclMappingDelAll();
     routedPortSharedAclMappingDelAll();
     vlanAclMappingDelAll();
@@ -925,6 +892,7 @@ void MappingSm::rebuild() {
     processAll<RoutedPortFamily>();
     processAll<VlanFamily>();
     processAll<SubIntfFamily>();
+    mappedGeneration_ = active ? active->generation() : 0;
 }
 
 template <class Field, class F>

@@ -49,6 +49,13 @@
 //     the active root holds, or the machine still holds something for it (to be removed).
 //     Otherwise the review stops ("    no racls on vlan in active config, ignore"; "subintf"
 //     for a sub-interface), which is exactly when it would change nothing.
+//  f. A new active root that holds exactly the ACLs, each with its table type, of the root
+//     the mapping was last rebuilt on (neither root's ACLs changed since) leaves every place
+//     its ACLs and its key: the rebuild then keeps the mapping, hands the numbers out again
+//     from fresh allocators in the places' order, and writes only the data-flow entries that
+//     differ (renumbered places, the new root's ids). The tables come out as a rebuild from
+//     scratch writes them. While level 8 is traced the rebuild runs in full, whose per-place
+//     lines are the trace.
 
 #include <algorithm>
 #include <array>
@@ -60,6 +67,8 @@
 #include <span>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelAclKeySet.h"
+#include "ovinmirel/chip/OvinMirelActiveAcls.h"
 #include "ovinmirel/chip/OvinMirelHwAclIndex.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "platform/mirel/AclId.h"
@@ -70,70 +79,6 @@
 #include "platform/vorn/StateMachine.h"
 
 namespace OvinMirel {
-
-// The ACLs of one place, in key order, each once, as references to shared ACL keys rather than
-// a std::set of copies: a place holds a handful of ACLs, and a rebuild makes one of these for
-// every place of the chip from the active root's shared keys. Up to kInPlace references are
-// kept in the set itself, so most sets cost no allocation of their own; a larger set keeps all
-// of them in a vector. Reads like a set of ACL keys.
-class AclKeySet {
-  public:
-    class const_iterator {
-      public:
-        using iterator_category = std::forward_iterator_tag;
-        using value_type = Ovin::AclKey;
-        using difference_type = std::ptrdiff_t;
-        using pointer = const Ovin::AclKey*;
-        using reference = const Ovin::AclKey&;
-
-        const_iterator() = default;
-        explicit const_iterator(const AclKeyRef* at) : at_(at) {}
-        const Ovin::AclKey& operator*() const { return (*at_)->aclKey(); }
-        const Ovin::AclKey* operator->() const { return &(*at_)->aclKey(); }
-        const_iterator& operator++() {
-            ++at_;
-            return *this;
-        }
-        const_iterator operator++(int) { return const_iterator(at_++); }
-        bool operator==(const const_iterator&) const = default;
-
-      private:
-        const AclKeyRef* at_ = nullptr;
-    };
-    using iterator = const_iterator;
-    using value_type = Ovin::AclKey;
-
-    AclKeySet() = default;
-    AclKeySet(std::initializer_list<Ovin::AclKey> acls);
-    AclKeySet(const AclKeySet&) = default;
-    AclKeySet& operator=(const AclKeySet&) = default;
-    // The set moved from is left empty.
-    AclKeySet(AclKeySet&& o) noexcept;
-    AclKeySet& operator=(AclKeySet&& o) noexcept;
-
-    const_iterator begin() const { return const_iterator(refs().data()); }
-    const_iterator end() const { return const_iterator(refs().data() + refs().size()); }
-    size_t size() const { return refs().size(); }
-    bool empty() const { return refs().empty(); }
-    bool contains(const Ovin::AclKey& acl) const;
-    // Adds the ACL in its place; false when it is there already.
-    bool insert(const Ovin::AclKey& acl) { return insert(sharedAclKeyFactory(acl)); }
-    bool insert(const AclKeyRef& acl);
-    // The same ACL keys.
-    bool operator==(const AclKeySet& o) const;
-
-  private:
-    static constexpr size_t kInPlace = 3;
-    std::span<const AclKeyRef> refs() const {
-        if (!spilled_.empty())
-            return spilled_;
-        return {inPlace_.data(), inPlaceCount_};
-    }
-
-    size_t inPlaceCount_ = 0;                  // used while spilled_ is empty
-    std::array<AclKeyRef, kInPlace> inPlace_;  // the first inPlaceCount_ are the set
-    std::vector<AclKeyRef> spilled_;           // the set, once it outgrew inPlace_
-};
 
 class MappingSm : public Vorn::StateMachine {
     VORN_ENTITY("OvinMirel::MappingSm")
@@ -244,8 +189,6 @@ class MappingSm : public Vorn::StateMachine {
     struct VlanFamily;
     struct SubIntfFamily;
     struct KeyIds;
-    struct ActiveAcl;
-    class ActiveAcls;
     class PlaceAcls;
     template <class F>
     class PlaceWatcher;
@@ -314,8 +257,20 @@ class MappingSm : public Vorn::StateMachine {
     void operation(Fn&& fn);
     void reviewWaitingPlaces();
     // Empties all state, renews the allocators and the data-flow tables, processes every
-    // place of the policy status.
+    // place of the policy status (or keeps the mapping, decision f).
     void rebuild();
+    // Decision f: false, with nothing changed but the allocators, when it does not apply.
+    bool keepMapping(const ActiveAcls& active);
+    struct Renumbering;
+    // Gives each key of the family's places, in their order, its number from the fresh
+    // allocator and files the entries of its 2nd level; false when the pool runs out.
+    template <class F>
+    bool renumberPlaces(Renumbering& r);
+    template <class F>
+    void writeRenumbered(const Renumbering& r);
+    // Calls fn(2nd-level key, id) for each entry of the key's ACLs under the index.
+    template <class Fn>
+    static void forEachSecondLevel(Mirel::HwAclIndex hwAclIndex, const KeyIds& keyIds, Fn&& fn);
 
     const Mirel::ChipId chipId_;
     const Vorn::Ptr<GlueStatus> glueStatus_;
@@ -331,6 +286,10 @@ class MappingSm : public Vorn::StateMachine {
     std::unique_ptr<PolicyWatchers<IntfPolicyField, SubIntfFamily>> policySubIntfAcl_;
     Vorn::Subscription activeRootSmIdSub_;
     mutable std::unique_ptr<ActiveAcls> activeAcls_;
+    // ActiveAcls tables are numbered as they are made (from 1); the mapping was last rebuilt
+    // on table mappedGeneration_ (0: on none).
+    mutable uint64_t lastGeneration_ = 0;
+    uint64_t mappedGeneration_ = 0;
 };
 
 // One MappingSm per chip; deleting an entry stops its machine first.

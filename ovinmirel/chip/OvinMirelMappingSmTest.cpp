@@ -97,43 +97,6 @@ Place subIntf(const IntfId& i) {
     return {"subintf " + i.name(), i, [i](const World& w) { return w.subIntfIndex(i); }};
 }
 
-TEST(AclKeySet, HoldsEachAclOnceInKeyOrderWhateverItsSize) {
-    // Up to three ACLs are held in the set itself, more in a vector: both read alike.
-    const std::vector<Ovin::AclKey> acls = {kR4b, kMac, kP4Out, kR6, kP4, kMacOut};
-    for (size_t n = 0; n <= acls.size(); ++n) {
-        SCOPED_TRACE(testing::Message() << n << " ACLs");
-        const std::vector<Ovin::AclKey> some(acls.begin(), acls.begin() + std::ptrdiff_t(n));
-        AclKeySet set;
-        for (const Ovin::AclKey& k : some)
-            EXPECT_TRUE(set.insert(k));
-        for (const Ovin::AclKey& k : some)
-            EXPECT_FALSE(set.insert(k)) << k;  // again: no change
-        std::vector<Ovin::AclKey> sorted = some;
-        std::sort(sorted.begin(), sorted.end());
-        EXPECT_EQ(std::vector<Ovin::AclKey>(set.begin(), set.end()), sorted);
-        EXPECT_EQ(set.size(), n);
-        for (const Ovin::AclKey& k : acls)
-            EXPECT_EQ(set.contains(k), std::find(some.begin(), some.end(), k) != some.end()) << k;
-        // Equal by value to a set built in another order from other shared keys; a copy stays
-        // equal, a move leaves the source empty.
-        AclKeySet reversed;
-        for (auto k = some.rbegin(); k != some.rend(); ++k)
-            reversed.insert(sharedAclKeyFactory(*k));
-        EXPECT_EQ(reversed, set);
-        AclKeySet copy = set;
-        EXPECT_EQ(copy, set);
-        AclKeySet moved = std::move(copy);
-        EXPECT_EQ(moved, set);
-        EXPECT_TRUE(copy.empty());
-        EXPECT_EQ(copy.begin(), copy.end());
-        if (n > 0) {
-            EXPECT_FALSE(AclKeySet{kR4Out} == set);
-            moved.insert(kR4Out);
-            EXPECT_FALSE(moved == set);
-        }
-    }
-}
-
 TEST(MappingSm, PlacesWithOneKeyShareAnIndexFreedByTheLastOfThePool) {
     struct Case {
         const char* name;
@@ -515,6 +478,53 @@ TEST(MappingSm, ANewActiveRootRenumbersFromScratchAndPulsesTheControl) {
     fresh->activate(1);
     fresh->start();
     EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
+}
+
+// A new root with the ACLs of the old one keeps the mapping and writes only what differs: the
+// tables must still be those of a rebuild from scratch, stale entries included.
+TEST(MappingSm, ANewActiveRootWithTheSameAclsWritesOnlyWhatARebuildWouldChange) {
+    auto bindAll = [](World& w) {
+        w.bind(kEth3, {kP4});
+        w.bind(kEth2, {kP6, kMac});
+        w.bind(kEth1, {kMac});
+        w.bind(kEth3, {kP4Out});
+        w.bind(kVlan10, {kR4});
+        w.bind(kLagSub, {kR6});
+        w.bind(kEth4, {kR4});
+        w.bind(kVlan10, {kR4b});
+    };
+    auto w = runningWorld();
+    bindAll(*w);
+    ASSERT_EQ(w->intfIndex(kEth3), 1);  // a history that leaves the numbers out of order
+    size_t firstLevelWrites = 0;
+    auto sub = w->dataFlow->intfToHwAclIndexNotify([&](const IntfId&) { ++firstLevelWrites; });
+    struct Case {
+        const char* name;
+        uint32_t slot;
+        AclKeySet split;
+        uint32_t firstId;
+        size_t firstLevelWrites;  // each place renumbered once, nothing else
+    };
+    const Case cases[] = {
+        {"renumbered, other ids, split lists", 1, {kP6, kR4b}, 60, 2},
+        {"numbers in place, the split undone", 0, {}, 1, 0},
+        {"the same ids again", 1, {}, 1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        firstLevelWrites = 0;
+        w->rootIs(c.slot, kAllAcls, c.split, c.firstId);
+        w->activate(c.slot);
+        EXPECT_EQ(firstLevelWrites, c.firstLevelWrites);
+        auto fresh = checkedWorld();
+        fresh->rootIs(c.slot, kAllAcls, c.split, c.firstId);
+        bindAll(*fresh);
+        fresh->activate(c.slot);
+        fresh->start();
+        EXPECT_TRUE(w->dataFlow->mappingsEqual(*fresh->dataFlow));
+        for (const auto pool : {hwAclIndexAllocPaclMacl_, hwAclIndexAllocRacl_})
+            EXPECT_EQ(w->numbersInUse(pool), fresh->numbersInUse(pool));
+    }
 }
 
 TEST(MappingSm, ANewActiveRootMapsTheAclsItSharesWithTheOldOneWithItsOwnIds) {

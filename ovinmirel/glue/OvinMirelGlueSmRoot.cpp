@@ -139,21 +139,39 @@ std::vector<GlueSm::RootAcl> GlueSm::rootAcls(Mirel::ChipId chip, uint32_t attem
     if (!chipAcls)
         return acls;
     acls.reserve(chipAcls->aclIntfMappings());
-    const Vorn::Ptr<AclIdResponse> response =
-        glueStatus_->aclIdResponseColl()->chipAclIdResponse(chip);
+    Vorn::Ptr<AclIdResponse> response = glueStatus_->aclIdResponseColl()->chipAclIdResponse(chip);
+    if (!response)
+        response = aclIdResponseFactory(chip);  // no ids for any ACL
+    // The chip's ACLs, its response and the store records its allocator keeps are all in key
+    // order: one walk pairs them, instead of an ordered and a hashed lookup per ACL.
+    const Vorn::Ptr<AclIdAllocSm> alloc = aclIdAllocSmColl_->chipAclIdAllocSm(chip);
+    const AclIdAllocSm::StoreAcls noStoreAcls;
+    const AclIdAllocSm::StoreAcls& storeAcls = alloc ? alloc->storeAcls() : noStoreAcls;
+    auto nextStoreAcl = storeAcls.begin();
+    auto nextIds = response->response().begin();
+    auto seek = [](auto& it, const auto& end, const Ovin::AclKey& key) {
+        while (it != end && it->first < key)
+            ++it;
+        return it != end && it->first == key;
+    };
     for (const auto& [key, aclIntf] : chipAcls->aclIntfMapping()) {
         if (aclIntf->intfIds() == 0) {
             FLINQ(th, 8, RootPrefix{attempt} << "   Skipping ACL: " << key << ", no interfaces");
             continue;
         }
-        const Vorn::Ptr<Mirel::AclIdTypeSet> ids =
-            response ? response->response(key) : Vorn::Ptr<Mirel::AclIdTypeSet>();
+        Vorn::Ptr<Mirel::AclIdTypeSet> ids;
+        if (seek(nextIds, response->response().end(), key))
+            ids = nextIds->second;
         if (!ids || ids->aclIdTypes() == 0) {
             FLINQ(th, 8,
                   RootPrefix{attempt} << "   Skipping ACL: " << key << ", aclId not applied");
             continue;
         }
-        const Vorn::Ptr<OvinMirelAcl> iterAcl = ovinMirelAclColl_->acl(key);
+        Vorn::Ptr<const OvinMirelAcl> iterAcl;
+        if (seek(nextStoreAcl, storeAcls.end(), key))
+            iterAcl = nextStoreAcl->second;
+        else
+            iterAcl = ovinMirelAclColl_->acl(key);
         VORN_ASSERT(iterAcl);
         VORN_ASSERT_MSG(!(iterAcl->ipRuleByIds() > 0 && iterAcl->macRuleByIds() > 0),
                         "!( iterAcl->ipRuleByIds() > 0 && iterAcl->macRuleByIds() > 0 )");
