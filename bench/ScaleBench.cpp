@@ -26,7 +26,9 @@
 //  ScaleMemory/<S1>      heap bytes per rule and per binding (mallinfo2), and ScaleApply/S3's
 //                        rss_MB counter: the process's VmRSS once S3 is applied (which also
 //                        holds the benchmark's own description of every switch it built), and
-//                        agent_MB: the heap the agent itself took, its configuration included.
+//                        agent_MB: the heap the agent itself took, its configuration included
+//                        (rule bodies it shares with that description count there, not here;
+//                        ScaleMemory gives the agent rules of its own).
 //  ScaleChips/<n>        a commit cycle against the number of chips, same configuration per
 //                        chip.
 
@@ -585,13 +587,32 @@ void BM_ScaleIndex(benchmark::State& state, const std::string& kind, const std::
 
 // ---- d. Memory ----
 
-// The heap a switch's ACLs and bindings take once applied.
+// The entry with a rule body of its own: copies of an entry share one body, so the scenario's
+// entries would share theirs with the agent's configuration and go uncounted.
+Acl::AclEntry ownCopy(const Acl::AclEntry& e) {
+    if (e.isIp())
+        return Acl::AclEntry::ip(e.ipRule(), e.sourcePort(), e.destinationPort());
+    if (e.isMac())
+        return Acl::AclEntry::mac(e.macRule());
+    return e.isRemark() && !e.remarkText().empty() ? Acl::AclEntry::remark(e.remarkText())
+                                                   : Acl::AclEntry();
+}
+
+// The heap a switch's ACLs and bindings take once applied, as a configuration read from text
+// would hold them: every rule owned by the agent alone.
 size_t appliedHeap(const Scenario& s) {
     std::unique_ptr<Agent> agent = switchUp(s);
     const size_t before = heapInUse();
-    applyAcls(**agent, s);
-    if (!notLoaded(**agent, s).empty())
-        throw std::runtime_error("not loaded: " + notLoaded(**agent, s));
+    {
+        Scenario own = s;
+        for (Sim::AclSpec& a : own.acls) {
+            for (Sim::RuleSpec& r : a.rules)
+                r.entry = ownCopy(r.entry);
+        }
+        applyAcls(**agent, own);
+        if (!notLoaded(**agent, own).empty())
+            throw std::runtime_error("not loaded: " + notLoaded(**agent, own));
+    }
     return heapInUse() - before;
 }
 
