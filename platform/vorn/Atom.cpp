@@ -13,6 +13,13 @@ std::unordered_map<std::string_view, void*>& table() {
     return *t;
 }
 
+uint64_t prefixOf(std::string_view text) {
+    uint64_t p = 0;
+    for (size_t i = 0; i < 8; ++i)
+        p = p << 8 | (i < text.size() ? uint8_t(text[i]) : 0);
+    return p;
+}
+
 }  // namespace
 
 Atom::Record* Atom::intern(std::string_view text) {
@@ -24,7 +31,7 @@ Atom::Record* Atom::intern(std::string_view text) {
         ++r->holders;
         return r;
     }
-    auto* r = new Record{std::string(text), std::hash<std::string_view>()(text), 1};
+    auto* r = new Record{std::string(text), std::hash<std::string_view>()(text), prefixOf(text), 1};
     t.emplace(std::string_view(r->text), r);
     return r;
 }

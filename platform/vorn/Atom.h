@@ -4,7 +4,9 @@
 // each chip's policy and mapping state, the engine's tables), so each holder keeps a pointer
 // to one shared record instead of a string of its own: copying and equality cost a pointer,
 // the hash is the text's std::hash taken once, and ordering compares the texts only when the
-// records differ, so Atoms order exactly as their texts do.
+// records differ, so Atoms order exactly as their texts do. Most orderings are settled by the
+// texts' first eight bytes, kept in the record as one number: names of a switch's ACLs differ
+// early, and a set of keys compares them on every lookup.
 //
 // A record lives while an Atom holds it; the last one to let go removes it from the table.
 // Single-threaded, like the rest of the framework: the table and the counts have no locks.
@@ -56,6 +58,10 @@ class Atom {
     friend std::strong_ordering operator<=>(const Atom& a, const Atom& b) {
         if (a.rec_ == b.rec_)
             return std::strong_ordering::equal;
+        const uint64_t pa = a.rec_ ? a.rec_->prefix : 0;
+        const uint64_t pb = b.rec_ ? b.rec_->prefix : 0;
+        if (pa != pb)
+            return pa <=> pb;
         return a.str().compare(b.str()) <=> 0;
     }
 
@@ -66,6 +72,9 @@ class Atom {
     struct Record {
         std::string text;
         size_t hash;
+        // The first eight bytes, big-endian and zero-padded: numbers compare as the texts'
+        // starts do (unsigned bytes), and equal numbers leave the order to the whole texts.
+        uint64_t prefix;
         uint32_t holders;
     };
     static Record* intern(std::string_view text);

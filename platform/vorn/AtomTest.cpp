@@ -13,7 +13,22 @@ namespace {
 // Atoms must order, compare and hash exactly as their texts, whether or not two of them share
 // a record; keys that order differently would change every walk of a keyed collection.
 TEST(AtomTest, OrdersComparesAndHashesAsItsText) {
-    const std::vector<std::string> texts = {"", "a", "ab", "b", "acl-10", "acl-9", "B"};
+    // Texts that tie on their first eight bytes (an embedded zero byte, a prefix of exactly
+    // eight) and bytes above 0x7f, which order as unsigned.
+    const std::vector<std::string> texts = {"",
+                                            "a",
+                                            "ab",
+                                            "b",
+                                            "acl-10",
+                                            "acl-9",
+                                            "B",
+                                            "acl-edge",
+                                            "acl-edge1",
+                                            "acl-edge2",
+                                            "acl-edge-12",
+                                            "\xff",
+                                            std::string("ab\0", 3),
+                                            std::string("ab\0c", 4)};
     for (const std::string& x : texts) {
         for (const std::string& y : texts) {
             SCOPED_TRACE(x + " vs " + y);
