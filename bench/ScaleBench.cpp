@@ -337,12 +337,24 @@ const Sim::BindingSpec& firstBindingOn(const Scenario& s, const std::string& pre
     throw std::logic_error("no binding on " + prefix);
 }
 
-// A VLAN whose interface carries an ACL, and a port of another VLAN's group that is not in it.
-std::pair<uint32_t, IntfId> vlanToJoin(const Scenario& s) {
+// A VLAN whose interface carries an ACL, and a port of another VLAN that is not in it. With
+// `sameChip` the port is on the chip of the VLAN's first member, so the VLAN's ACL is already
+// on the port's chip, as it must be on a one-chip switch; otherwise the first such port, which
+// on a switch of many chips brings the ACL onto a chip that did not hold it.
+std::pair<uint32_t, IntfId> vlanToJoin(const Scenario& s, bool sameChip = false) {
     const Sim::VlanSpec& v = s.vlans[0];
+    auto chipOf = [&s](const IntfId& p) {
+        for (size_t c = 0; c < s.chips.size(); ++c) {
+            const auto& ports = s.chips[c].ports;
+            if (std::find(ports.begin(), ports.end(), p) != ports.end())
+                return c;
+        }
+        throw std::logic_error("a port on no chip");
+    };
     for (const Sim::VlanSpec& other : s.vlans) {
         for (const IntfId& p : other.members) {
-            if (std::find(v.members.begin(), v.members.end(), p) == v.members.end())
+            if (std::find(v.members.begin(), v.members.end(), p) == v.members.end() &&
+                (!sameChip || chipOf(p) == chipOf(v.members.front())))
                 return {uint32_t(v.id.value()), p};
         }
     }
@@ -541,8 +553,14 @@ void BM_ScaleIndex(benchmark::State& state, const std::string& kind, const std::
                     root.vlanMemberIs(v, p, false);
             };
         }
-    } else if (kind == "vlanJoin") {
-        const auto [vlan, port] = vlanToJoin(s);
+    } else if (kind == "vlanJoin" || kind == "vlanJoinChip") {
+        // The same change at every size: the VLAN's ACL is on the port's chip already. The
+        // other kind brings it onto a chip that did not hold it (many chips only).
+        if (kind == "vlanJoinChip" && s.chips.size() < 2) {
+            state.SkipWithError("one chip only");
+            return;
+        }
+        const auto [vlan, port] = vlanToJoin(s, kind == "vlanJoin");
         apply = [&root, vlan, port] { root.vlanMemberIs(vlan, port, true); };
         undo = [&root, vlan, port] { root.vlanMemberIs(vlan, port, false); };
     } else if (kind == "portMove") {
@@ -681,7 +699,7 @@ void registerChange(const char* name) {
 void registerIndex(const char* name) {
     // Not a port-channel member change: the engine re-derives the bindings of the members and
     // the helper's commit starts a cycle at once (ScaleChange/lagMember covers it).
-    for (const char* kind : {"bind", "vlanJoin", "portMove", "fanOut"}) {
+    for (const char* kind : {"bind", "vlanJoin", "vlanJoinChip", "portMove", "fanOut"}) {
         benchmark::RegisterBenchmark((std::string("ScaleIndex/") + kind + "/" + name).c_str(),
                                      BM_ScaleIndex, std::string(kind), std::string(name))
             ->UseManualTime()
