@@ -31,6 +31,8 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <type_traits>
+#include <unordered_map>
 #include <utility>
 
 #include "platform/vorn/Entity.h"
@@ -104,7 +106,11 @@ class EntryWatchers {
 
     const Field* field_;
     Hooks hooks_;
-    std::map<K, Entry> watchers_;
+    // Looked up only (by the watched collection's key, on every change of it): its order never
+    // shows, so it is hashed where the key has a hash.
+    using Watchers = std::conditional_t<std::is_default_constructible_v<std::hash<K>>,
+                                        std::unordered_map<K, Entry>, std::map<K, Entry>>;
+    Watchers watchers_;
     Subscription sub_;
 };
 
