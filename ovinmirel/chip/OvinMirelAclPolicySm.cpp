@@ -831,20 +831,24 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
     const AclParentIntfSet* recorded = contribution ? contribution->aclKey(aclKey) : nullptr;
     if (!recorded)
         return;
-    AclParentIntfSet kept;
     // What the interface contributed is withdrawn as it was recorded: the index may no longer
     // say how the ACL came. The interface's own ACLs are in one mapping; when they are to go
     // to the other, all go. The status writes below never touch intfAclStatus: the record is
     // read in place and replaced once.
+    auto stays = [&](const Zamu::IntfId& parent) {
+        return wanted && wanted->parentIntfId(parent) &&
+               (pathOf(intfId, parent) != Path::phy || review.sharedBefore == review.sharedAfter);
+    };
+    // Most ACLs a review looks at stay as they are: nothing to build or write for them.
+    if (std::all_of(recorded->parentIntfId().begin(), recorded->parentIntfId().end(), stays))
+        return;
+    AclParentIntfSet kept;
     for (const Zamu::IntfId& parent : recorded->parentIntfId()) {
-        const Path path = pathOf(intfId, parent);
-        const bool stays = wanted && wanted->parentIntfId(parent) &&
-                           (path != Path::phy || review.sharedBefore == review.sharedAfter);
-        if (stays) {
+        if (stays(parent)) {
             kept.parentIntfId().insert(parent);
             continue;
         }
-        switch (path) {
+        switch (pathOf(intfId, parent)) {
             case Path::phy:
                 deletePhyIntf(intfId, aclKey);
                 break;
@@ -856,8 +860,6 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
                 break;
         }
     }
-    if (kept.parentIntfId().size() == recorded->parentIntfId().size())
-        return;
     if (!kept.parentIntfId().empty()) {
         contribution->aclKeyIs(aclKey, kept);
         return;
