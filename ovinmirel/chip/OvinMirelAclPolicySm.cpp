@@ -55,6 +55,12 @@ std::string maskWords(Mask mask) {
     return out;
 }
 
+// The kinds bound to an interface, as a review and the error check both trace them.
+void traceCombination(const Zamu::IntfId& intfId, Mask combination) {
+    FLINQ(th, 8,
+          "    " << intfId << " aclTypeCombination " << combination << maskWords(combination));
+}
+
 bool isIp(const Ovin::AclKey& key) {
     return key.type == Acl::aclTypeIpv4 || key.type == Acl::aclTypeIpv6;
 }
@@ -64,6 +70,12 @@ bool isIp(const Ovin::AclKey& key) {
 // One per ACL of this chip's Index.chipAclMapping entry: a physical interface of the chip that
 // comes or goes under the ACL is reviewed, and each one present is watched for the parents
 // through which the ACL reaches it (they decide where the ACL goes in the status).
+//
+// The index writes an interface's mapping under the ACL (Index.aclPhyIntfMapping) together with
+// the chip entry that lists the interface, so the parents are taken when the interface comes.
+// Only while an interface of the chip entry has no mapping (the index rebuilt under it, or a
+// mapping emptied by its writer) is the ACL's whole set of mappings watched: every chip holding
+// the ACL would otherwise hear of each port the ACL reaches anywhere.
 class AclPolicySm::ChipAclWatcher {
   public:
     ChipAclWatcher(AclPolicySm* sm, const Ovin::AclKey& acl, const Vorn::Ptr<AclIntfColl>& entry)
@@ -86,40 +98,82 @@ class AclPolicySm::ChipAclWatcher {
     }
 
   private:
+    // The parent subscription of one interface, in interface order.
+    struct Parents {
+        Zamu::IntfId intf;
+        Vorn::Subscription sub;
+    };
+
     void follow() {
         phyIntfs_ = sm_->index()->aclPhyIntfMapping(acl_);
-        phyIntfSub_.reset();
+        mappingSub_.reset();
         parents_.clear();
-        if (phyIntfs_) {
-            phyIntfSub_ = phyIntfs_->phyIntfMappingNotify([this](const Zamu::IntfId& intf) {
-                // Only this chip's interfaces; one replaced under the ACL is reviewed.
-                if (!entry_->intfId(intf))
-                    return;
-                watchParents(intf);
-                sm_->handleAclPhyIntf(acl_, intf);
-            });
-        }
         for (const Zamu::IntfId& intf : entry_->intfId())
             watchParents(intf);
+        watchMappings();
     }
     void handleIntf(const Zamu::IntfId& intf) {
         if (entry_->intfId(intf))
             watchParents(intf);
         else
-            parents_.erase(intf);
+            unwatchParents(intf);
+        watchMappings();
         sm_->handleAclPhyIntf(acl_, intf);
+    }
+    // A mapping under the ACL came or went while some interface here had none.
+    void handleMapping(const Zamu::IntfId& intf) {
+        // Only this chip's interfaces; one replaced under the ACL is reviewed.
+        if (!entry_->intfId(intf))
+            return;
+        watchParents(intf);
+        watchMappings();
+        sm_->handleAclPhyIntf(acl_, intf);
+    }
+    void handleParents(const PhyIntfMapping& mapping) {
+        const Zamu::IntfId intf = mapping.intfId();
+        // Its writer deletes a mapping left without parents: until the interface leaves the chip
+        // entry, a new mapping may come for it.
+        if (!mapping.parentIntfIds()) {
+            unwatchParents(intf);
+            watchMappings();
+        }
+        sm_->handleAclPhyIntf(acl_, intf);
+    }
+    std::vector<Parents>::iterator parentsOf(const Zamu::IntfId& intf) {
+        return std::lower_bound(parents_.begin(), parents_.end(), intf,
+                                [](const Parents& p, const Zamu::IntfId& i) { return p.intf < i; });
     }
     void watchParents(const Zamu::IntfId& intf) {
         const Vorn::Ptr<PhyIntfMapping> mapping =
             phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
         if (!mapping) {
-            parents_.erase(intf);
+            unwatchParents(intf);
             return;
         }
-        // The slot captures no key of its own (the watcher has it, and outlives the slot), so
-        // the handler fits in the function object itself: one of these per (ACL, interface).
-        parents_[intf] = mapping->parentIntfIdNotify(
-            [this, intf](const Zamu::IntfId&) { sm_->handleAclPhyIntf(acl_, intf); });
+        // The slot captures no key (the mapping has it, and is alive while it notifies), so the
+        // handler fits in the function object itself: one of these per (ACL, interface).
+        Vorn::Subscription sub = mapping->parentIntfIdNotify(
+            [this, m = mapping.ptr()](const Zamu::IntfId&) { handleParents(*m); });
+        auto it = parentsOf(intf);
+        if (it != parents_.end() && it->intf == intf)
+            it->sub = std::move(sub);
+        else
+            parents_.insert(it, Parents{intf, std::move(sub)});
+    }
+    void unwatchParents(const Zamu::IntfId& intf) {
+        auto it = parentsOf(intf);
+        if (it != parents_.end() && it->intf == intf)
+            parents_.erase(it);
+    }
+    // The ACL's mappings are watched exactly while an interface of the entry has none here.
+    void watchMappings() {
+        if (!phyIntfs_ || parents_.size() == entry_->intfIds()) {
+            mappingSub_.reset();
+            return;
+        }
+        if (!mappingSub_.connected())
+            mappingSub_ = phyIntfs_->phyIntfMappingNotify(
+                [this](const Zamu::IntfId& intf) { handleMapping(intf); });
     }
 
     AclPolicySm* const sm_;
@@ -128,9 +182,9 @@ class AclPolicySm::ChipAclWatcher {
     Vorn::Subscription sub_;
     // The ACL's entry of Index.aclPhyIntfMapping, whose interfaces on this chip are watched.
     Vorn::Ptr<AclPhyIntfColl> phyIntfs_;
-    Vorn::Subscription phyIntfSub_;
-    // Keyed lookups only; nothing walks it.
-    std::map<Zamu::IntfId, Vorn::Subscription> parents_;
+    Vorn::Subscription mappingSub_;
+    // The interfaces of entry_ that have a mapping under the ACL, each with its subscription.
+    std::vector<Parents> parents_;
 };
 
 AclPolicySm::AclPolicySm(Mirel::ChipId chipId,
@@ -186,8 +240,7 @@ Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
         }
     }
     const Mask combination(mask);
-    FLINQ(th, 8,
-          "    " << intfId << " aclTypeCombination " << combination << maskWords(combination));
+    traceCombination(intfId, combination);
     return combination;
 }
 
@@ -348,13 +401,15 @@ void AclPolicySm::handleIntfPolicyTimer() {
     // the next one instead of being cleared unseen.
     const std::vector<Zamu::IntfId> queue = intfPolicyQueue().keys();
     intfPolicyQueueDelAll();
-    for (const Zamu::IntfId& intf : queue) {
-        processIntf(intf);
-        updateErrIntf(intf);
-    }
+    for (const Zamu::IntfId& intf : queue)
+        updateErrIntf(intf, reviewIntf(intf));
 }
 
 void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
+    reviewIntf(intfId);
+}
+
+AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "  processIntf " << intfId);
     PendingReview pending;
@@ -416,7 +471,7 @@ void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
                     addAcl(intfId, key, *parents, review.sharedAfter);
             }
         }
-        return;
+        return review;
     }
     size_t i = 0;
     for (const Ovin::AclKey& key : pending.acls)
@@ -426,6 +481,7 @@ void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
         if (const Vorn::Ptr<PhyIntfMapping>& parents = wanted[i++])
             addAcl(intfId, key, *parents, review.sharedAfter);
     }
+    return review;
 }
 
 AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) const {
@@ -455,7 +511,8 @@ AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) cons
         FLINQ(th, 8, "    intf is not ready");
         return out;
     }
-    out.policy = getIntfPolicy(intfId);
+    out.combination = getIntfAclTypeCombination(intfId);
+    out.policy = getBestAclTypeCombinationMatch(out.combination);
     out.acls = acls;
     return out;
 }
@@ -539,6 +596,21 @@ void AclPolicySm::updateErrIntf(const Zamu::IntfId& intfId) {
     }
 }
 
+void AclPolicySm::updateErrIntf(const Zamu::IntfId& intfId, const IntfReview& review) {
+    if (!review.acls) {
+        updateErrIntf(intfId);
+        return;
+    }
+    // The review found the interface on this chip and read its kinds: the same answer, traced
+    // the same way, without reading them again.
+    traceCombination(intfId, review.combination);
+    if (review.policy != review.combination) {
+        errIntfIs(intfId, true);
+    } else {
+        errIntfDel(intfId);
+    }
+}
+
 void AclPolicySm::logErrIntf(const Zamu::IntfId& intfId) const {
     VORN_ASSERT(initialized());
     Logging::log(errIntf(intfId) ? kAclNotActiveOnInterface : kAclActiveOnInterface, intfId.name());
@@ -573,11 +645,19 @@ void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKe
 
 void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                          const PhyIntfMapping& wanted, bool shared) {
+    Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
+    const AclParentIntfSet* found = contribution ? contribution->aclKey(aclKey) : nullptr;
+    // In effect through every wanted parent already (and so listed in aclPhyIntfStatus): a
+    // review that looks at an unchanged ACL writes nothing.
+    if (found &&
+        std::all_of(wanted.parentIntfId().begin(), wanted.parentIntfId().end(),
+                    [&](const Zamu::IntfId& p) { return found->parentIntfId().contains(p); }))
+        return;
     Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
     VORN_ASSERT(aclPhyIntf);
     aclPhyIntf->phyIntfIs(intfId);
-    const Vorn::Ptr<IntfAclStatus> contribution = intfAclStatusIs(intfId);
-    const AclParentIntfSet* found = contribution->aclKey(aclKey);
+    if (!contribution)
+        contribution = intfAclStatusIs(intfId);
     AclParentIntfSet parents = found ? *found : AclParentIntfSet();
     // The status writes reach the mapping machine only, which never writes the index: the
     // parent set is walked in place.
@@ -610,7 +690,8 @@ void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& acl
     Vorn::Ptr<IntfAclKeySet> entry = shared
                                          ? aclPolicyStatus()->routedPortSharedAclMappingIs(intfId)
                                          : aclPolicyStatus()->intfAclMappingIs(intfId);
-    if (entry->aclKey(aclKey)) {
+    // The look-up only picks the trace line: adding a key already there changes nothing.
+    if (th.enabled(8) && entry->aclKey(aclKey)) {
         FLINQ(th, 8, "    redundant entry");
         return;
     }
@@ -625,7 +706,7 @@ void AclPolicySm::addVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vl
     VORN_ASSERT(initialized());
     const Bridging::VlanId vlan = Zamu::VlanIntfId::vlanId(vlanIntfId);
     Vorn::Ptr<VlanAclKeySet> entry = aclPolicyStatus()->vlanAclMappingIs(intfId, vlan.value());
-    if (entry->aclKey(aclKey)) {
+    if (th.enabled(8) && entry->aclKey(aclKey)) {  // as in addPhyIntf
         FLINQ(th, 8, "        adding vlanId " << vlan << " " << aclKey << " already added");
     } else {
         FLINQ(th, 8, "        adding vlanId " << vlan << " " << aclKey << " to vlanAclMapping");
@@ -640,7 +721,7 @@ void AclPolicySm::addSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& sub
     VORN_ASSERT_MSG(!Zamu::PortChannelIntfId::isPortChannelIntfId(subIntfId),
                     "Unexpected port-channel parent interface");
     Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->subIntfAclMappingIs(subIntfId);
-    if (entry->aclKey(aclKey)) {
+    if (th.enabled(8) && entry->aclKey(aclKey)) {  // as in addPhyIntf
         FLINQ(th, 8, "        adding " << subIntfId << " " << aclKey << " already added");
     } else {
         FLINQ(th, 8, "        adding " << subIntfId << " " << aclKey << " to subIntfAclMapping");
@@ -750,20 +831,24 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
     const AclParentIntfSet* recorded = contribution ? contribution->aclKey(aclKey) : nullptr;
     if (!recorded)
         return;
-    AclParentIntfSet kept;
     // What the interface contributed is withdrawn as it was recorded: the index may no longer
     // say how the ACL came. The interface's own ACLs are in one mapping; when they are to go
     // to the other, all go. The status writes below never touch intfAclStatus: the record is
     // read in place and replaced once.
+    auto stays = [&](const Zamu::IntfId& parent) {
+        return wanted && wanted->parentIntfId(parent) &&
+               (pathOf(intfId, parent) != Path::phy || review.sharedBefore == review.sharedAfter);
+    };
+    // Most ACLs a review looks at stay as they are: nothing to build or write for them.
+    if (std::all_of(recorded->parentIntfId().begin(), recorded->parentIntfId().end(), stays))
+        return;
+    AclParentIntfSet kept;
     for (const Zamu::IntfId& parent : recorded->parentIntfId()) {
-        const Path path = pathOf(intfId, parent);
-        const bool stays = wanted && wanted->parentIntfId(parent) &&
-                           (path != Path::phy || review.sharedBefore == review.sharedAfter);
-        if (stays) {
+        if (stays(parent)) {
             kept.parentIntfId().insert(parent);
             continue;
         }
-        switch (path) {
+        switch (pathOf(intfId, parent)) {
             case Path::phy:
                 deletePhyIntf(intfId, aclKey);
                 break;
@@ -775,8 +860,6 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
                 break;
         }
     }
-    if (kept.parentIntfId().size() == recorded->parentIntfId().size())
-        return;
     if (!kept.parentIntfId().empty()) {
         contribution->aclKeyIs(aclKey, kept);
         return;

@@ -8,9 +8,10 @@
 //  - Index.chipIntfMapping, for this chip's entry, and that entry's interface set;
 //  - Index.chipAclMapping, for this chip's entry only: one watcher per ACL, which watches the
 //    ACL's interface set on this chip and, per interface, the parents through which the ACL
-//    reaches it (Index.aclPhyIntfMapping: the ACL's entry, its interfaces of this chip and
-//    their parent sets). Any change schedules a review of the interface concerned. So a
-//    change costs the chips it concerns, not every chip.
+//    reaches it (Index.aclPhyIntfMapping: the ACL's entry and the parent sets of its
+//    interfaces of this chip; the entry's whole interface collection only while one of this
+//    chip's interfaces has no mapping there). Any change schedules a review of the interface
+//    concerned. So a change costs the chips it concerns, not every chip.
 // Writes:  AclPolicyStatus (intfAclMapping, routedPortSharedAclMapping, vlanAclMapping,
 //          subIntfAclMapping); it is their only writer.
 // Timer:   intfPolicyTimer, armed for time 0 by every schedule, so a burst of changes is
@@ -255,6 +256,7 @@ class AclPolicySm : public Vorn::StateMachine {
     // go before and after (routedPortSharedAclMapping or intfAclMapping).
     struct IntfReview {
         Vorn::Ptr<IntfAclColl> acls;  // null unless the interface may contribute
+        Mask combination;             // the kinds bound, read where acls is set
         Mask policy;
         bool sharedBefore = false;
         bool sharedAfter = false;
@@ -266,6 +268,10 @@ class AclPolicySm : public Vorn::StateMachine {
         std::set<Ovin::AclKey> acls;
     };
     void scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
+    // processIntf, returning what it found of the interface.
+    IntfReview reviewIntf(const Zamu::IntfId& intfId);
+    // updateErrIntf, from a review's reading of the interface where it made one.
+    void updateErrIntf(const Zamu::IntfId& intfId, const IntfReview& review);
     // The review's interface-wide part; traces why an interface contributes nothing, where it
     // does not.
     IntfReview intfReview(const Zamu::IntfId& intfId) const;

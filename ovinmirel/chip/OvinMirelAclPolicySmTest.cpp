@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ovinmirel/chip/OvinMirelChipTestWorld.h"
+#include "ovinmirel/index/OvinMirelAclPhyIntfIndexSm.h"
 #include "platform/flinq/Flinq.h"
 #include "platform/logging/Logging.h"
 
@@ -220,6 +221,23 @@ TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
     w.index->aclPhyIntfMappingDelAll();
     EXPECT_EQ(w.settle(), 1u);
     EXPECT_EQ(w.status(1), Facts{});
+}
+
+TEST(AclPolicySm, AnInterfaceKeepsItsParentsFollowedThroughARebuiltAttachmentIndex) {
+    // The attachment machine started over gives the ACL new mappings while this chip's entry
+    // still lists the port: a parent the port gains afterwards, which changes no chip entry,
+    // is still seen.
+    Chip1 w;
+    w.subIntf("Ethernet1.7");
+    w.bind(kSubR4, "Ethernet1");
+    w.settle();
+    aclPhyIntfIndexSmFactory(w.acls, w.pd, w.vlans, w.index)->handleInitialized();
+    w.settle();
+    ASSERT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet1", kSubR4)});
+    w.bind(kSubR4, "Ethernet1.7");
+    w.settle();
+    EXPECT_EQ(w.status(1), (Facts{line("intfAclMapping", "Ethernet1", kSubR4),
+                                  line("subIntfAclMapping", "Ethernet1.7", kSubR4)}));
 }
 
 TEST(AclPolicySm, RoutedPortSharingNeedsRouterAclsOnlyAndTheirCombination) {

@@ -1,5 +1,7 @@
 #include "ovinmirel/index/OvinMirelIntfAclTypeIndexSm.h"
 
+#include <cstddef>
+
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
 #include "platform/vorn/Exception.h"
@@ -79,20 +81,21 @@ void IntfAclTypeIndexSm::handleIntfAcl(const Zamu::IntfId& intf, const Ovin::Acl
     if (acls && acls->aclKey(acl)) {
         Vorn::Ptr<AclTableTypeMapping> group =
             index_->intfAclTypeMappingIs(intf)->aclTableTypeMappingIs(tableType);
-        if (!group->aclKey(acl)) {
-            group->aclKeyIs(acl);
+        // Counted only when it is new here: the size tells, without a second lookup.
+        const size_t before = group->aclKeys();
+        group->aclKeyIs(acl);
+        if (group->aclKeys() != before)
             group->outAclsIs(group->outAcls() + out);
-        }
         FLINQ(th, 8,
               "intfAclTypeMapping: " << intf << " " << tableType << " " << acl << " is Added");
         return;
     }
     index_->intfAclTypeMappingDelMember(intf, [&](IntfAclTableTypeColl& types) {
         types.aclTableTypeMappingDelMember(tableType, [&](AclTableTypeMapping& group) {
-            if (group.aclKey(acl)) {
-                group.aclKeyDel(acl);
+            const size_t before = group.aclKeys();
+            group.aclKeyDel(acl);
+            if (group.aclKeys() != before)
                 group.outAclsIs(group.outAcls() - out);
-            }
             return group.aclKeys();
         });
         return types.aclTableTypeMappings();
