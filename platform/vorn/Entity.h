@@ -48,11 +48,11 @@ class Entity : public PtrInterface {
     virtual std::string_view typeName() const = 0;
 };
 
-// Holds a reference to a reference-counted entity for the duration of a notification. An entity
-// that is not (yet) owned by any Ptr is left alone.
+// Holds a reference to a reference-counted entity for the duration of a walk that notifies more
+// than once. An entity that is not (yet) owned by any Ptr is left alone.
 class KeepAlive {
   public:
-    explicit KeepAlive(const Entity* e) : e_(e->references() ? e : nullptr) {
+    explicit KeepAlive(const PtrInterface* e) : e_(e && e->references() ? e : nullptr) {
         if (e_)
             e_->newRef();
     }
@@ -64,7 +64,7 @@ class KeepAlive {
     KeepAlive& operator=(const KeepAlive&) = delete;
 
   private:
-    const Entity* e_;
+    const PtrInterface* e_;
 };
 
 // Container choice for a collection: hash, or ordered by the key's operator<. A hashed
@@ -83,17 +83,18 @@ struct Ordered {
     using Map = std::map<K, V>;
 };
 
+// A field keeps no pointer to its entity of its own: its signal records it (see Signal.h) and
+// holds a reference to it while it notifies.
 template <class T>
 class Attr {
   public:
     explicit Attr(const Entity& owner, T initial = T{})
-        : owner_(&owner), value_(std::move(initial)) {}
+        : signal_(&owner), value_(std::move(initial)) {}
     const T& get() const { return value_; }
     bool set(const T& v) {
         if (value_ == v)
             return false;
         value_ = v;
-        KeepAlive keep(owner_);
         signal_.emit();
         return true;
     }
@@ -101,11 +102,11 @@ class Attr {
     [[nodiscard]] Subscription notify(F&& f) const {
         return signal_.connect(std::forward<F>(f));
     }
+    const Entity& owner() const { return *static_cast<const Entity*>(signal_.owner()); }
 
   private:
-    const Entity* owner_;
-    T value_;
     mutable Signal<> signal_;
+    T value_;
 };
 
 // A reference attribute: a mutator given a null reference throws NullPointerException; `del`
@@ -113,10 +114,10 @@ class Attr {
 template <class T>
 class PtrAttr {
   public:
-    PtrAttr(const Entity& owner, const char* name) : attr_(owner), owner_(&owner), name_(name) {}
+    PtrAttr(const Entity& owner, const char* name) : attr_(owner), name_(name) {}
     const Ptr<T>& get() const { return attr_.get(); }
     bool set(const Ptr<T>& p) {
-        requireNonNull(p, owner_->typeName(), name_);
+        requireNonNull(p, attr_.owner().typeName(), name_);
         return attr_.set(p);
     }
     bool del() { return attr_.set(nullptr); }
@@ -127,7 +128,6 @@ class PtrAttr {
 
   private:
     Attr<Ptr<T>> attr_;
-    const Entity* owner_;
     const char* name_;
 };
 
@@ -167,7 +167,7 @@ class CollectionBase {
     using key_type = K;
     using const_iterator = typename Container::const_iterator;
 
-    explicit CollectionBase(const Entity& owner) : owner_(&owner) {}
+    explicit CollectionBase(const Entity& owner) : signal_(&owner) {}
     size_t size() const { return items_.size(); }
     bool empty() const { return items_.empty(); }
     bool contains(const K& k) const { return items_.find(k) != items_.end(); }
@@ -197,12 +197,11 @@ class CollectionBase {
         // The erased value (maybe the last reference to a child entity) lives until the
         // watchers have been told.
         auto node = items_.extract(it);
-        KeepAlive keep(owner_);
         signal_.emit(k);
         return true;
     }
     void delAll() {
-        KeepAlive keep(owner_);
+        KeepAlive keep(signal_.owner());
         while (!items_.empty()) {
             auto node = items_.extract(items_.begin());
             signal_.emit(keyOf(node));
@@ -230,11 +229,7 @@ class CollectionBase {
             return n.value();
         }
     }
-    void changed(const K& k) {
-        KeepAlive keep(owner_);
-        signal_.emit(k);
-    }
-    const Entity* owner_;
+    void changed(const K& k) { signal_.emit(k); }
     Container items_;
     mutable Signal<K> signal_;
 };
