@@ -24,6 +24,14 @@
 //  - while a field notifies it holds a reference to its entity, so a watcher may delete the
 //    entity (or the entry it is told about) without anything dangling.
 // Declarations leave the class in public access.
+//
+// Containers. A hashed collection is a std::unordered_set/map. An ordered map is a std::map;
+// an ordered set is a FlatSet, a sorted vector: most hold one to a few members, where a tree
+// costs a node per member. So, unlike every other collection, an ordered set's iterators and
+// references to its members do not survive a write to the set: a walk during which the set may
+// change (through a watcher, say) walks `keys()`, a copy. Debug builds stop the process when
+// an iterator is used after its set changed. An ordered map keeps its entries in place (some
+// hold thousands, and `find` hands out pointers to values).
 
 #include <algorithm>
 #include <cstddef>
@@ -36,6 +44,7 @@
 #include <vector>
 
 #include "platform/vorn/Exception.h"
+#include "platform/vorn/FlatSet.h"
 #include "platform/vorn/Name.h"
 #include "platform/vorn/Ptr.h"
 #include "platform/vorn/Signal.h"
@@ -78,7 +87,7 @@ struct Hashed {
 };
 struct Ordered {
     template <class K>
-    using Set = std::set<K>;
+    using Set = FlatSet<K>;
     template <class K, class V>
     using Map = std::map<K, V>;
 };
@@ -195,9 +204,10 @@ class CollectionBase {
         if (it == items_.end())
             return false;
         // The erased value (maybe the last reference to a child entity) lives until the
-        // watchers have been told.
+        // watchers have been told. They are told the extracted key: `k` may be a reference
+        // into a flat set, which the erase has moved.
         auto node = items_.extract(it);
-        signal_.emit(k);
+        signal_.emit(keyOf(node));
         return true;
     }
     void delAll() {
