@@ -24,6 +24,14 @@
 //  - while a field notifies it holds a reference to its entity, so a watcher may delete the
 //    entity (or the entry it is told about) without anything dangling.
 // Declarations leave the class in public access.
+//
+// Containers. A hashed collection is a std::unordered_set/map. An ordered map is a std::map;
+// an ordered set is a FlatSet, a sorted vector: most hold one to a few members, where a tree
+// costs a node per member. So, unlike every other collection, an ordered set's iterators and
+// references to its members do not survive a write to the set: a walk during which the set may
+// change (through a watcher, say) walks `keys()`, a copy. Debug builds stop the process when
+// an iterator is used after its set changed. An ordered map keeps its entries in place (some
+// hold thousands, and `find` hands out pointers to values).
 
 #include <algorithm>
 #include <cstddef>
@@ -36,6 +44,7 @@
 #include <vector>
 
 #include "platform/vorn/Exception.h"
+#include "platform/vorn/FlatSet.h"
 #include "platform/vorn/Name.h"
 #include "platform/vorn/Ptr.h"
 #include "platform/vorn/Signal.h"
@@ -48,11 +57,11 @@ class Entity : public PtrInterface {
     virtual std::string_view typeName() const = 0;
 };
 
-// Holds a reference to a reference-counted entity for the duration of a notification. An entity
-// that is not (yet) owned by any Ptr is left alone.
+// Holds a reference to a reference-counted entity for the duration of a walk that notifies more
+// than once. An entity that is not (yet) owned by any Ptr is left alone.
 class KeepAlive {
   public:
-    explicit KeepAlive(const Entity* e) : e_(e->references() ? e : nullptr) {
+    explicit KeepAlive(const PtrInterface* e) : e_(e && e->references() ? e : nullptr) {
         if (e_)
             e_->newRef();
     }
@@ -64,7 +73,7 @@ class KeepAlive {
     KeepAlive& operator=(const KeepAlive&) = delete;
 
   private:
-    const Entity* e_;
+    const PtrInterface* e_;
 };
 
 // Container choice for a collection: hash, or ordered by the key's operator<. A hashed
@@ -78,22 +87,23 @@ struct Hashed {
 };
 struct Ordered {
     template <class K>
-    using Set = std::set<K>;
+    using Set = FlatSet<K>;
     template <class K, class V>
     using Map = std::map<K, V>;
 };
 
+// A field keeps no pointer to its entity of its own: its signal records it (see Signal.h) and
+// holds a reference to it while it notifies.
 template <class T>
 class Attr {
   public:
     explicit Attr(const Entity& owner, T initial = T{})
-        : owner_(&owner), value_(std::move(initial)) {}
+        : signal_(&owner), value_(std::move(initial)) {}
     const T& get() const { return value_; }
     bool set(const T& v) {
         if (value_ == v)
             return false;
         value_ = v;
-        KeepAlive keep(owner_);
         signal_.emit();
         return true;
     }
@@ -101,11 +111,11 @@ class Attr {
     [[nodiscard]] Subscription notify(F&& f) const {
         return signal_.connect(std::forward<F>(f));
     }
+    const Entity& owner() const { return *static_cast<const Entity*>(signal_.owner()); }
 
   private:
-    const Entity* owner_;
-    T value_;
     mutable Signal<> signal_;
+    T value_;
 };
 
 // A reference attribute: a mutator given a null reference throws NullPointerException; `del`
@@ -113,10 +123,10 @@ class Attr {
 template <class T>
 class PtrAttr {
   public:
-    PtrAttr(const Entity& owner, const char* name) : attr_(owner), owner_(&owner), name_(name) {}
+    PtrAttr(const Entity& owner, const char* name) : attr_(owner), name_(name) {}
     const Ptr<T>& get() const { return attr_.get(); }
     bool set(const Ptr<T>& p) {
-        requireNonNull(p, owner_->typeName(), name_);
+        requireNonNull(p, attr_.owner().typeName(), name_);
         return attr_.set(p);
     }
     bool del() { return attr_.set(nullptr); }
@@ -127,7 +137,6 @@ class PtrAttr {
 
   private:
     Attr<Ptr<T>> attr_;
-    const Entity* owner_;
     const char* name_;
 };
 
@@ -167,7 +176,7 @@ class CollectionBase {
     using key_type = K;
     using const_iterator = typename Container::const_iterator;
 
-    explicit CollectionBase(const Entity& owner) : owner_(&owner) {}
+    explicit CollectionBase(const Entity& owner) : signal_(&owner) {}
     size_t size() const { return items_.size(); }
     bool empty() const { return items_.empty(); }
     bool contains(const K& k) const { return items_.find(k) != items_.end(); }
@@ -195,14 +204,14 @@ class CollectionBase {
         if (it == items_.end())
             return false;
         // The erased value (maybe the last reference to a child entity) lives until the
-        // watchers have been told.
+        // watchers have been told. They are told the extracted key: `k` may be a reference
+        // into a flat set, which the erase has moved.
         auto node = items_.extract(it);
-        KeepAlive keep(owner_);
-        signal_.emit(k);
+        signal_.emit(keyOf(node));
         return true;
     }
     void delAll() {
-        KeepAlive keep(owner_);
+        KeepAlive keep(signal_.owner());
         while (!items_.empty()) {
             auto node = items_.extract(items_.begin());
             signal_.emit(keyOf(node));
@@ -230,11 +239,7 @@ class CollectionBase {
             return n.value();
         }
     }
-    void changed(const K& k) {
-        KeepAlive keep(owner_);
-        signal_.emit(k);
-    }
-    const Entity* owner_;
+    void changed(const K& k) { signal_.emit(k); }
     Container items_;
     mutable Signal<K> signal_;
 };

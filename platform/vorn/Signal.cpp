@@ -3,42 +3,67 @@
 namespace Vorn {
 
 SignalBase::~SignalBase() {
-    for (Node* n : nodes_) {
+    Storage* s = storage();
+    if (!s)
+        return;
+    for (Node* n : s->nodes) {
         if (!n)
             continue;
         if (n->owner)
             n->owner->node_ = nullptr;
         delete n;
     }
+    delete s;
 }
 
 Subscription SignalBase::attach(Node* node) {
+    Storage* s = storage();
+    if (!s) {
+        s = new Storage{owner(), {}};
+        word_ = reinterpret_cast<uintptr_t>(s);
+    }
     node->signal = this;
-    node->index = nodes_.size();
-    nodes_.push_back(node);
-    ++live_;
+    node->index = uint32_t(s->nodes.size());
+    s->nodes.push_back(node);
+    ++s->live;
     return Subscription(node);
 }
 
+void SignalBase::endEmit() {
+    Storage* s = storage();
+    if (--s->emitting == 0 && s->dead != 0)
+        compact();
+}
+
 void SignalBase::detach(Node* node) {
+    Storage* s = storage();
     node->live = false;
     node->owner = nullptr;
-    --live_;
-    if (emitting_ != 0) {
-        ++dead_;  // freed by compact() once the outermost emission is over
+    --s->live;
+    if (s->emitting != 0) {
+        ++s->dead;  // freed by compact() once the outermost emission is over
         return;
     }
     // Freed now, so what the slot holds goes with it; the hole stays until there are enough
     // of them to close in one walk (a machine going away drops thousands of slots).
-    nodes_[node->index] = nullptr;
+    s->nodes[node->index] = nullptr;
     delete node;
-    if (++holes_ > live_)
+    if (++s->holes > s->live)
         compact();
 }
 
+// Only when no emission runs. A signal left with no slot gives its storage back.
 void SignalBase::compact() {
-    size_t kept = 0;
-    for (Node* n : nodes_) {
+    Storage* s = storage();
+    if (s->live == 0) {
+        for (Node* n : s->nodes)
+            delete n;  // only dead ones are left
+        word_ = reinterpret_cast<uintptr_t>(s->owner) | kNoSlots;
+        delete s;
+        return;
+    }
+    uint32_t kept = 0;
+    for (Node* n : s->nodes) {
         if (!n)
             continue;
         if (!n->live) {
@@ -46,11 +71,11 @@ void SignalBase::compact() {
             continue;
         }
         n->index = kept;
-        nodes_[kept++] = n;
+        s->nodes[kept++] = n;
     }
-    nodes_.resize(kept);
-    dead_ = 0;
-    holes_ = 0;
+    s->nodes.resize(kept);
+    s->dead = 0;
+    s->holes = 0;
 }
 
 void Subscription::reset() {

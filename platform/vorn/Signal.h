@@ -9,15 +9,22 @@
 //     may drop its own Subscription from inside its call.
 //  3. A Subscription that outlives its Signal is inert; destroying it is safe.
 // Emitting never allocates. Disconnecting costs the same whatever the number of slots: a
-// slot leaves a hole, and holes are closed in bulk once they outnumber the live slots. The owner
-// keeps the Signal alive during an emission (entity fields hold a reference to their entity while
-// they notify).
+// slot leaves a hole, and holes are closed in bulk once they outnumber the live slots.
+//
+// Most signals never get a slot (an entity has a signal per field), so an unconnected signal
+// is one word, its owner, and emitting on it is a single test. The first connection allocates
+// the slots' storage, which records the owner; the storage goes again with the last slot.
+// The owner, when there is one, is the reference-counted object holding the signal: an
+// emission holds a reference to it, so a slot may drop the owner's last other reference
+// without anything dangling. A signal without an owner is kept alive by whoever emits.
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
-#include <memory>
 #include <utility>
 #include <vector>
+
+#include "platform/vorn/Ptr.h"
 
 namespace Vorn {
 
@@ -25,38 +32,73 @@ class Subscription;
 
 class SignalBase {
   public:
-    SignalBase() = default;
+    explicit SignalBase(const PtrInterface* owner = nullptr)
+        : word_(reinterpret_cast<uintptr_t>(owner) | kNoSlots) {}
     SignalBase(const SignalBase&) = delete;
     SignalBase& operator=(const SignalBase&) = delete;
     ~SignalBase();
 
-    size_t slots() const { return live_; }
+    size_t slots() const { return storage() ? storage()->live : 0; }
+    const PtrInterface* owner() const {
+        const Storage* s = storage();
+        return s ? s->owner : reinterpret_cast<const PtrInterface*>(word_ & ~kNoSlots);
+    }
 
   protected:
     struct Node {
         virtual ~Node() = default;
         SignalBase* signal = nullptr;
         Subscription* owner = nullptr;
-        size_t index = 0;  // in nodes_
+        uint32_t index = 0;  // in Storage::nodes
         bool live = true;
     };
-    Subscription attach(Node* node);
-    void beginEmit() { ++emitting_; }
-    void endEmit() {
-        if (--emitting_ == 0 && dead_ != 0)
-            compact();
+    struct Storage {
+        const PtrInterface* owner;
+        // Connection order; null where a slot was freed outside an emission (a hole).
+        std::vector<Node*> nodes;
+        uint32_t live = 0;
+        uint32_t dead = 0;   // disconnected during an emission, not freed yet
+        uint32_t holes = 0;  // null entries of nodes
+        uint32_t emitting = 0;
+    };
+    // Pins the storage and the owner for one emission.
+    class Emission {
+      public:
+        explicit Emission(SignalBase& s) : signal_(s), owner_(s.storage()->owner) {
+            if (owner_ && owner_->references())
+                owner_->newRef();
+            else
+                owner_ = nullptr;  // not (yet) owned by any Ptr: left alone
+            ++s.storage()->emitting;
+        }
+        ~Emission() {
+            signal_.endEmit();
+            if (owner_)
+                owner_->deleteRef();  // may destroy the signal: nothing follows
+        }
+        Emission(const Emission&) = delete;
+        Emission& operator=(const Emission&) = delete;
+
+      private:
+        SignalBase& signal_;
+        const PtrInterface* owner_;
+    };
+
+    Storage* storage() const {
+        return (word_ & kNoSlots) ? nullptr : reinterpret_cast<Storage*>(word_);
     }
-    // Connection order; null where a slot was freed outside an emission (a hole).
-    std::vector<Node*> nodes_;
+    Subscription attach(Node* node);
 
   private:
     friend class Subscription;
+    // The low bit tells an owner (or none) from the storage: both are aligned pointers.
+    static constexpr uintptr_t kNoSlots = 1;
+    static_assert(alignof(PtrInterface) > 1 && alignof(Storage) > 1);
+
+    void endEmit();
     void detach(Node* node);
     void compact();
-    size_t live_ = 0;
-    size_t dead_ = 0;   // disconnected during an emission, not freed yet
-    size_t holes_ = 0;  // null entries of nodes_
-    int emitting_ = 0;
+    uintptr_t word_;
 };
 
 // Owns one connection; disconnects when destroyed or reset. Movable, not copyable.
@@ -90,6 +132,8 @@ class Subscription {
 template <class... Args>
 class Signal : public SignalBase {
   public:
+    using SignalBase::SignalBase;
+
     template <class F>
     [[nodiscard]] Subscription connect(F&& f) {
         auto* n = new Slot;
@@ -98,16 +142,17 @@ class Signal : public SignalBase {
     }
 
     void emit(const Args&... args) {
-        if (nodes_.empty())
+        Storage* s = storage();
+        if (!s)
             return;
-        beginEmit();
-        const size_t n = nodes_.size();
+        Emission pin(*this);
+        // The storage stays while the emission runs; its vector may grow (slots connected now).
+        const size_t n = s->nodes.size();
         for (size_t i = 0; i < n; ++i) {
-            Node* node = nodes_[i];
+            Node* node = s->nodes[i];
             if (node && node->live)
                 static_cast<Slot*>(node)->fn(args...);
         }
-        endEmit();
     }
 
   private:

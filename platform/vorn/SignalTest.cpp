@@ -86,4 +86,59 @@ TEST(VornSignal, SlotsDroppedDuringAnEmissionAreSkipped) {
     EXPECT_EQ(signal.slots(), 2u);
 }
 
+// The slots' storage comes with the first connection and goes with the last slot, also when
+// that slot leaves during an emission: a signal goes back and forth between the two states,
+// and an emission that creates the storage anew (a slot reconnecting) keeps its own.
+TEST(VornSignal, StorageComesAndGoesWithTheSlots) {
+    Vorn::Signal<> signal;
+    std::vector<int> calls;
+    signal.emit();  // nothing connected
+    Vorn::Subscription a = signal.connect([&] { calls.push_back(1); });
+    Vorn::Subscription b = signal.connect([&] { calls.push_back(2); });
+    a.reset();
+    b.reset();
+    EXPECT_EQ(signal.slots(), 0u);
+    signal.emit();
+    EXPECT_TRUE(calls.empty());
+
+    // The only slot leaves and connects a successor from inside its own call.
+    Vorn::Subscription c, d;
+    c = signal.connect([&] {
+        calls.push_back(3);
+        c.reset();
+        d = signal.connect([&] { calls.push_back(4); });
+    });
+    signal.emit();
+    signal.emit();
+    EXPECT_EQ(calls, (std::vector<int>{3, 4}));
+    EXPECT_EQ(signal.slots(), 1u);
+}
+
+// An owned signal holds its owner for the whole emission: a slot dropping the owner's last
+// reference does not cut the emission short nor free what the next slots read; the owner goes
+// once the emission is over. An owner not held by any Ptr is left alone.
+TEST(VornSignal, AnEmissionHoldsItsOwner) {
+    struct Owner : Vorn::PtrInterface {
+        explicit Owner(bool* alive) : alive(alive) { *alive = true; }
+        ~Owner() override { *alive = false; }
+        bool* alive;
+        Vorn::Signal<> changed{this};
+    };
+    bool alive = false;
+    std::vector<bool> seen;
+    Vorn::Ptr<Owner> owner = Vorn::make<Owner>(&alive);
+    EXPECT_EQ(owner->changed.owner(), owner.ptr());
+    Vorn::Subscription drop = owner->changed.connect([&] { owner = nullptr; });
+    Vorn::Subscription look = owner->changed.connect([&] { seen.push_back(alive); });
+    owner->changed.emit();
+    EXPECT_EQ(seen, std::vector<bool>{true});
+    EXPECT_FALSE(alive);
+    EXPECT_FALSE(look.connected());
+
+    Owner unowned(&alive);
+    Vorn::Subscription s = unowned.changed.connect([&] { seen.push_back(alive); });
+    unowned.changed.emit();
+    EXPECT_EQ(seen, (std::vector<bool>{true, true}));
+}
+
 }  // namespace
