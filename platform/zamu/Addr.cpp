@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
@@ -24,6 +25,13 @@ IpAddr IpAddr::v4(uint32_t hostOrder) {
     IpAddr a;
     for (int i = 0; i < 4; ++i)
         a.b_[i] = static_cast<uint8_t>(hostOrder >> (24 - 8 * i));
+    return a;
+}
+
+IpAddr IpAddr::fromBytes(bool v6, const uint8_t* bytes) {
+    IpAddr a;
+    a.v6_ = v6;
+    std::copy_n(bytes, v6 ? 16 : 4, a.b_.begin());
     return a;
 }
 
@@ -94,6 +102,12 @@ EthAddr::EthAddr(std::string_view text) {
         return;
     }
     throw std::invalid_argument("invalid MAC address '" + s + "'");
+}
+
+EthAddr EthAddr::fromBytes(const uint8_t* bytes) {
+    EthAddr a;
+    std::copy_n(bytes, a.b_.size(), a.b_.begin());
+    return a;
 }
 
 std::string EthAddr::str() const {
