@@ -77,6 +77,8 @@ constexpr size_t kSourcePortAt = 5, kDestinationPortAt = 10, kIpAddressesAt = 15
 
 class Packer {
   public:
+    // Room for every kind but a long remark: an IPv6 rule with both masks in full takes 81.
+    Packer() { bytes_.reserve(96); }
     void u8(uint8_t v) { bytes_.push_back(v); }
     void u16(uint16_t v) {
         u8(static_cast<uint8_t>(v >> 8));
