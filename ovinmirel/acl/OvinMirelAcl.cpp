@@ -25,16 +25,16 @@ Mirel::AclRuleListPtr OvinMirelAcl::ruleList(Mirel::ProtocolType protocolType) c
     Mirel::AclRuleListPtr& cached = ruleList_[protocolType];
     if (cached)
         return cached;
-    if (protocolType == Mirel::protocolAll_ && macRuleByIds() > 0) {
-        cached = Mirel::AclRuleList::macList({macRuleById().begin(), macRuleById().end()});
+    if (protocolType == Mirel::protocolAll_) {
+        cached = macRuleByIds() > 0 ? Mirel::AclRuleList::sharedMacList(macRuleById_.snapshot())
+                                    : Mirel::AclRuleList::sharedIpList(ipRuleById_.snapshot());
         return cached;
     }
-    if (protocolType != Mirel::protocolAll_)
-        VORN_ASSERT(macRuleByIds() == 0);
+    VORN_ASSERT(macRuleByIds() == 0);
     std::vector<Mirel::AclRuleList::IpEntry> rules;
     for (const auto& entry : ipRuleById()) {
         const bool tcp = Mirel::isTcpRule(entry.second);
-        if (protocolType == Mirel::protocolAll_ || tcp == (protocolType == Mirel::protocolTcp_))
+        if (tcp == (protocolType == Mirel::protocolTcp_))
             rules.push_back(entry);
     }
     cached = Mirel::AclRuleList::ipList(std::move(rules));

@@ -10,18 +10,35 @@
 // Rule snapshots: `ruleList(protocolType)` hands out the ACL's rules as an immutable shared
 // Mirel::AclRuleList, built on first use and handed out again, the same object, until a rule
 // of the ACL changes (a write that changes nothing keeps it). Roots hold these lists instead
-// of copies, so a commit cycle costs nothing for an ACL whose rules stayed as they were.
+// of copies, so a commit cycle costs nothing for an ACL whose rules stayed as they were. The
+// list of every rule holds the store's own rule storage, not a copy of it: the store's next
+// rule write copies the storage first, so the list keeps the rules it was made with.
 
 #include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
 
 #include "platform/mirel/AclId.h"
 #include "platform/mirel/AclRuleList.h"
 #include "platform/ovin/AclKey.h"
+#include "platform/ovin/AclRuleConfig.h"
 #include "platform/vorn/Entity.h"
 #include "platform/zamu/Addr.h"
 #include "platform/zamu/IntfId.h"
 
 namespace OvinMirel {
+
+// A store entry's rules of one kind: a map by AceIndex whose storage its rule list shares.
+// snapshot() is the rules as they are, unchanged by later writes (which copy them first).
+template <class Rule>
+class RuleByIdField : public Vorn::MapField<Mirel::AceIndex, Rule, Acl::RuleOrdered> {
+  public:
+    using Vorn::MapField<Mirel::AceIndex, Rule, Acl::RuleOrdered>::MapField;
+    std::shared_ptr<const std::vector<std::pair<Mirel::AceIndex, Rule>>> snapshot() const {
+        return this->items_.snapshot();
+    }
+};
 
 class OvinMirelAcl : public Vorn::Entity {
     VORN_ENTITY("OvinMirel::OvinMirelAcl")
@@ -31,8 +48,22 @@ class OvinMirelAcl : public Vorn::Entity {
 
     VORN_ATTR(bool, created, false)  // the rule set is complete (final rule produced)
     VORN_ATTR(bool, inUse, true)     // false once the agent removed the ACL; gone at destroy
-    VORN_ORDERED_MAP(Mirel::AceIndex, Mirel::IpRuleConfig, ipRuleById)
-    VORN_ORDERED_MAP(Mirel::AceIndex, Mirel::MacRuleConfig, macRuleById)
+    // The hardware rules by AceIndex, in one sorted vector each that the ACL's rule list
+    // shares while the rules stay as they are (RuleByIdField).
+    VORN_COLLECTION_COMMON_(RuleByIdField<Mirel::IpRuleConfig>, Mirel::AceIndex, ipRuleById)
+    const Mirel::IpRuleConfig* ipRuleById(const Mirel::AceIndex& k) const {
+        return ipRuleById_.find(k);
+    }
+    void ipRuleByIdIs(const Mirel::AceIndex& k, const Mirel::IpRuleConfig& v) {
+        ipRuleById_.is(k, v);
+    }
+    VORN_COLLECTION_COMMON_(RuleByIdField<Mirel::MacRuleConfig>, Mirel::AceIndex, macRuleById)
+    const Mirel::MacRuleConfig* macRuleById(const Mirel::AceIndex& k) const {
+        return macRuleById_.find(k);
+    }
+    void macRuleByIdIs(const Mirel::AceIndex& k, const Mirel::MacRuleConfig& v) {
+        macRuleById_.is(k, v);
+    }
     // Hashed, as the data model has them; walked in key order (sortedKeys) where it shows.
     VORN_SET(Zamu::IntfId, ethIntf)
     VORN_SET(Zamu::IntfId, subIntf)
@@ -62,6 +93,9 @@ class OvinMirelAcl : public Vorn::Entity {
 
   private:
     void rulesChanged();
+
+    RuleByIdField<Mirel::IpRuleConfig> ipRuleById_{*this};
+    RuleByIdField<Mirel::MacRuleConfig> macRuleById_{*this};
 
     const Ovin::AclKey name_;
     // Built on demand from the rule maps, dropped when they change; index ProtocolType.

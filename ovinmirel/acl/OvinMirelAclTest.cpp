@@ -69,7 +69,12 @@ TEST(OvinMirelAcl, RuleSnapshotIsSharedUntilARuleChanges) {
     // The next cycle: the ACL that did not change hands out the list it had.
     EXPECT_EQ(a->ruleList(), a1);
 
+    // The list holds the store's own rules: later writes leave what it holds alone.
+    b->ipRuleByIdIs({10, 0, {2}}, permitFrom("10.9.9.0"));
+    EXPECT_EQ(b2->ipRules()[0].second, permitFrom("10.0.1.0"));
+    b->ipRuleByIdIs({10, 0, {2}}, permitFrom("10.0.1.0"));
     b->ipRuleByIdDel({20, 0, {3}});
+    EXPECT_EQ(ruleNums(b2), (std::vector<uint32_t>{10, 20}));
     const Mirel::AclRuleListPtr b3 = b->ruleList();
     EXPECT_NE(b3, b1);                // a rebuild: a new identity ...
     EXPECT_TRUE(b3->sameRules(*b1));  // ... with the same rules

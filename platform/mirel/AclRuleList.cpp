@@ -54,35 +54,66 @@ void addMacValues(const MacRuleConfig& rule, ValueSets& values) {
 
 }  // namespace
 
-AclRuleList::AclRuleList(Kind kind, std::vector<IpEntry> ipRules, std::vector<MacEntry> macRules)
+AclRuleList::AclRuleList(Kind kind, IpRules ipRules, MacRules macRules)
     : version_(nextVersion++),
       kind_(kind),
       ipRules_(std::move(ipRules)),
       macRules_(std::move(macRules)) {}
 
+namespace {
+
+template <class Entry>
+const std::shared_ptr<const std::vector<Entry>>& noRules() {
+    static const auto kNone = std::make_shared<const std::vector<Entry>>();
+    return kNone;
+}
+
+}  // namespace
+
 Vorn::Ptr<const AclRuleList> AclRuleList::ipList(std::vector<IpEntry> rules) {
     VORN_ASSERT(strictlyAscending(rules));
     if (rules.empty())
         return emptyList();
-    return Vorn::Ptr<const AclRuleList>(new AclRuleList(Kind::ip, std::move(rules), {}));
+    return Vorn::Ptr<const AclRuleList>(
+        new AclRuleList(Kind::ip, std::make_shared<const std::vector<IpEntry>>(std::move(rules)),
+                        noRules<MacEntry>()));
 }
 
 Vorn::Ptr<const AclRuleList> AclRuleList::macList(std::vector<MacEntry> rules) {
     VORN_ASSERT(strictlyAscending(rules));
     if (rules.empty())
         return emptyList();
-    return Vorn::Ptr<const AclRuleList>(new AclRuleList(Kind::mac, {}, std::move(rules)));
+    return Vorn::Ptr<const AclRuleList>(
+        new AclRuleList(Kind::mac, noRules<IpEntry>(),
+                        std::make_shared<const std::vector<MacEntry>>(std::move(rules))));
+}
+
+Vorn::Ptr<const AclRuleList> AclRuleList::sharedIpList(IpRules rules) {
+    VORN_ASSERT(rules && strictlyAscending(*rules));
+    if (rules->empty())
+        return emptyList();
+    return Vorn::Ptr<const AclRuleList>(
+        new AclRuleList(Kind::ip, std::move(rules), noRules<MacEntry>()));
+}
+
+Vorn::Ptr<const AclRuleList> AclRuleList::sharedMacList(MacRules rules) {
+    VORN_ASSERT(rules && strictlyAscending(*rules));
+    if (rules->empty())
+        return emptyList();
+    return Vorn::Ptr<const AclRuleList>(
+        new AclRuleList(Kind::mac, noRules<IpEntry>(), std::move(rules)));
 }
 
 const Vorn::Ptr<const AclRuleList>& AclRuleList::emptyList() {
-    static const Vorn::Ptr<const AclRuleList> empty(new AclRuleList(Kind::none, {}, {}));
+    static const Vorn::Ptr<const AclRuleList> empty(
+        new AclRuleList(Kind::none, noRules<IpEntry>(), noRules<MacEntry>()));
     return empty;
 }
 
 bool AclRuleList::sameRules(const AclRuleList& other) const {
-    if (this == &other)
+    if (this == &other || (ipRules_ == other.ipRules_ && macRules_ == other.macRules_))
         return true;
-    return ipRules_ == other.ipRules_ && macRules_ == other.macRules_;
+    return ipRules() == other.ipRules() && macRules() == other.macRules();
 }
 
 const AclRuleListNeeds& AclRuleList::needs() const {
@@ -90,11 +121,11 @@ const AclRuleListNeeds& AclRuleList::needs() const {
         return *needs_;
     auto needs = std::make_unique<AclRuleListNeeds>();
     ValueSets values;
-    for (const auto& [index, rule] : ipRules_) {
+    for (const auto& [index, rule] : ipRules()) {
         needs->tcamEntries += rule.filter.ipv6 ? 2 : 1;
         addIpValues(rule, values);
     }
-    for (const auto& [index, rule] : macRules_) {
+    for (const auto& [index, rule] : macRules()) {
         needs->tcamEntries += 1;
         addMacValues(rule, values);
     }

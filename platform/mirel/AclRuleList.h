@@ -3,10 +3,11 @@
 // store and every root that programs them.
 //
 // A list holds the (AceIndex, rule) pairs of one ACL (or of one protocol class of a split ACL)
-// in AceIndex order, IP rules or MAC rules, never both. It is built once and shared through
-// Vorn::Ptr<const AclRuleList>; nothing changes it afterwards, so a root that holds it holds
-// exactly the rules it was built with, and a commit cycle that leaves an ACL alone passes the
-// same list on without copying a rule.
+// in AceIndex order, IP rules or MAC rules, never both. The pairs may be shared with the
+// store, whose rule collection hands out its storage as an immutable snapshot. It is built once and
+// shared through Vorn::Ptr<const AclRuleList>; nothing changes it afterwards, so a root that holds
+// it holds exactly the rules it was built with, and a commit cycle that leaves an ACL alone passes
+// the same list on without copying a rule.
 //
 // Identity and version: every list built gets the next version number of the process (build
 // order, so runs are repeatable). Two lists are the same list when they are the same object;
@@ -45,18 +46,25 @@ class AclRuleList : public Vorn::PtrInterface {
     using MacEntry = std::pair<AceIndex, MacRuleConfig>;
     enum class Kind : uint8_t { none, ip, mac };
 
+    using IpRules = std::shared_ptr<const std::vector<IpEntry>>;
+    using MacRules = std::shared_ptr<const std::vector<MacEntry>>;
+
     // REQUIRES: the entries are in strictly ascending AceIndex order (asserted).
     static Vorn::Ptr<const AclRuleList> ipList(std::vector<IpEntry> rules);
     static Vorn::Ptr<const AclRuleList> macList(std::vector<MacEntry> rules);
+    // The same, holding rules that something else holds too (the store's snapshot of its
+    // rules), without a copy. REQUIRES: not null.
+    static Vorn::Ptr<const AclRuleList> sharedIpList(IpRules rules);
+    static Vorn::Ptr<const AclRuleList> sharedMacList(MacRules rules);
     // The one shared empty list (kind none).
     static const Vorn::Ptr<const AclRuleList>& emptyList();
 
     uint64_t version() const { return version_; }
     // none only for an empty list.
     Kind kind() const { return kind_; }
-    const std::vector<IpEntry>& ipRules() const { return ipRules_; }
-    const std::vector<MacEntry>& macRules() const { return macRules_; }
-    size_t size() const { return ipRules_.size() + macRules_.size(); }
+    const std::vector<IpEntry>& ipRules() const { return *ipRules_; }
+    const std::vector<MacEntry>& macRules() const { return *macRules_; }
+    size_t size() const { return ipRules_->size() + macRules_->size(); }
     bool empty() const { return size() == 0; }
 
     // Same rules at the same indexes. The same object is equal without a look at the rules.
@@ -65,12 +73,12 @@ class AclRuleList : public Vorn::PtrInterface {
     const AclRuleListNeeds& needs() const;
 
   private:
-    AclRuleList(Kind kind, std::vector<IpEntry> ipRules, std::vector<MacEntry> macRules);
+    AclRuleList(Kind kind, IpRules ipRules, MacRules macRules);
 
     const uint64_t version_;
     const Kind kind_;
-    const std::vector<IpEntry> ipRules_;
-    const std::vector<MacEntry> macRules_;
+    const IpRules ipRules_;  // never null
+    const MacRules macRules_;
     // A cache of values derived from the constant rules, not state: filling it changes nothing
     // a reader can see.
     mutable std::unique_ptr<const AclRuleListNeeds> needs_;

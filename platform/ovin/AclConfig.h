@@ -51,6 +51,8 @@ struct PortSpan {
     bool operator==(const PortSpan&) const = default;
 };
 
+class AclEntry;
+
 // One side's L4 port match. Range errors (Vorn::RangeException), each leaving nothing made:
 //   "PortMatch::port < 0 or > 65535 not allowed"
 //   "PortMatch::lt port < 1 not allowed"       (lt 0 matches no port)
@@ -80,6 +82,7 @@ class PortMatch {
     bool operator==(const PortMatch&) const = default;
 
   private:
+    friend class AclEntry;  // rebuilds matches from its packed form
     PortMatch(PortOp op, uint16_t first, uint16_t second)
         : op_(op), first_(first), second_(second) {}
     PortOp op_ = portOpAny;
@@ -92,12 +95,26 @@ std::ostream& operator<<(std::ostream& os, const PortMatch& m);  // "eq 80", "ra
 // One entry of an ACL. Equality compares every field of the entry's kind.
 //
 // An immutable value whose copies share one body: the configuration, the engine's versions
-// and its subrules all hold the same rule instead of a copy each.
+// and its subrules all hold the same rule instead of a copy each. The body keeps the rule's
+// fields packed (an IPv4 address in 4 bytes, an IPv6 mask that is a prefix as its length), so
+// the accessors hand out values built from it, not references into it.
 class AclEntry {
   public:
     enum class Kind : uint8_t { ip, mac, remark };
 
     AclEntry() = default;  // an empty remark
+    AclEntry(const AclEntry& o) noexcept : body_(o.body_) { hold(); }
+    AclEntry(AclEntry&& o) noexcept : body_(std::exchange(o.body_, nullptr)) {}
+    AclEntry& operator=(const AclEntry& o) noexcept {
+        AclEntry(o).swap(*this);
+        return *this;
+    }
+    AclEntry& operator=(AclEntry&& o) noexcept {
+        AclEntry(std::move(o)).swap(*this);
+        return *this;
+    }
+    ~AclEntry() { release(); }
+
     // Throws std::invalid_argument "AclEntry: <why>" for a combination no rule can mean:
     // ports need protocol tcp, udp or sctp (132); TCP flags and established need tcp; ICMP
     // type and code need icmp (IPv4) or icmpv6 (IPv6), and a code needs a type; fragments
@@ -107,31 +124,33 @@ class AclEntry {
     static AclEntry mac(const MacRuleConfig& rule);
     static AclEntry remark(std::string text);
 
-    Kind kind() const { return body_ ? static_cast<Kind>(body_->index()) : Kind::remark; }
+    Kind kind() const;
     bool isIp() const { return kind() == Kind::ip; }
     bool isMac() const { return kind() == Kind::mac; }
     bool isRemark() const { return kind() == Kind::remark; }
     // REQUIRES: the entry is of that kind (asserted).
-    const IpRuleConfig& ipRule() const;
-    const PortMatch& sourcePort() const;
-    const PortMatch& destinationPort() const;
-    const MacRuleConfig& macRule() const;
-    const std::string& remarkText() const;
+    IpRuleConfig ipRule() const;
+    PortMatch sourcePort() const;
+    PortMatch destinationPort() const;
+    MacRuleConfig macRule() const;
+    std::string remarkText() const;
+
+    // Whether the two hold the one body (a copy of the other), not merely equal rules.
+    bool sharesBodyWith(const AclEntry& o) const { return body_ == o.body_; }
 
     bool operator==(const AclEntry& o) const;
 
   private:
-    struct Ip {
-        IpRuleConfig rule;
-        PortMatch source;
-        PortMatch destination;
-    };
-    // In the order of Kind.
-    using Body = std::variant<Ip, MacRuleConfig, std::string>;
+    struct Body;  // a count of the entries that hold it, then the packed fields
+    explicit AclEntry(Body* body) : body_(body) {}
+    static Body* make(Kind kind, uint8_t action, uint8_t flags, uint8_t masks,
+                      const std::vector<uint8_t>& bytes);
+    static size_t dataSize(const Body& b);
+    void swap(AclEntry& o) noexcept { std::swap(body_, o.body_); }
+    void hold() const;
+    void release() noexcept;
 
-    explicit AclEntry(Body body) : body_(std::make_shared<const Body>(std::move(body))) {}
-
-    std::shared_ptr<const Body> body_;  // null: the empty remark
+    Body* body_ = nullptr;  // null: the empty remark
 };
 
 // An ACL as configured: its name and type.
@@ -161,7 +180,8 @@ class AclConfig : public Vorn::Entity {
     //     allowed" (Vorn::RangeException);
     //   an entry of the wrong family: std::invalid_argument "AclConfig <key>: <kind> entry in
     //     a <type> ACL" (a MAC rule in an IP ACL, an IPv4 rule in an IPv6 ACL, ...).
-    using EntryField = Vorn::MapField<uint32_t, AclEntry, Vorn::Ordered>;
+    // Stored as one sorted vector (RuleOrdered): a configuration holds many small entries.
+    using EntryField = Vorn::MapField<uint32_t, AclEntry, RuleOrdered>;
     const EntryField& entry() const { return entry_; }
     const AclEntry* entry(uint32_t seq) const { return entry_.find(seq); }
     size_t entrys() const { return entry_.size(); }

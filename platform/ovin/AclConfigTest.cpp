@@ -142,11 +142,102 @@ TEST(AclEntry, CombinationsThatMatchNothingSensibleAreRefused) {
 TEST(AclEntry, CopiesShareTheRuleAndEqualityComparesFields) {
     const Acl::AclEntry entry = Acl::AclEntry::ip(ipRule(6), PortMatch::eq(80));
     const Acl::AclEntry copy = entry;
-    EXPECT_EQ(&copy.ipRule(), &entry.ipRule());
+    EXPECT_TRUE(copy.sharesBodyWith(entry));
     EXPECT_EQ(copy, Acl::AclEntry::ip(ipRule(6), PortMatch::eq(80)));
     EXPECT_NE(copy, Acl::AclEntry::ip(ipRule(6), PortMatch::eq(81)));
     EXPECT_EQ(Acl::AclEntry::remark(""), Acl::AclEntry());
     EXPECT_NE(Acl::AclEntry::remark("x"), Acl::AclEntry());
+}
+
+// The body keeps addresses packed by family and an IPv6 prefix mask as its length: every
+// field comes back as it went in, at the edges of each form, and entries made apart from
+// rules that differ in one such field are not equal.
+TEST(AclEntry, RulesComeBackAsTheyWentInAtTheEdgesOfTheirPackedForm) {
+    auto mask6 = [](const char* text) { return Zamu::IpAddr(text); };
+    Acl::IpFilter v4;
+    v4.sourceIs({Zamu::IpAddr("255.255.255.255"), Zamu::IpAddr("255.0.255.0")});
+    v4.destinationIs(Zamu::IpAddrWithMask::prefix("10.1.2.3", 32));
+    v4.protocolIs(Zamu::IpProto::kTcp);
+    v4.dscpIs(63);
+    v4.tcpFlagsIs(Acl::kAllTcpFlags);
+    v4.establishedIs(true);
+    Acl::IpFilter icmp;
+    icmp.protocolIs(Zamu::IpProto::kIcmp);
+    icmp.icmpTypeIs(0);
+    icmp.icmpCodeIs(255);
+    Acl::Ip6Filter prefixes;
+    prefixes.sourceIs(Zamu::IpAddrWithMask::prefix("2001:db8::1", 128));
+    prefixes.destinationIs(Zamu::IpAddrWithMask::prefix("ffff::", 1));
+    prefixes.trafficClassIs(0xb8, 0xfc);
+    Acl::Ip6Filter wildcard = prefixes;  // a mask that is no prefix keeps all its bytes
+    wildcard.sourceIs({Zamu::IpAddr("2001:db8::1"), mask6("ffff::ffff")});
+    Acl::Ip6Filter frag;
+    frag.fragmentsIs(true);
+    Acl::IpRuleConfig logged(v4, Acl::aclActionDeny);
+    logged.logIs(true);
+    logged.countIs(true);
+    struct Case {
+        const char* name;
+        Acl::IpRuleConfig rule;
+        PortMatch source, destination;
+    };
+    const Case cases[] = {
+        {"IPv4, every field at its top", logged, PortMatch::range(0, 65535), PortMatch::neq(65535)},
+        {"IPv4 ICMP type 0 code 255", Acl::IpRuleConfig(icmp), {}, {}},
+        {"IPv4 any", Acl::IpRuleConfig(Acl::IpFilter()), {}, {}},
+        {"IPv6 prefixes /128 and /1", Acl::IpRuleConfig(prefixes), {}, {}},
+        {"IPv6 mask that is no prefix", Acl::IpRuleConfig(wildcard), {}, {}},
+        {"IPv6 any, fragments", Acl::IpRuleConfig(frag, Acl::aclActionDeny), {}, {}},
+    };
+    std::vector<Acl::AclEntry> made;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Acl::AclEntry e = Acl::AclEntry::ip(c.rule, c.source, c.destination);
+        EXPECT_EQ(e.ipRule(), c.rule);
+        EXPECT_EQ(e.ipRule().isIp6(), c.rule.isIp6());
+        EXPECT_EQ(e.sourcePort(), c.source);
+        EXPECT_EQ(e.destinationPort(), c.destination);
+        EXPECT_EQ(e, Acl::AclEntry::ip(c.rule, c.source, c.destination));
+        for (const Acl::AclEntry& other : made)
+            EXPECT_NE(e, other);
+        made.push_back(e);
+    }
+
+    Acl::MacRuleConfig mac(Acl::aclActionDeny);
+    mac.sourceIs(Zamu::EthAddr("00:11:22:33:44:55"), Zamu::EthAddr("ff:ff:ff:00:00:00"));
+    mac.destinationIs(Zamu::EthAddr("ff:ff:ff:ff:ff:ff"), Zamu::EthAddr("ff:ff:ff:ff:ff:fe"));
+    mac.etherTypeIs(0);
+    mac.countIs(true);
+    EXPECT_EQ(Acl::AclEntry::mac(mac).macRule(), mac);
+    Acl::MacRuleConfig anyType = mac;
+    anyType.etherTypeDel();
+    EXPECT_NE(Acl::AclEntry::mac(mac), Acl::AclEntry::mac(anyType));
+    EXPECT_EQ(Acl::AclEntry::remark(std::string(300, 'r')).remarkText(), std::string(300, 'r'));
+}
+
+// Entries are kept in one sorted vector: written in any order, they walk in sequence order,
+// and every insert, replacement and removal is told once.
+TEST(AclConfig, EntriesWalkInSequenceOrderWhateverTheOrderWritten) {
+    auto config = Acl::configFactory("Config");
+    auto acl = config->aclIs({"order", Acl::aclTypeIpv4});
+    std::vector<uint32_t> told;
+    auto sub = acl->entryNotify([&](uint32_t seq) { told.push_back(seq); });
+    const Acl::AclEntry tcp = Acl::AclEntry::ip(ipRule(Zamu::IpProto::kTcp));
+    const Acl::AclEntry udp = Acl::AclEntry::ip(ipRule(Zamu::IpProto::kUdp));
+    for (uint32_t seq : {30u, 10u, 40u, 20u})
+        acl->entryIs(seq, tcp);
+    acl->entryIs(10, tcp);  // equal: nobody is told
+    acl->entryIs(10, udp);
+    acl->entryDel(20);
+    acl->entryDel(25);  // absent: nobody is told
+    std::vector<uint32_t> walked;
+    for (const auto& [seq, entry] : acl->entry())
+        walked.push_back(seq);
+    EXPECT_EQ(walked, (std::vector<uint32_t>{10, 30, 40}));
+    EXPECT_EQ(told, (std::vector<uint32_t>{30, 10, 40, 20, 10, 20}));
+    ASSERT_NE(acl->entry(10), nullptr);
+    EXPECT_EQ(*acl->entry(10), udp);
+    EXPECT_EQ(acl->entry(20), nullptr);
 }
 
 TEST(AclConfig, EntriesOutOfRangeOrOfTheWrongFamilyLeaveTheAclAsItWas) {

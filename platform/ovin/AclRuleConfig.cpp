@@ -25,8 +25,10 @@ void IpFilter::dscpIs(int dscp) {
 }
 
 Ip6Filter::Ip6Filter() {
-    sourceIs(Zamu::IpAddrWithMask::prefix("::", 0));
-    destinationIs(Zamu::IpAddrWithMask::prefix("::", 0));
+    // ::/0, without reading it from text: every unpacked IPv6 rule starts here.
+    const Zamu::IpAddr any = Zamu::IpAddr::mask(true, 0);
+    sourceIs({any, any});
+    destinationIs({any, any});
 }
 
 IpRuleConfig::IpRuleConfig(const IpFilter& f, AclAction action)

@@ -13,9 +13,14 @@
 // as it was. L4 ports are not part of the filter: the engine expands port matches into
 // subrules and hands each subrule's port values to the helper separately.
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <ostream>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "platform/zamu/Addr.h"
 
@@ -214,6 +219,108 @@ class MacRuleConfig : public RuleConfig {
     Zamu::EthAddr destinationMask_;
     uint16_t etherType_ = 0;
     bool matchEtherType_ = false;
+};
+
+// Storage for a collection of rules kept in rule order (a configured ACL's entries by sequence
+// number, the store's hardware rules by their index): one sorted vector instead of a node per
+// rule, for collections written mostly in ascending order and walked in order. A write in the
+// middle moves the rules after it.
+//
+// snapshot() hands out the vector itself, shared, and the next write copies it first, so a
+// snapshot never changes: a rule list can hold the rules the collection holds without a copy
+// of its own while the collection stays as it is.
+//
+// Unlike a node-based map, every write invalidates iterators and pointers into the collection.
+// Used as a Vorn collection's container (RuleOrdered below).
+template <class K, class V>
+class RuleVector {
+  public:
+    using key_type = K;
+    using mapped_type = V;
+    using value_type = std::pair<K, V>;
+    using key_compare = std::less<K>;
+    using Rules = std::vector<value_type>;
+    using iterator = typename Rules::iterator;
+    using const_iterator = typename Rules::const_iterator;
+    // A removed entry, kept by the collection until its watchers have been told.
+    struct node_type {
+        value_type value;
+        const K& key() const { return value.first; }
+        ~node_type() {}  // not trivial: holding one is a use, as with a map's node handle
+    };
+
+    size_t size() const { return rules_ ? rules_->size() : 0; }
+    bool empty() const { return size() == 0; }
+    const_iterator begin() const { return read().begin(); }
+    const_iterator end() const { return read().end(); }
+    const_iterator find(const K& k) const { return find(read(), k); }
+
+    // Writers: each takes the vector for itself first.
+    iterator begin() { return write().begin(); }
+    iterator end() { return write().end(); }
+    iterator find(const K& k) { return find(write(), k); }
+    std::pair<iterator, bool> try_emplace(const K& k, const V& v) {
+        Rules& rules = write();
+        auto it = lowerBound(rules, k);
+        if (it != rules.end() && it->first == k)
+            return {it, false};
+        return {rules.emplace(it, k, v), true};
+    }
+    iterator emplace(const K& k, V&& v) {
+        Rules& rules = write();
+        return rules.emplace(lowerBound(rules, k), k, std::move(v));
+    }
+    node_type extract(const_iterator it) {
+        Rules& rules = write();
+        const auto at = rules.begin() + (it - rules.cbegin());
+        node_type node{std::move(*at)};
+        rules.erase(at);
+        return node;
+    }
+
+    // The rules as they are now, shared until the next write. Trims the vector's spare
+    // capacity first, since the snapshot keeps it as long as it lives.
+    std::shared_ptr<const Rules> snapshot() const {
+        if (!rules_)
+            rules_ = std::make_shared<Rules>();
+        else if (rules_.use_count() == 1)
+            rules_->shrink_to_fit();
+        return rules_;
+    }
+
+  private:
+    static const Rules& none() {
+        static const Rules kNone;
+        return kNone;
+    }
+    const Rules& read() const { return rules_ ? *rules_ : none(); }
+    Rules& write() {
+        if (!rules_)
+            rules_ = std::make_shared<Rules>();
+        else if (rules_.use_count() > 1)
+            rules_ = std::make_shared<Rules>(*rules_);  // a snapshot holds the old one
+        return *rules_;
+    }
+    template <class R>
+    static auto lowerBound(R& rules, const K& k) {
+        return std::lower_bound(rules.begin(), rules.end(), k,
+                                [](const value_type& e, const K& key) { return e.first < key; });
+    }
+    template <class R>
+    static auto find(R& rules, const K& k) {
+        auto it = lowerBound(rules, k);
+        return it != rules.end() && it->first == k ? it : rules.end();
+    }
+
+    // Shared with the snapshots taken; trimming it (snapshot) changes nothing a reader sees.
+    mutable std::shared_ptr<Rules> rules_;
+};
+
+// The container choice of a Vorn map collection that keeps rules (Vorn::MapField<K, V,
+// RuleOrdered>): ordered by key, stored as a RuleVector.
+struct RuleOrdered {
+    template <class K, class V>
+    using Map = RuleVector<K, V>;
 };
 
 std::ostream& operator<<(std::ostream& os, AclAction a);

@@ -387,18 +387,18 @@ std::vector<AclSm::Subrule> AclSm::expand(const Version& v) {
     out.reserve(v.rules.size());
     for (const VersionRule& r : v.rules) {
         if (r.entry.isMac()) {
-            out.push_back({Subrule::Kind::mac, r.ruleNum, 0, r.id, &r.entry.macRule(), {}, {}});
+            out.push_back({Subrule::Kind::mac, r.ruleNum, 0, r.id, &r.entry, {}, {}});
             continue;
         }
-        const Acl::IpRuleConfig* config = &r.entry.ipRule();
-        if (config->filter().fragments()) {
-            out.push_back({Subrule::Kind::frag, r.ruleNum, 0, r.id, config, {}, {}});
+        if (r.entry.ipRule().filter().fragments()) {
+            out.push_back({Subrule::Kind::frag, r.ruleNum, 0, r.id, &r.entry, {}, {}});
             continue;
         }
         uint32_t subrule = 0;
+        const std::vector<Acl::PortSpan> destinations = r.entry.destinationPort().spans();
         for (const Acl::PortSpan& s : r.entry.sourcePort().spans()) {
-            for (const Acl::PortSpan& d : r.entry.destinationPort().spans())
-                out.push_back({Subrule::Kind::ip, r.ruleNum, subrule++, r.id, config, s, d});
+            for (const Acl::PortSpan& d : destinations)
+                out.push_back({Subrule::Kind::ip, r.ruleNum, subrule++, r.id, &r.entry, s, d});
         }
     }
     return out;
@@ -439,22 +439,26 @@ PortValues portValues(const Acl::PortSpan& s) {
 std::optional<AclSm::Failure> AclSm::createSubrules(const AclKey& key, const Version& v,
                                                     const AclData& data,
                                                     const std::vector<Subrule>& subrules) {
+    // The entry keeps its rule packed: unpacked once for the subrules it makes.
+    const Acl::AclEntry* unpacked = nullptr;
+    Acl::IpRuleConfig ipRule;
     for (const Subrule& s : subrules) {
         AclCreateError r = aclCreateOk;
+        if (s.kind != Subrule::Kind::mac && s.entry != unpacked) {
+            ipRule = s.entry->ipRule();
+            unpacked = s.entry;
+        }
         if (s.kind == Subrule::Kind::mac) {
-            r = aclHelper_->createMacAclRule(static_cast<const Acl::MacRuleConfig&>(*s.config),
-                                             s.id, data, s.ruleNum);
+            r = aclHelper_->createMacAclRule(s.entry->macRule(), s.id, data, s.ruleNum);
         } else if (s.kind == Subrule::Kind::frag) {
-            r = aclHelper_->createIpFragRule(data, static_cast<const Acl::IpRuleConfig&>(*s.config),
-                                             s.id, s.ruleNum, s.subruleNum);
+            r = aclHelper_->createIpFragRule(data, ipRule, s.id, s.ruleNum, s.subruleNum);
         } else {
-            const auto& rule = static_cast<const Acl::IpRuleConfig&>(*s.config);
             const PortValues src = portValues(s.source);
             const PortValues dst = portValues(s.destination);
             r = aclHelper_->createIpAclSubrule(
-                key.type, rule, s.id, data, s.ruleNum, s.subruleNum, src.port, src.mask, src.low,
+                key.type, ipRule, s.id, data, s.ruleNum, s.subruleNum, src.port, src.mask, src.low,
                 src.high, dst.port, dst.mask, dst.low, dst.high, 0, 0, 0, 0,
-                rule.filter().tcpFlags(), rule.filter().protocol().hasPorts(), 0, 0);
+                ipRule.filter().tcpFlags(), ipRule.filter().protocol().hasPorts(), 0, 0);
         }
         if (r == aclCreateOk)
             continue;

@@ -249,7 +249,7 @@ class AclSm : public Vorn::StateMachine {
         uint32_t ruleNum;
         uint32_t subruleNum;
         Acl::UniqueId id;
-        const Acl::RuleConfig* config;  // in the version's entry, which outlives the subrule
+        const Acl::AclEntry* entry;  // the version's, which outlives the subrule
         Acl::PortSpan source;
         Acl::PortSpan destination;
     };

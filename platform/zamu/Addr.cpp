@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <stdexcept>
 
@@ -27,14 +29,22 @@ IpAddr IpAddr::v4(uint32_t hostOrder) {
     return a;
 }
 
+IpAddr IpAddr::fromBytes(bool v6, const uint8_t* bytes) {
+    IpAddr a;
+    a.v6_ = v6;
+    std::copy_n(bytes, v6 ? 16 : 4, a.b_.begin());
+    return a;
+}
+
 IpAddr IpAddr::mask(bool v6, int prefixLen) {
     IpAddr m;
     m.v6_ = v6;
     if (prefixLen < 0 || prefixLen > m.bits()) {
         Vorn::throwRangeError("IpAddr::prefixLen out of range not allowed");
     }
-    for (int i = 0; i < prefixLen; ++i)
-        m.b_[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
+    std::fill_n(m.b_.begin(), prefixLen / 8, uint8_t(0xff));
+    if (prefixLen % 8)
+        m.b_[prefixLen / 8] = static_cast<uint8_t>(0xff00 >> (prefixLen % 8));
     return m;
 }
 
@@ -52,22 +62,22 @@ IpAddr IpAddr::operator&(const IpAddr& m) const {
 }
 
 bool IpAddr::isContiguousMask() const {
-    bool zeroSeen = false;
-    for (int i = 0; i < bits(); ++i) {
-        bool one = (b_[i / 8] >> (7 - i % 8)) & 1;
-        if (one && zeroSeen)
-            return false;
-        if (!one)
-            zeroSeen = true;
-    }
-    return true;
+    // Ones, at most one byte that ends them, then zeros.
+    const auto end = b_.begin() + bits() / 8;
+    auto it = std::find_if(b_.begin(), end, [](uint8_t b) { return b != 0xff; });
+    if (it == end)
+        return true;
+    const uint8_t ends = static_cast<uint8_t>(~*it);
+    if ((ends & (ends + 1)) != 0)  // the byte's ones are not all in front
+        return false;
+    return std::all_of(it + 1, end, [](uint8_t b) { return b == 0; });
 }
 
 int IpAddr::prefixLength() const {
-    int n = 0;
-    while (n < bits() && ((b_[n / 8] >> (7 - n % 8)) & 1))
-        ++n;
-    return n;
+    const auto end = b_.begin() + bits() / 8;
+    const auto it = std::find_if(b_.begin(), end, [](uint8_t b) { return b != 0xff; });
+    const int n = static_cast<int>(it - b_.begin()) * 8;
+    return it == end ? n : n + std::countl_one(*it);
 }
 
 IpAddrWithMask IpAddrWithMask::prefix(std::string_view addr, int prefixLen) {
@@ -94,6 +104,12 @@ EthAddr::EthAddr(std::string_view text) {
         return;
     }
     throw std::invalid_argument("invalid MAC address '" + s + "'");
+}
+
+EthAddr EthAddr::fromBytes(const uint8_t* bytes) {
+    EthAddr a;
+    std::copy_n(bytes, a.b_.size(), a.b_.begin());
+    return a;
 }
 
 std::string EthAddr::str() const {

@@ -18,6 +18,8 @@ class IpAddr {
     // Parses dotted-quad or IPv6 text; throws std::invalid_argument "invalid IP address '<s>'".
     explicit IpAddr(std::string_view text);
     static IpAddr v4(uint32_t hostOrder);
+    // The address whose bytes (4 for IPv4, 16 for IPv6, network order) start at `bytes`.
+    static IpAddr fromBytes(bool v6, const uint8_t* bytes);
     // The mask of a prefix length (0..32 for IPv4, 0..128 for IPv6); the range error
     // "IpAddr::prefixLen out of range not allowed" otherwise.
     static IpAddr mask(bool v6, int prefixLen);
@@ -56,6 +58,7 @@ class EthAddr {
     EthAddr() = default;
     // "00:11:22:33:44:55" or "0011.2233.4455"; throws std::invalid_argument otherwise.
     explicit EthAddr(std::string_view text);
+    static EthAddr fromBytes(const uint8_t* bytes);  // the 6 bytes at `bytes`
     const std::array<uint8_t, 6>& bytes() const { return b_; }
     std::string str() const;
     auto operator<=>(const EthAddr&) const = default;
