@@ -29,9 +29,8 @@
 // an ordered set is a FlatSet, a sorted vector: most hold one to a few members, where a tree
 // costs a node per member. So, unlike every other collection, an ordered set's iterators and
 // references to its members do not survive a write to the set: a walk during which the set may
-// change (through a watcher, say) walks `keys()`, a copy. Debug builds stop the process when
-// an iterator is used after its set changed. An ordered map keeps its entries in place (some
-// hold thousands, and `find` hands out pointers to values).
+// change (through a watcher, say) walks `keys()`, a copy. An ordered map keeps its entries in place
+// (some hold thousands, and `find` hands out pointers to values).
 
 #include <algorithm>
 #include <cstddef>

@@ -73,25 +73,14 @@ TEST(VornFlatSet, DeletingByAReferenceIntoTheSetTellsTheKeyThatWent) {
     EXPECT_EQ(walk(*h), std::vector<std::string>{"c"});
 }
 
-// The hazard of a flat set: a walk that writes the set it walks. Debug builds stop it at the
-// next step instead of reading moved members; walking keys() is the safe way.
-TEST(VornFlatSetDeathTest, WalkOverASetThatChangesStops) {
+// The hazard of a flat set: a walk that writes the set it walks. Walking keys() is the safe way.
+TEST(VornFlatSet, AWalkOverKeysMayEmptyTheSet) {
     auto h = Vorn::make<Holder>();
     for (const char* k : {"a", "b", "c"})
         h->memberIs(k);
     for (const std::string& k : h->member().keys())
         h->memberDel(k);
     EXPECT_EQ(h->members(), 0u);
-#ifndef NDEBUG
-    h->memberIs("a");
-    h->memberIs("b");
-    EXPECT_DEATH(
-        {
-            for (const std::string& k : h->member())
-                h->memberIs(k + "+");
-        },
-        "set changed during a walk over it");
-#endif
 }
 
 }  // namespace
