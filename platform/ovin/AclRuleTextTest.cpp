@@ -82,7 +82,8 @@ TEST(AclRuleText, FieldsLandWhereTheEngineReadsThem) {
     const Acl::RuleText tcp = ruleOf(Acl::parseRuleText(
         "30 deny tcp host 192.0.2.1 eq 53 any range 1000 2000 rst", aclTypeIpv4));
     ASSERT_TRUE(tcp.entry.isIp());
-    const Acl::IpFilter& f = tcp.entry.ipRule().filter();
+    const Acl::IpRuleConfig rule = tcp.entry.ipRule();  // unpacked: a value, not a reference
+    const Acl::IpFilter& f = rule.filter();
     EXPECT_EQ(tcp.seq, 30u);
     EXPECT_EQ(tcp.entry.ipRule().action(), Acl::aclActionDeny);
     EXPECT_EQ(f.protocol(), Zamu::IpProto(Zamu::IpProto::kTcp));
