@@ -101,11 +101,12 @@ void AclPhyIntfIndexSm::handleAclPhyIntf(const Ovin::AclKey& acl, const Zamu::In
     // clang-format off
     VORN_ASSERT_MSG(Zamu::EthIntfId::isEthIntfId( intfId ), "Internal Error");
     // clang-format on
+    AclEntries entries(acl);
     if (bound(acl, OvinMirelAcl::IntfSet::eth, intfId)) {
         FLINQ(th, 8, "  created: " << acl << " " << intfId);
-        updateAclPhyIntfMappingAdded(acl, intfId, intfId);
+        updateAclPhyIntfMappingAdded(entries, intfId, intfId);
     } else {
-        updateAclPhyIntfMappingDeleted(acl, intfId, intfId);
+        updateAclPhyIntfMappingDeleted(entries, intfId, intfId);
     }
 }
 
@@ -130,11 +131,12 @@ void AclPhyIntfIndexSm::handleAclSubIntf(const Ovin::AclKey& acl, const Zamu::In
     if (!carriers)
         return;
     // The ripple never writes subPhyIntfMapping.
+    AclEntries entries(acl);
     for (const Zamu::IntfId& phyIntf : carriers->phyIntfId()) {
         if (added) {
-            updateAclPhyIntfMappingAdded(acl, phyIntf, subIntfId);
+            updateAclPhyIntfMappingAdded(entries, phyIntf, subIntfId);
         } else {
-            updateAclPhyIntfMappingDeleted(acl, phyIntf, subIntfId);
+            updateAclPhyIntfMappingDeleted(entries, phyIntf, subIntfId);
         }
     }
 }
@@ -161,11 +163,12 @@ void AclPhyIntfIndexSm::handleAclVlanIntf(const Ovin::AclKey& acl, const Zamu::I
         vlanPhyIntfConfigDir()->vlanPhyIntfConfig(vlan);
     if (!members)
         return;
+    AclEntries entries(acl);
     for (const Zamu::IntfId& phyIntf : members->phyIntf()) {
         if (added) {
-            updateAclPhyIntfMappingAdded(acl, phyIntf, vlanIntfId);
+            updateAclPhyIntfMappingAdded(entries, phyIntf, vlanIntfId);
         } else {
-            updateAclPhyIntfMappingDeleted(acl, phyIntf, vlanIntfId);
+            updateAclPhyIntfMappingDeleted(entries, phyIntf, vlanIntfId);
         }
     }
 }

@@ -35,31 +35,48 @@ std::optional<Mirel::ChipId> IndexSmBase::chipOf(const Zamu::IntfId& phyIntf) co
     return m->chipId();
 }
 
-void IndexSmBase::updateAclPhyIntfMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& phyIntf,
+void IndexSmBase::AclEntries::atChip(const Mirel::ChipId& chip) {
+    if (chip_ == chip)
+        return;
+    chip_ = chip;
+    chipIntfs_ = nullptr;
+    chipAcls_ = nullptr;
+    chipAclIntfs_ = nullptr;
+}
+
+void IndexSmBase::updateAclPhyIntfMappingAdded(AclEntries& acl, const Zamu::IntfId& phyIntf,
                                                const Zamu::IntfId& parentIntf) {
-    FLINQ(th, 8, "updateAclPhyIntfMappingAdded " << acl << " " << phyIntf << " " << parentIntf);
-    index_->aclPhyIntfMappingIs(acl)->phyIntfMappingIs(phyIntf)->parentIntfIdIs(parentIntf);
+    FLINQ(th, 8,
+          "updateAclPhyIntfMappingAdded " << acl.acl_ << " " << phyIntf << " " << parentIntf);
+    if (!acl.phyIntfs_)
+        acl.phyIntfs_ = index_->aclPhyIntfMappingIs(acl.acl_);
+    acl.phyIntfs_->phyIntfMappingIs(phyIntf)->parentIntfIdIs(parentIntf);
     // Both run on every call, also when another parent already carried the ACL here: they
     // are idempotent, so a second parent costs a few lookups and changes nothing.
-    updateIntfAclMappingAdded(acl, phyIntf);
+    updateIntfAclMappingAdded(acl.acl_, phyIntf);
     updateChipAclMapping2(acl, phyIntf, true);
 }
 
-void IndexSmBase::updateAclPhyIntfMappingDeleted(const Ovin::AclKey& acl,
-                                                 const Zamu::IntfId& phyIntf,
+void IndexSmBase::updateAclPhyIntfMappingDeleted(AclEntries& acl, const Zamu::IntfId& phyIntf,
                                                  const Zamu::IntfId& parentIntf) {
-    FLINQ(th, 8, "updateAclPhyIntfMappingDeleted " << acl << " " << phyIntf << " " << parentIntf);
-    index_->aclPhyIntfMappingDelMember(acl, [&](AclPhyIntfColl& phyIntfs) {
-        const bool lastParent = phyIntfs.phyIntfMappingDelMember(phyIntf, [&](PhyIntfMapping& m) {
-            m.parentIntfIdDel(parentIntf);
-            return m.parentIntfIds();
-        });
-        if (lastParent) {
-            updateIntfAclMappingDeleted(acl, phyIntf);
-            updateChipAclMapping2(acl, phyIntf, false);
-        }
-        return phyIntfs.phyIntfMappings();
+    FLINQ(th, 8,
+          "updateAclPhyIntfMappingDeleted " << acl.acl_ << " " << phyIntf << " " << parentIntf);
+    if (!acl.phyIntfs_)
+        acl.phyIntfs_ = index_->aclPhyIntfMapping(acl.acl_);
+    if (!acl.phyIntfs_)
+        return;
+    const bool lastParent = acl.phyIntfs_->phyIntfMappingDelMember(phyIntf, [&](PhyIntfMapping& m) {
+        m.parentIntfIdDel(parentIntf);
+        return m.parentIntfIds();
     });
+    if (lastParent) {
+        updateIntfAclMappingDeleted(acl.acl_, phyIntf);
+        updateChipAclMapping2(acl, phyIntf, false);
+    }
+    if (!acl.phyIntfs_->phyIntfMappings()) {
+        index_->aclPhyIntfMappingDel(acl.acl_);
+        acl.phyIntfs_ = nullptr;
+    }
 }
 
 void IndexSmBase::updateIntfAclMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& intf) {
@@ -82,7 +99,8 @@ void IndexSmBase::updateChipAclMapping1(const Zamu::IntfId& intf, const Mirel::C
     if (!intfAclColl)
         return;
     // The walk writes only the chip mappings, never intfAclMapping.
-    for (const Ovin::AclKey& acl : intfAclColl->aclKey()) {
+    for (const Ovin::AclKey& key : intfAclColl->aclKey()) {
+        AclEntries acl(key);
         if (added) {
             handleAclIntfChipMappingAdded(acl, intf, chip);
         } else {
@@ -91,9 +109,9 @@ void IndexSmBase::updateChipAclMapping1(const Zamu::IntfId& intf, const Mirel::C
     }
 }
 
-void IndexSmBase::updateChipAclMapping2(const Ovin::AclKey& acl, const Zamu::IntfId& intf,
-                                        bool added) {
-    FLINQ(th, 8, "updateChipAclMapping2 " << acl << " " << intf << " " << std::boolalpha << added);
+void IndexSmBase::updateChipAclMapping2(AclEntries& acl, const Zamu::IntfId& intf, bool added) {
+    FLINQ(th, 8,
+          "updateChipAclMapping2 " << acl.acl_ << " " << intf << " " << std::boolalpha << added);
     std::optional<Mirel::ChipId> chip = chipOf(intf);
     if (!chip)
         return;
@@ -104,35 +122,65 @@ void IndexSmBase::updateChipAclMapping2(const Ovin::AclKey& acl, const Zamu::Int
     }
 }
 
-void IndexSmBase::handleAclIntfChipMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& intf,
+void IndexSmBase::handleAclIntfChipMappingAdded(AclEntries& acl, const Zamu::IntfId& intf,
                                                 const Mirel::ChipId& chip) {
-    index_->aclChipMappingIs(acl)->chipIntfMappingIs(chip)->intfIdIs(intf);
-    index_->chipAclMappingIs(chip)->aclIntfMappingIs(acl)->intfIdIs(intf);
+    acl.atChip(chip);
+    if (!acl.chipIntfs_) {
+        if (!acl.chips_)
+            acl.chips_ = index_->aclChipMappingIs(acl.acl_);
+        acl.chipIntfs_ = acl.chips_->chipIntfMappingIs(chip);
+    }
+    acl.chipIntfs_->intfIdIs(intf);
+    if (!acl.chipAclIntfs_) {
+        acl.chipAcls_ = index_->chipAclMappingIs(chip);
+        acl.chipAclIntfs_ = acl.chipAcls_->aclIntfMappingIs(acl.acl_);
+    }
+    acl.chipAclIntfs_->intfIdIs(intf);
     FLINQ(th, 8,
-          "handleAclIntfChipMappingAdded " << acl << " <--> " << intf << " <--> ChipId-" << chip
-                                           << " added");
+          "handleAclIntfChipMappingAdded " << acl.acl_ << " <--> " << intf << " <--> ChipId-"
+                                           << chip << " added");
 }
 
-void IndexSmBase::handleAclIntfChipMappingDeleted(const Ovin::AclKey& acl, const Zamu::IntfId& intf,
+void IndexSmBase::handleAclIntfChipMappingDeleted(AclEntries& acl, const Zamu::IntfId& intf,
                                                   const Mirel::ChipId& chip) {
     FLINQ(th, 8,
-          "handleAclIntfChipMappingDeleted " << acl << " <--> " << intf << " <--> ChipId-" << chip
-                                             << " deleted");
-    index_->aclChipMappingDelMember(acl, [&](AclChipColl& chips) {
-        chips.chipIntfMappingDelMember(chip, [&](ChipIntfMapping& intfs) {
-            intfs.intfIdDel(intf);
-            return intfs.intfIds();
-        });
-        return chips.chipIntfMappings();
-    });
+          "handleAclIntfChipMappingDeleted " << acl.acl_ << " <--> " << intf << " <--> ChipId-"
+                                             << chip << " deleted");
+    acl.atChip(chip);
+    if (!acl.chipIntfs_) {
+        if (!acl.chips_)
+            acl.chips_ = index_->aclChipMapping(acl.acl_);
+        if (acl.chips_)
+            acl.chipIntfs_ = acl.chips_->chipIntfMapping(chip);
+    }
+    if (acl.chipIntfs_) {
+        acl.chipIntfs_->intfIdDel(intf);
+        if (!acl.chipIntfs_->intfIds()) {
+            acl.chipIntfs_ = nullptr;
+            acl.chips_->chipIntfMappingDel(chip);
+            if (!acl.chips_->chipIntfMappings()) {
+                acl.chips_ = nullptr;
+                index_->aclChipMappingDel(acl.acl_);
+            }
+        }
+    }
     // The reverse mapping is cleaned second.
-    index_->chipAclMappingDelMember(chip, [&](ChipAclColl& acls) {
-        acls.aclIntfMappingDelMember(acl, [&](AclIntfColl& intfs) {
-            intfs.intfIdDel(intf);
-            return intfs.intfIds();
-        });
-        return acls.aclIntfMappings();
-    });
+    if (!acl.chipAclIntfs_) {
+        acl.chipAcls_ = index_->chipAclMapping(chip);
+        if (acl.chipAcls_)
+            acl.chipAclIntfs_ = acl.chipAcls_->aclIntfMapping(acl.acl_);
+    }
+    if (acl.chipAclIntfs_) {
+        acl.chipAclIntfs_->intfIdDel(intf);
+        if (!acl.chipAclIntfs_->intfIds()) {
+            acl.chipAclIntfs_ = nullptr;
+            acl.chipAcls_->aclIntfMappingDel(acl.acl_);
+            if (!acl.chipAcls_->aclIntfMappings()) {
+                acl.chipAcls_ = nullptr;
+                index_->chipAclMappingDel(chip);
+            }
+        }
+    }
 }
 
 void IndexSmBase::updateChipVlanMappingAdded(const Mirel::ChipId& chip,

@@ -60,17 +60,40 @@ class IndexSmBase : public Vorn::PtrInterface {
     // The chip that owns a physical interface, from the driver's interface mapping.
     std::optional<Mirel::ChipId> chipOf(const Zamu::IntfId& phyIntf) const;
 
-    void updateAclPhyIntfMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& phyIntf,
+    // One ACL's entries in the Index, for a change that writes them at many interfaces (a
+    // VLAN's or a sub-interface's members): each is looked up once, and the chip's pair of
+    // entries is kept while the interfaces stay on one chip (they come in order, so a chip's
+    // ports in a run). Lives for one change, on its writer's stack: only that writer writes
+    // these entries meanwhile, and it forgets an entry when it deletes it.
+    class AclEntries {
+      public:
+        explicit AclEntries(const Ovin::AclKey& acl) : acl_(acl) {}
+
+      private:
+        friend class IndexSmBase;
+        // Forgets the chip's entries when the change moves on to another chip.
+        void atChip(const Mirel::ChipId& chip);
+
+        const Ovin::AclKey acl_;
+        Vorn::Ptr<AclPhyIntfColl> phyIntfs_;    // aclPhyIntfMapping[acl]
+        Vorn::Ptr<AclChipColl> chips_;          // aclChipMapping[acl]
+        std::optional<Mirel::ChipId> chip_;     // the chip of the three below
+        Vorn::Ptr<ChipIntfMapping> chipIntfs_;  // aclChipMapping[acl].chipIntfMapping[chip]
+        Vorn::Ptr<ChipAclColl> chipAcls_;       // chipAclMapping[chip]
+        Vorn::Ptr<AclIntfColl> chipAclIntfs_;   // chipAclMapping[chip].aclIntfMapping[acl]
+    };
+
+    void updateAclPhyIntfMappingAdded(AclEntries& acl, const Zamu::IntfId& phyIntf,
                                       const Zamu::IntfId& parentIntf);
-    void updateAclPhyIntfMappingDeleted(const Ovin::AclKey& acl, const Zamu::IntfId& phyIntf,
+    void updateAclPhyIntfMappingDeleted(AclEntries& acl, const Zamu::IntfId& phyIntf,
                                         const Zamu::IntfId& parentIntf);
     void updateIntfAclMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& intf);
     void updateIntfAclMappingDeleted(const Ovin::AclKey& acl, const Zamu::IntfId& intf);
     void updateChipAclMapping1(const Zamu::IntfId& intf, const Mirel::ChipId& chip, bool added);
-    void updateChipAclMapping2(const Ovin::AclKey& acl, const Zamu::IntfId& intf, bool added);
-    void handleAclIntfChipMappingAdded(const Ovin::AclKey& acl, const Zamu::IntfId& intf,
+    void updateChipAclMapping2(AclEntries& acl, const Zamu::IntfId& intf, bool added);
+    void handleAclIntfChipMappingAdded(AclEntries& acl, const Zamu::IntfId& intf,
                                        const Mirel::ChipId& chip);
-    void handleAclIntfChipMappingDeleted(const Ovin::AclKey& acl, const Zamu::IntfId& intf,
+    void handleAclIntfChipMappingDeleted(AclEntries& acl, const Zamu::IntfId& intf,
                                          const Mirel::ChipId& chip);
     void updateChipVlanMappingAdded(const Mirel::ChipId& chip, const Bridging::VlanId& vlan,
                                     const Zamu::IntfId& phyIntf);

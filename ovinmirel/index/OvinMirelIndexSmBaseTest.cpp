@@ -22,6 +22,7 @@ class BareIndexSm : public IndexSmBase {
   public:
     BareIndexSm(const IndexTest::World& w, const Vorn::Ptr<Index>& index)
         : IndexSmBase(w.acls, w.pd, w.vlans, index) {}
+    using IndexSmBase::AclEntries;
     using IndexSmBase::updateAclPhyIntfMappingAdded;
     using IndexSmBase::updateAclPhyIntfMappingDeleted;
     using IndexSmBase::updateChipAclMapping1;
@@ -77,10 +78,11 @@ TEST_F(IndexSmBaseTest, AnAclLeavesAPortOnlyWithItsLastParent) {
         fresh.index->chipIntfMappingIs(Mirel::ChipId(1))->intfIdIs("Ethernet1");
         auto bare = Vorn::make<BareIndexSm>(fresh, fresh.index);
         for (const Step& s : c.steps) {
+            BareIndexSm::AclEntries acl(a);
             if (s.add) {
-                bare->updateAclPhyIntfMappingAdded(a, "Ethernet1", s.parent);
+                bare->updateAclPhyIntfMappingAdded(acl, "Ethernet1", s.parent);
             } else {
-                bare->updateAclPhyIntfMappingDeleted(a, "Ethernet1", s.parent);
+                bare->updateAclPhyIntfMappingDeleted(acl, "Ethernet1", s.parent);
             }
         }
         EXPECT_EQ(fresh.facts("aclPhyIntfMapping"), c.parents);
@@ -92,11 +94,13 @@ TEST_F(IndexSmBaseTest, AnAclLeavesAPortOnlyWithItsLastParent) {
 }
 
 TEST_F(IndexSmBaseTest, TheReverseChipMappingIsCleanedSecond) {
-    sm->updateAclPhyIntfMappingAdded(a, "Ethernet1", "Ethernet1");
+    BareIndexSm::AclEntries added(a);
+    sm->updateAclPhyIntfMappingAdded(added, "Ethernet1", "Ethernet1");
     std::vector<std::string> order;
     auto s1 = w.index->aclChipMappingNotify([&](const Ovin::AclKey&) { order.push_back("acl"); });
     auto s2 = w.index->chipAclMappingNotify([&](const Mirel::ChipId&) { order.push_back("chip"); });
-    sm->updateAclPhyIntfMappingDeleted(a, "Ethernet1", "Ethernet1");
+    BareIndexSm::AclEntries deleted(a);
+    sm->updateAclPhyIntfMappingDeleted(deleted, "Ethernet1", "Ethernet1");
     EXPECT_EQ(order, (std::vector<std::string>{"acl", "chip"}));
 }
 

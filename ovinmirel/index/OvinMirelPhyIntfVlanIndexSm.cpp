@@ -84,7 +84,8 @@ void PhyIntfVlanIndexSm::handleVlanPhyIntf(const Bridging::VlanId& vlan,
     if (!acls)
         return;
     // The ripple never writes vlanAclMapping.
-    for (const Ovin::AclKey& acl : acls->aclKey()) {
+    for (const Ovin::AclKey& key : acls->aclKey()) {
+        AclEntries acl(key);
         if (added) {
             updateAclPhyIntfMappingAdded(acl, phyIntf, acls->vlanIntfId());
         } else {

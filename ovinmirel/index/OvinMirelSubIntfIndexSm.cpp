@@ -162,7 +162,8 @@ void SubIntfIndexSm::updateSubIntfMappingAdded(const Zamu::IntfId& phyIntf,
     if (!acls)
         return;
     // The ripple never writes subIntfAclMapping.
-    for (const Ovin::AclKey& acl : acls->aclKey()) {
+    for (const Ovin::AclKey& key : acls->aclKey()) {
+        AclEntries acl(key);
         updateAclPhyIntfMappingAdded(acl, phyIntf, subIntf);
     }
 }
@@ -184,7 +185,8 @@ void SubIntfIndexSm::updateSubIntfMappingDeleted(const Zamu::IntfId& phyIntf,
     Vorn::Ptr<SubIntfAclColl> acls = index()->subIntfAclMapping(subIntf);
     if (!acls)
         return;
-    for (const Ovin::AclKey& acl : acls->aclKey()) {
+    for (const Ovin::AclKey& key : acls->aclKey()) {
+        AclEntries acl(key);
         updateAclPhyIntfMappingDeleted(acl, phyIntf, subIntf);
     }
 }
