@@ -226,7 +226,14 @@ void AclPolicySm::reinstantiate(const Vorn::Ptr<Mirel::ChipHwCapability>& chipHw
 
 Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
     VORN_ASSERT(initialized());
+    const Mask combination = boundKinds(intfId).combination;
+    traceCombination(intfId, combination);
+    return combination;
+}
+
+AclPolicySm::BoundKinds AclPolicySm::boundKinds(const Zamu::IntfId& intfId) const {
     uint32_t mask = 0;
+    size_t typed = 0;
     if (Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId)) {
         for (const auto& [tableType, keys] : types->aclTableTypeMapping()) {
             // Table type 0 (or anything past MAC) cannot come out of the type index.
@@ -237,11 +244,10 @@ Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
                 mask |= kind.in;
             if (keys->outAcls() > 0)
                 mask |= kind.out;
+            typed += keys->aclKeys();
         }
     }
-    const Mask combination(mask);
-    traceCombination(intfId, combination);
-    return combination;
+    return BoundKinds{Mask(mask), typed};
 }
 
 Mask AclPolicySm::getBestAclTypeCombinationMatch(Mask requested) const {
@@ -333,18 +339,15 @@ bool AclPolicySm::isReadyIntfAcl(const Zamu::IntfId& intfId) const {
     VORN_ASSERT_MSG(acls, "index()->intfAclMappingHas( intfId )");
     VORN_ASSERT(chipIntfMapping());
     VORN_ASSERT_MSG(chipIntfMapping()->intfId(intfId), "chipIntfMapping()->intfIdHas( intfId )");
+    return allReady(*acls, boundKinds(intfId).typed);
+}
+
+bool AclPolicySm::allReady(const IntfAclColl& acls, size_t typed) const {
     // An ACL the type index grouped under a table type has that table's mask bit: when it
     // grouped every ACL of the interface, all are ready, and the walk below would only trace.
-    if (!th.enabled(8)) {
-        size_t typed = 0;
-        if (Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId)) {
-            for (const auto& [tableType, keys] : types->aclTableTypeMapping())
-                typed += keys->aclKeys();
-        }
-        if (typed == acls->aclKeys())
-            return true;
-    }
-    for (const Ovin::AclKey& key : acls->aclKey()) {
+    if (!th.enabled(8) && typed == acls.aclKeys())
+        return true;
+    for (const Ovin::AclKey& key : acls.aclKey()) {
         FLINQ(th, 8, "    acl " << key);
         if (getAclTypeMask(key).empty())
             return false;
@@ -506,12 +509,15 @@ AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) cons
         FLINQ(th, 8, "    no chipIntfMapping");
         return out;
     }
-    // All or nothing: the interface's ACLs are put in effect only once all are ready.
-    if (!isReadyIntfAcl(intfId)) {
+    // All or nothing: the interface's ACLs are put in effect only once all are ready. One
+    // walk of the type index answers that and gives the kinds.
+    const BoundKinds kinds = boundKinds(intfId);
+    if (!allReady(*acls, kinds.typed)) {
         FLINQ(th, 8, "    intf is not ready");
         return out;
     }
-    out.combination = getIntfAclTypeCombination(intfId);
+    out.combination = kinds.combination;
+    traceCombination(intfId, out.combination);
     out.policy = getBestAclTypeCombinationMatch(out.combination);
     out.acls = acls;
     return out;
@@ -530,7 +536,7 @@ Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
 }
 
 void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
-                                 std::set<Ovin::AclKey>& acls) const {
+                                 AclKeys& acls) const {
     Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId);
     if (!types)
         return;
@@ -546,7 +552,7 @@ void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
 }
 
 bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId,
-                                      const std::set<Ovin::AclKey>& changed) const {
+                                      const AclKeys& changed) const {
     Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->intfAclMapping(intfId);
     if (!entry)
         entry = aclPolicyStatus()->routedPortSharedAclMapping(intfId);
