@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelChipAclWatcher.h"
 #include "ovinmirel/chip/OvinMirelLogMessages.h"
 #include "platform/flinq/Flinq.h"
 #include "platform/logging/Logging.h"
@@ -66,126 +67,6 @@ bool isIp(const Ovin::AclKey& key) {
 }
 
 }  // namespace
-
-// One per ACL of this chip's Index.chipAclMapping entry: a physical interface of the chip that
-// comes or goes under the ACL is reviewed, and each one present is watched for the parents
-// through which the ACL reaches it (they decide where the ACL goes in the status).
-//
-// The index writes an interface's mapping under the ACL (Index.aclPhyIntfMapping) together with
-// the chip entry that lists the interface, so the parents are taken when the interface comes.
-// Only while an interface of the chip entry has no mapping (the index rebuilt under it, or a
-// mapping emptied by its writer) is the ACL's whole set of mappings watched: every chip holding
-// the ACL would otherwise hear of each port the ACL reaches anywhere.
-class AclPolicySm::ChipAclWatcher {
-  public:
-    ChipAclWatcher(AclPolicySm* sm, const Ovin::AclKey& acl, const Vorn::Ptr<AclIntfColl>& entry)
-        : sm_(sm), acl_(acl), entry_(entry) {
-        sub_ = entry->intfIdNotify([this](const Zamu::IntfId& intf) { handleIntf(intf); });
-        follow();
-    }
-    // Every interface of the chip under the ACL, in order.
-    void reviewAll() const {
-        for (const Zamu::IntfId& intf : entry_->intfId())
-            sm_->handleAclPhyIntf(acl_, intf);
-    }
-    // Index.aclPhyIntfMapping changed for the ACL: an entry replaced or gone (the attachment
-    // index rebuilt) may carry other parents, so every interface is reviewed.
-    void handleAclPhyIntfColl() {
-        if (sm_->index()->aclPhyIntfMapping(acl_) == phyIntfs_)
-            return;
-        follow();
-        reviewAll();
-    }
-
-  private:
-    // The parent subscription of one interface, in interface order.
-    struct Parents {
-        Zamu::IntfId intf;
-        Vorn::Subscription sub;
-    };
-
-    void follow() {
-        phyIntfs_ = sm_->index()->aclPhyIntfMapping(acl_);
-        mappingSub_.reset();
-        parents_.clear();
-        for (const Zamu::IntfId& intf : entry_->intfId())
-            watchParents(intf);
-        watchMappings();
-    }
-    void handleIntf(const Zamu::IntfId& intf) {
-        if (entry_->intfId(intf))
-            watchParents(intf);
-        else
-            unwatchParents(intf);
-        watchMappings();
-        sm_->handleAclPhyIntf(acl_, intf);
-    }
-    // A mapping under the ACL came or went while some interface here had none.
-    void handleMapping(const Zamu::IntfId& intf) {
-        // Only this chip's interfaces; one replaced under the ACL is reviewed.
-        if (!entry_->intfId(intf))
-            return;
-        watchParents(intf);
-        watchMappings();
-        sm_->handleAclPhyIntf(acl_, intf);
-    }
-    void handleParents(const PhyIntfMapping& mapping) {
-        const Zamu::IntfId intf = mapping.intfId();
-        // Its writer deletes a mapping left without parents: until the interface leaves the chip
-        // entry, a new mapping may come for it.
-        if (!mapping.parentIntfIds()) {
-            unwatchParents(intf);
-            watchMappings();
-        }
-        sm_->handleAclPhyIntf(acl_, intf);
-    }
-    std::vector<Parents>::iterator parentsOf(const Zamu::IntfId& intf) {
-        return std::lower_bound(parents_.begin(), parents_.end(), intf,
-                                [](const Parents& p, const Zamu::IntfId& i) { return p.intf < i; });
-    }
-    void watchParents(const Zamu::IntfId& intf) {
-        const Vorn::Ptr<PhyIntfMapping> mapping =
-            phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
-        if (!mapping) {
-            unwatchParents(intf);
-            return;
-        }
-        // The slot captures no key (the mapping has it, and is alive while it notifies), so the
-        // handler fits in the function object itself: one of these per (ACL, interface).
-        Vorn::Subscription sub = mapping->parentIntfIdNotify(
-            [this, m = mapping.ptr()](const Zamu::IntfId&) { handleParents(*m); });
-        auto it = parentsOf(intf);
-        if (it != parents_.end() && it->intf == intf)
-            it->sub = std::move(sub);
-        else
-            parents_.insert(it, Parents{intf, std::move(sub)});
-    }
-    void unwatchParents(const Zamu::IntfId& intf) {
-        auto it = parentsOf(intf);
-        if (it != parents_.end() && it->intf == intf)
-            parents_.erase(it);
-    }
-    // The ACL's mappings are watched exactly while an interface of the entry has none here.
-    void watchMappings() {
-        if (!phyIntfs_ || parents_.size() == entry_->intfIds()) {
-            mappingSub_.reset();
-            return;
-        }
-        if (!mappingSub_.connected())
-            mappingSub_ = phyIntfs_->phyIntfMappingNotify(
-                [this](const Zamu::IntfId& intf) { handleMapping(intf); });
-    }
-
-    AclPolicySm* const sm_;
-    const Ovin::AclKey acl_;
-    const Vorn::Ptr<AclIntfColl> entry_;
-    Vorn::Subscription sub_;
-    // The ACL's entry of Index.aclPhyIntfMapping, whose interfaces on this chip are watched.
-    Vorn::Ptr<AclPhyIntfColl> phyIntfs_;
-    Vorn::Subscription mappingSub_;
-    // The interfaces of entry_ that have a mapping under the ACL, each with its subscription.
-    std::vector<Parents> parents_;
-};
 
 AclPolicySm::AclPolicySm(Mirel::ChipId chipId,
                          const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
