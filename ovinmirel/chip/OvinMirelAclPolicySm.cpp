@@ -416,8 +416,7 @@ Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
     return phyIntf;
 }
 
-void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
-                                 AclKeys& acls) const {
+void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds, AclKeys& acls) const {
     Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId);
     if (!types)
         return;
@@ -432,8 +431,7 @@ void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
     }
 }
 
-bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId,
-                                      const AclKeys& changed) const {
+bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId, const AclKeys& changed) const {
     Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->intfAclMapping(intfId);
     if (!entry)
         entry = aclPolicyStatus()->routedPortSharedAclMapping(intfId);

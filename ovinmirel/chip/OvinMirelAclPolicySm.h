@@ -301,8 +301,7 @@ class AclPolicySm : public Vorn::StateMachine {
     // those a change of policy admits or drops.
     void addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds, AclKeys& acls) const;
     // Whether some ACL other than `changed` is in effect on the interface's own entry.
-    bool otherPhyAclInEffect(const Zamu::IntfId& intfId,
-                             const AclKeys& changed) const;
+    bool otherPhyAclInEffect(const Zamu::IntfId& intfId, const AclKeys& changed) const;
 
     // The parent's kind decides the place an ACL takes in the status.
     enum class Path { phy, vlan, sub };

@@ -62,8 +62,8 @@ void AclPolicySm::ChipAclWatcher::handleParents(const PhyIntfMapping& mapping) {
     sm_->handleAclPhyIntf(acl_, intf);
 }
 
-std::vector<AclPolicySm::ChipAclWatcher::Parents>::iterator
-AclPolicySm::ChipAclWatcher::parentsOf(const Zamu::IntfId& intf) {
+std::vector<AclPolicySm::ChipAclWatcher::Parents>::iterator AclPolicySm::ChipAclWatcher::parentsOf(
+    const Zamu::IntfId& intf) {
     return std::lower_bound(parents_.begin(), parents_.end(), intf,
                             [](const Parents& p, const Zamu::IntfId& i) { return p.intf < i; });
 }
