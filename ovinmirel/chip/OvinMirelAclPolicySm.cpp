@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelChipAclWatcher.h"
 #include "ovinmirel/chip/OvinMirelLogMessages.h"
 #include "platform/flinq/Flinq.h"
 #include "platform/logging/Logging.h"
@@ -67,126 +68,6 @@ bool isIp(const Ovin::AclKey& key) {
 
 }  // namespace
 
-// One per ACL of this chip's Index.chipAclMapping entry: a physical interface of the chip that
-// comes or goes under the ACL is reviewed, and each one present is watched for the parents
-// through which the ACL reaches it (they decide where the ACL goes in the status).
-//
-// The index writes an interface's mapping under the ACL (Index.aclPhyIntfMapping) together with
-// the chip entry that lists the interface, so the parents are taken when the interface comes.
-// Only while an interface of the chip entry has no mapping (the index rebuilt under it, or a
-// mapping emptied by its writer) is the ACL's whole set of mappings watched: every chip holding
-// the ACL would otherwise hear of each port the ACL reaches anywhere.
-class AclPolicySm::ChipAclWatcher {
-  public:
-    ChipAclWatcher(AclPolicySm* sm, const Ovin::AclKey& acl, const Vorn::Ptr<AclIntfColl>& entry)
-        : sm_(sm), acl_(acl), entry_(entry) {
-        sub_ = entry->intfIdNotify([this](const Zamu::IntfId& intf) { handleIntf(intf); });
-        follow();
-    }
-    // Every interface of the chip under the ACL, in order.
-    void reviewAll() const {
-        for (const Zamu::IntfId& intf : entry_->intfId())
-            sm_->handleAclPhyIntf(acl_, intf);
-    }
-    // Index.aclPhyIntfMapping changed for the ACL: an entry replaced or gone (the attachment
-    // index rebuilt) may carry other parents, so every interface is reviewed.
-    void handleAclPhyIntfColl() {
-        if (sm_->index()->aclPhyIntfMapping(acl_) == phyIntfs_)
-            return;
-        follow();
-        reviewAll();
-    }
-
-  private:
-    // The parent subscription of one interface, in interface order.
-    struct Parents {
-        Zamu::IntfId intf;
-        Vorn::Subscription sub;
-    };
-
-    void follow() {
-        phyIntfs_ = sm_->index()->aclPhyIntfMapping(acl_);
-        mappingSub_.reset();
-        parents_.clear();
-        for (const Zamu::IntfId& intf : entry_->intfId())
-            watchParents(intf);
-        watchMappings();
-    }
-    void handleIntf(const Zamu::IntfId& intf) {
-        if (entry_->intfId(intf))
-            watchParents(intf);
-        else
-            unwatchParents(intf);
-        watchMappings();
-        sm_->handleAclPhyIntf(acl_, intf);
-    }
-    // A mapping under the ACL came or went while some interface here had none.
-    void handleMapping(const Zamu::IntfId& intf) {
-        // Only this chip's interfaces; one replaced under the ACL is reviewed.
-        if (!entry_->intfId(intf))
-            return;
-        watchParents(intf);
-        watchMappings();
-        sm_->handleAclPhyIntf(acl_, intf);
-    }
-    void handleParents(const PhyIntfMapping& mapping) {
-        const Zamu::IntfId intf = mapping.intfId();
-        // Its writer deletes a mapping left without parents: until the interface leaves the chip
-        // entry, a new mapping may come for it.
-        if (!mapping.parentIntfIds()) {
-            unwatchParents(intf);
-            watchMappings();
-        }
-        sm_->handleAclPhyIntf(acl_, intf);
-    }
-    std::vector<Parents>::iterator parentsOf(const Zamu::IntfId& intf) {
-        return std::lower_bound(parents_.begin(), parents_.end(), intf,
-                                [](const Parents& p, const Zamu::IntfId& i) { return p.intf < i; });
-    }
-    void watchParents(const Zamu::IntfId& intf) {
-        const Vorn::Ptr<PhyIntfMapping> mapping =
-            phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
-        if (!mapping) {
-            unwatchParents(intf);
-            return;
-        }
-        // The slot captures no key (the mapping has it, and is alive while it notifies), so the
-        // handler fits in the function object itself: one of these per (ACL, interface).
-        Vorn::Subscription sub = mapping->parentIntfIdNotify(
-            [this, m = mapping.ptr()](const Zamu::IntfId&) { handleParents(*m); });
-        auto it = parentsOf(intf);
-        if (it != parents_.end() && it->intf == intf)
-            it->sub = std::move(sub);
-        else
-            parents_.insert(it, Parents{intf, std::move(sub)});
-    }
-    void unwatchParents(const Zamu::IntfId& intf) {
-        auto it = parentsOf(intf);
-        if (it != parents_.end() && it->intf == intf)
-            parents_.erase(it);
-    }
-    // The ACL's mappings are watched exactly while an interface of the entry has none here.
-    void watchMappings() {
-        if (!phyIntfs_ || parents_.size() == entry_->intfIds()) {
-            mappingSub_.reset();
-            return;
-        }
-        if (!mappingSub_.connected())
-            mappingSub_ = phyIntfs_->phyIntfMappingNotify(
-                [this](const Zamu::IntfId& intf) { handleMapping(intf); });
-    }
-
-    AclPolicySm* const sm_;
-    const Ovin::AclKey acl_;
-    const Vorn::Ptr<AclIntfColl> entry_;
-    Vorn::Subscription sub_;
-    // The ACL's entry of Index.aclPhyIntfMapping, whose interfaces on this chip are watched.
-    Vorn::Ptr<AclPhyIntfColl> phyIntfs_;
-    Vorn::Subscription mappingSub_;
-    // The interfaces of entry_ that have a mapping under the ACL, each with its subscription.
-    std::vector<Parents> parents_;
-};
-
 AclPolicySm::AclPolicySm(Mirel::ChipId chipId,
                          const Vorn::Ptr<Mirel::ChipHwCapability>& chipHwCapability,
                          const Vorn::Ptr<Mirel::HwCapability>& hwCapability,
@@ -226,7 +107,14 @@ void AclPolicySm::reinstantiate(const Vorn::Ptr<Mirel::ChipHwCapability>& chipHw
 
 Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
     VORN_ASSERT(initialized());
+    const Mask combination = boundKinds(intfId).combination;
+    traceCombination(intfId, combination);
+    return combination;
+}
+
+AclPolicySm::BoundKinds AclPolicySm::boundKinds(const Zamu::IntfId& intfId) const {
     uint32_t mask = 0;
+    size_t typed = 0;
     if (Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId)) {
         for (const auto& [tableType, keys] : types->aclTableTypeMapping()) {
             // Table type 0 (or anything past MAC) cannot come out of the type index.
@@ -237,11 +125,10 @@ Mask AclPolicySm::getIntfAclTypeCombination(const Zamu::IntfId& intfId) const {
                 mask |= kind.in;
             if (keys->outAcls() > 0)
                 mask |= kind.out;
+            typed += keys->aclKeys();
         }
     }
-    const Mask combination(mask);
-    traceCombination(intfId, combination);
-    return combination;
+    return BoundKinds{Mask(mask), typed};
 }
 
 Mask AclPolicySm::getBestAclTypeCombinationMatch(Mask requested) const {
@@ -333,18 +220,15 @@ bool AclPolicySm::isReadyIntfAcl(const Zamu::IntfId& intfId) const {
     VORN_ASSERT_MSG(acls, "index()->intfAclMappingHas( intfId )");
     VORN_ASSERT(chipIntfMapping());
     VORN_ASSERT_MSG(chipIntfMapping()->intfId(intfId), "chipIntfMapping()->intfIdHas( intfId )");
+    return allReady(*acls, boundKinds(intfId).typed);
+}
+
+bool AclPolicySm::allReady(const IntfAclColl& acls, size_t typed) const {
     // An ACL the type index grouped under a table type has that table's mask bit: when it
     // grouped every ACL of the interface, all are ready, and the walk below would only trace.
-    if (!th.enabled(8)) {
-        size_t typed = 0;
-        if (Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId)) {
-            for (const auto& [tableType, keys] : types->aclTableTypeMapping())
-                typed += keys->aclKeys();
-        }
-        if (typed == acls->aclKeys())
-            return true;
-    }
-    for (const Ovin::AclKey& key : acls->aclKey()) {
+    if (!th.enabled(8) && typed == acls.aclKeys())
+        return true;
+    for (const Ovin::AclKey& key : acls.aclKey()) {
         FLINQ(th, 8, "    acl " << key);
         if (getAclTypeMask(key).empty())
             return false;
@@ -506,12 +390,15 @@ AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) cons
         FLINQ(th, 8, "    no chipIntfMapping");
         return out;
     }
-    // All or nothing: the interface's ACLs are put in effect only once all are ready.
-    if (!isReadyIntfAcl(intfId)) {
+    // All or nothing: the interface's ACLs are put in effect only once all are ready. One
+    // walk of the type index answers that and gives the kinds.
+    const BoundKinds kinds = boundKinds(intfId);
+    if (!allReady(*acls, kinds.typed)) {
         FLINQ(th, 8, "    intf is not ready");
         return out;
     }
-    out.combination = getIntfAclTypeCombination(intfId);
+    out.combination = kinds.combination;
+    traceCombination(intfId, out.combination);
     out.policy = getBestAclTypeCombinationMatch(out.combination);
     out.acls = acls;
     return out;
@@ -529,8 +416,7 @@ Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
     return phyIntf;
 }
 
-void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
-                                 std::set<Ovin::AclKey>& acls) const {
+void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds, AclKeys& acls) const {
     Vorn::Ptr<IntfAclTableTypeColl> types = index()->intfAclTypeMapping(intfId);
     if (!types)
         return;
@@ -545,8 +431,7 @@ void AclPolicySm::addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds,
     }
 }
 
-bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId,
-                                      const std::set<Ovin::AclKey>& changed) const {
+bool AclPolicySm::otherPhyAclInEffect(const Zamu::IntfId& intfId, const AclKeys& changed) const {
     Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->intfAclMapping(intfId);
     if (!entry)
         entry = aclPolicyStatus()->routedPortSharedAclMapping(intfId);

@@ -44,7 +44,6 @@
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <set>
 #include <vector>
 
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
@@ -54,6 +53,7 @@
 #include "platform/mirel/HwCapability.h"
 #include "platform/ovin/AclKey.h"
 #include "platform/vorn/EntryWatchers.h"
+#include "platform/vorn/FlatSet.h"
 #include "platform/vorn/StateMachine.h"
 #include "platform/zamu/IntfId.h"
 
@@ -263,15 +263,26 @@ class AclPolicySm : public Vorn::StateMachine {
     };
     // Interfaces awaiting review with the ACLs that changed under them; `all` when anything
     // interface-wide may have changed. Keyed lookups only; nothing walks it.
+    // Mostly one ACL: a sorted vector, not a node per ACL.
+    using AclKeys = Vorn::FlatSet<Ovin::AclKey>;
     struct PendingReview {
         bool all = false;
-        std::set<Ovin::AclKey> acls;
+        AclKeys acls;
     };
     void scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
     // processIntf, returning what it found of the interface.
     IntfReview reviewIntf(const Zamu::IntfId& intfId);
     // updateErrIntf, from a review's reading of the interface where it made one.
     void updateErrIntf(const Zamu::IntfId& intfId, const IntfReview& review);
+    // The kinds bound to the interface (untraced) and how many of its ACLs the type index
+    // grouped under a table type, from one walk of Index.intfAclTypeMapping.
+    struct BoundKinds {
+        Mask combination;
+        size_t typed = 0;
+    };
+    BoundKinds boundKinds(const Zamu::IntfId& intfId) const;
+    // isReadyIntfAcl for the interface's ACLs, `typed` of them grouped by the type index.
+    bool allReady(const IntfAclColl& acls, size_t typed) const;
     // The review's interface-wide part; traces why an interface contributes nothing, where it
     // does not.
     IntfReview intfReview(const Zamu::IntfId& intfId) const;
@@ -288,10 +299,9 @@ class AclPolicySm : public Vorn::StateMachine {
     void addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey, bool shared);
     // Adds to `acls` the interface's ACLs (Index.intfAclTypeMapping) whose kind is in `kinds`:
     // those a change of policy admits or drops.
-    void addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds, std::set<Ovin::AclKey>& acls) const;
+    void addAclsOfKinds(const Zamu::IntfId& intfId, Mask kinds, AclKeys& acls) const;
     // Whether some ACL other than `changed` is in effect on the interface's own entry.
-    bool otherPhyAclInEffect(const Zamu::IntfId& intfId,
-                             const std::set<Ovin::AclKey>& changed) const;
+    bool otherPhyAclInEffect(const Zamu::IntfId& intfId, const AclKeys& changed) const;
 
     // The parent's kind decides the place an ACL takes in the status.
     enum class Path { phy, vlan, sub };
