@@ -31,13 +31,15 @@ Mirel::AclRuleListPtr OvinMirelAcl::ruleList(Mirel::ProtocolType protocolType) c
         return cached;
     }
     VORN_ASSERT(macRuleByIds() == 0);
-    std::vector<Mirel::AclRuleList::IpEntry> rules;
-    for (const auto& entry : ipRuleById()) {
-        const bool tcp = Mirel::isTcpRule(entry.second);
+    // Both halves pick their rules out of the storage the list of every rule shares.
+    const Mirel::AclRuleList::IpRules rules = ipRuleById_.snapshot();
+    std::vector<uint32_t> picked;
+    for (uint32_t i = 0; i < rules->size(); ++i) {
+        const bool tcp = Mirel::isTcpRule((*rules)[i].second);
         if (tcp == (protocolType == Mirel::protocolTcp_))
-            rules.push_back(entry);
+            picked.push_back(i);
     }
-    cached = Mirel::AclRuleList::ipList(std::move(rules));
+    cached = Mirel::AclRuleList::sharedIpList(rules, std::move(picked));
     return cached;
 }
 

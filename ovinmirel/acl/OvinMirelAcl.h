@@ -10,9 +10,10 @@
 // Rule snapshots: `ruleList(protocolType)` hands out the ACL's rules as an immutable shared
 // Mirel::AclRuleList, built on first use and handed out again, the same object, until a rule
 // of the ACL changes (a write that changes nothing keeps it). Roots hold these lists instead
-// of copies, so a commit cycle costs nothing for an ACL whose rules stayed as they were. The
-// list of every rule holds the store's own rule storage, not a copy of it: the store's next
-// rule write copies the storage first, so the list keeps the rules it was made with.
+// of copies, so a commit cycle costs nothing for an ACL whose rules stayed as they were. Every
+// list holds the store's own rule storage, not a copy of it (the two halves of a split ACL pick
+// their rules out of it by position): the store's next rule write copies the storage first, so
+// a list keeps the rules it was made with.
 
 #include <cstdint>
 #include <memory>

@@ -92,11 +92,17 @@ TEST(OvinMirelAcl, SplitSnapshotsHoldTheTcpAndNonTcpHalves) {
     EXPECT_EQ(ruleNums(acl->ruleList(Mirel::protocolNonTcp_)), (std::vector<uint32_t>{20, 30}));
     EXPECT_EQ(ruleNums(acl->ruleList()), (std::vector<uint32_t>{10, 20, 30, 40}));
     const Mirel::AclRuleListPtr tcp = acl->ruleList(Mirel::protocolTcp_);
-    // A rule that stops matching TCP moves to the other half.
+    const Mirel::AclRuleListPtr nonTcp = acl->ruleList(Mirel::protocolNonTcp_);
+    // The halves hold the store's rules, not copies, and are told apart by what they pick.
+    EXPECT_EQ(&tcp->ipRules()[1], &acl->ruleList()->ipRules()[3]);
+    EXPECT_FALSE(tcp->sameRules(*nonTcp));
+    // A rule that stops matching TCP moves to the other half; the half taken before keeps it.
     acl->ipRuleByIdIs({40, 0, {4}}, withProto(permitFrom("10.0.0.0"), Zamu::IpProto::kUdp));
     EXPECT_EQ(ruleNums(acl->ruleList(Mirel::protocolTcp_)), (std::vector<uint32_t>{10}));
     EXPECT_EQ(ruleNums(acl->ruleList(Mirel::protocolNonTcp_)), (std::vector<uint32_t>{20, 30, 40}));
     EXPECT_EQ(ruleNums(tcp), (std::vector<uint32_t>{10, 40}));
+    EXPECT_TRUE(Mirel::isTcpRule(tcp->ipRules()[1].second));
+    EXPECT_FALSE(tcp->sameRules(*acl->ruleList(Mirel::protocolTcp_)));
 }
 
 TEST(OvinMirelAcl, MacSnapshot) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <set>
 #include <sstream>
 
@@ -54,11 +55,13 @@ void addMacValues(const MacRuleConfig& rule, ValueSets& values) {
 
 }  // namespace
 
-AclRuleList::AclRuleList(Kind kind, IpRules ipRules, MacRules macRules)
+AclRuleList::AclRuleList(Kind kind, IpRules ipRules, MacRules macRules,
+                         std::optional<std::vector<uint32_t>> picked)
     : version_(nextVersion++),
       kind_(kind),
       ipRules_(std::move(ipRules)),
-      macRules_(std::move(macRules)) {}
+      macRules_(std::move(macRules)),
+      picked_(std::move(picked)) {}
 
 namespace {
 
@@ -96,6 +99,18 @@ Vorn::Ptr<const AclRuleList> AclRuleList::sharedIpList(IpRules rules) {
         new AclRuleList(Kind::ip, std::move(rules), noRules<MacEntry>()));
 }
 
+Vorn::Ptr<const AclRuleList> AclRuleList::sharedIpList(IpRules rules,
+                                                       std::vector<uint32_t> picked) {
+    VORN_ASSERT(rules && strictlyAscending(*rules));
+    VORN_ASSERT(std::ranges::adjacent_find(picked, std::greater_equal<>()) == picked.end() &&
+                (picked.empty() || picked.back() < rules->size()));
+    if (picked.empty())
+        return emptyList();
+    picked.shrink_to_fit();  // the list keeps it as long as it lives
+    return Vorn::Ptr<const AclRuleList>(
+        new AclRuleList(Kind::ip, std::move(rules), noRules<MacEntry>(), std::move(picked)));
+}
+
 Vorn::Ptr<const AclRuleList> AclRuleList::sharedMacList(MacRules rules) {
     VORN_ASSERT(rules && strictlyAscending(*rules));
     if (rules->empty())
@@ -111,7 +126,8 @@ const Vorn::Ptr<const AclRuleList>& AclRuleList::emptyList() {
 }
 
 bool AclRuleList::sameRules(const AclRuleList& other) const {
-    if (this == &other || (ipRules_ == other.ipRules_ && macRules_ == other.macRules_))
+    if (this == &other ||
+        (ipRules_ == other.ipRules_ && macRules_ == other.macRules_ && picked_ == other.picked_))
         return true;
     return ipRules() == other.ipRules() && macRules() == other.macRules();
 }

@@ -16,9 +16,12 @@
 // What a root computation needs of a list (its TCAM entries and the distinct values of each
 // field transform) is derived on first use and cached with the list.
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +43,56 @@ struct AclRuleListNeeds {
     std::array<std::vector<std::string>, kXformTypeCount> xformValues;
 };
 
+// The rules of a list as its readers walk them: a whole shared vector of entries, or the
+// entries at some of its positions (ascending). A list that holds one protocol class of a split
+// ACL picks its rules out of the store's storage instead of copying them.
+template <class Entry>
+class RuleSpan {
+  public:
+    class iterator {
+      public:
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        iterator() = default;
+        iterator(const Entry* rules, const uint32_t* picked, size_t i)
+            : rules_(rules), picked_(picked), i_(i) {}
+        const Entry& operator*() const { return rules_[picked_ ? picked_[i_] : i_]; }
+        const Entry* operator->() const { return &**this; }
+        iterator& operator++() {
+            ++i_;
+            return *this;
+        }
+        iterator operator++(int) {
+            iterator old = *this;
+            ++i_;
+            return old;
+        }
+        bool operator==(const iterator& o) const { return i_ == o.i_; }
+
+      private:
+        const Entry* rules_ = nullptr;
+        const uint32_t* picked_ = nullptr;  // null: every entry in turn
+        size_t i_ = 0;
+    };
+
+    // picked: positions in rules, or null for all of them.
+    RuleSpan(const std::vector<Entry>& rules, const std::vector<uint32_t>* picked)
+        : rules_(rules), picked_(picked) {}
+    size_t size() const { return picked_ ? picked_->size() : rules_.size(); }
+    bool empty() const { return size() == 0; }
+    iterator begin() const { return {rules_.data(), picked(), 0}; }
+    iterator end() const { return {rules_.data(), picked(), size()}; }
+    const Entry& operator[](size_t i) const { return *iterator(rules_.data(), picked(), i); }
+    bool operator==(const RuleSpan& o) const {
+        return size() == o.size() && std::equal(begin(), end(), o.begin());
+    }
+
+  private:
+    const uint32_t* picked() const { return picked_ ? picked_->data() : nullptr; }
+    const std::vector<Entry>& rules_;
+    const std::vector<uint32_t>* picked_;
+};
+
 class AclRuleList : public Vorn::PtrInterface {
   public:
     using IpEntry = std::pair<AceIndex, IpRuleConfig>;
@@ -56,15 +109,18 @@ class AclRuleList : public Vorn::PtrInterface {
     // rules), without a copy. REQUIRES: not null.
     static Vorn::Ptr<const AclRuleList> sharedIpList(IpRules rules);
     static Vorn::Ptr<const AclRuleList> sharedMacList(MacRules rules);
+    // The entries of shared rules at the positions picked, without a copy. REQUIRES: rules not
+    // null, picked strictly ascending and within rules (asserted).
+    static Vorn::Ptr<const AclRuleList> sharedIpList(IpRules rules, std::vector<uint32_t> picked);
     // The one shared empty list (kind none).
     static const Vorn::Ptr<const AclRuleList>& emptyList();
 
     uint64_t version() const { return version_; }
     // none only for an empty list.
     Kind kind() const { return kind_; }
-    const std::vector<IpEntry>& ipRules() const { return *ipRules_; }
-    const std::vector<MacEntry>& macRules() const { return *macRules_; }
-    size_t size() const { return ipRules_->size() + macRules_->size(); }
+    RuleSpan<IpEntry> ipRules() const { return {*ipRules_, picked_ ? &*picked_ : nullptr}; }
+    RuleSpan<MacEntry> macRules() const { return {*macRules_, nullptr}; }
+    size_t size() const { return ipRules().size() + macRules_->size(); }
     bool empty() const { return size() == 0; }
 
     // Same rules at the same indexes. The same object is equal without a look at the rules.
@@ -73,12 +129,15 @@ class AclRuleList : public Vorn::PtrInterface {
     const AclRuleListNeeds& needs() const;
 
   private:
-    AclRuleList(Kind kind, IpRules ipRules, MacRules macRules);
+    AclRuleList(Kind kind, IpRules ipRules, MacRules macRules,
+                std::optional<std::vector<uint32_t>> picked = std::nullopt);
 
     const uint64_t version_;
     const Kind kind_;
     const IpRules ipRules_;  // never null
     const MacRules macRules_;
+    // The positions of ipRules_ the list holds; none: all of them.
+    const std::optional<std::vector<uint32_t>> picked_;
     // A cache of values derived from the constant rules, not state: filling it changes nothing
     // a reader can see.
     mutable std::unique_ptr<const AclRuleListNeeds> needs_;

@@ -359,13 +359,16 @@ AclSm::VersionPtr AclSm::versionOf(const Acl::AclConfigKey& ck,
     VersionPtr& last = lastVersion_[ck];
     Version v;
     v.countersEnabled = acl->countersEnabled();
-    v.rules.reserve(acl->entrys());
+    const bool ndRules =
+        ck.type == Acl::aclTypeIpv6 && aclHelper_->needToInstallIcmp6NeighborDiscoveryRules();
+    // The version keeps what it reserves for as long as it is installed.
+    v.rules.reserve(acl->entrys() + (ndRules ? std::size(kNdTypes) : 0));
     for (const auto& [seq, entry] : acl->entry()) {
         if (entry.isRemark())
             continue;
         v.rules.push_back({seq, uniqueIdFor(last.get(), seq, entry), entry});
     }
-    if (ck.type == Acl::aclTypeIpv6 && aclHelper_->needToInstallIcmp6NeighborDiscoveryRules()) {
+    if (ndRules) {
         uint32_t ruleNum = kImplicitRuleNum;
         for (uint8_t type : kNdTypes) {
             Acl::Ip6Filter f;

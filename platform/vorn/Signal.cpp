@@ -1,30 +1,57 @@
 #include "platform/vorn/Signal.h"
 
+#include <algorithm>
+#include <new>
+#include <span>
+
 namespace Vorn {
+
+SignalBase::Storage* SignalBase::allocateStorage(uint32_t capacity) {
+    void* block = ::operator new(sizeof(Storage) + capacity * sizeof(Node*));
+    return new (block) Storage;
+}
+
+void SignalBase::freeStorage(Storage* s) {
+    ::operator delete(s);  // trivially destructible: nothing in it to destroy
+}
 
 SignalBase::~SignalBase() {
     Storage* s = storage();
     if (!s)
         return;
-    for (Node* n : s->nodes) {
+    for (Node* n : std::span(s->nodes(), s->size)) {
         if (!n)
             continue;
         if (n->owner)
             n->owner->node_ = nullptr;
         delete n;
     }
-    delete s;
+    freeStorage(s);
+}
+
+SignalBase::Storage* SignalBase::grow() {
+    Storage* old = storage();
+    const uint32_t capacity = old ? old->capacity * 2 : 1;
+    Storage* s = allocateStorage(capacity);
+    if (old) {
+        *s = *old;
+        std::copy_n(old->nodes(), old->size, s->nodes());
+        freeStorage(old);
+    } else {
+        s->owner = owner();
+    }
+    s->capacity = capacity;
+    word_ = reinterpret_cast<uintptr_t>(s);
+    return s;
 }
 
 Subscription SignalBase::attach(Node* node) {
     Storage* s = storage();
-    if (!s) {
-        s = new Storage{owner(), {}};
-        word_ = reinterpret_cast<uintptr_t>(s);
-    }
+    if (!s || s->size == s->capacity)
+        s = grow();
     node->signal = this;
-    node->index = uint32_t(s->nodes.size());
-    s->nodes.push_back(node);
+    node->index = s->size;
+    s->nodes()[s->size++] = node;
     ++s->live;
     return Subscription(node);
 }
@@ -46,7 +73,7 @@ void SignalBase::detach(Node* node) {
     }
     // Freed now, so what the slot holds goes with it; the hole stays until there are enough
     // of them to close in one walk (a machine going away drops thousands of slots).
-    s->nodes[node->index] = nullptr;
+    s->nodes()[node->index] = nullptr;
     delete node;
     if (++s->holes > s->live)
         compact();
@@ -56,14 +83,14 @@ void SignalBase::detach(Node* node) {
 void SignalBase::compact() {
     Storage* s = storage();
     if (s->live == 0) {
-        for (Node* n : s->nodes)
+        for (Node* n : std::span(s->nodes(), s->size))
             delete n;  // only dead ones are left
         word_ = reinterpret_cast<uintptr_t>(s->owner) | kNoSlots;
-        delete s;
+        freeStorage(s);
         return;
     }
     uint32_t kept = 0;
-    for (Node* n : s->nodes) {
+    for (Node* n : std::span(s->nodes(), s->size)) {
         if (!n)
             continue;
         if (!n->live) {
@@ -71,9 +98,9 @@ void SignalBase::compact() {
             continue;
         }
         n->index = kept;
-        s->nodes[kept++] = n;
+        s->nodes()[kept++] = n;
     }
-    s->nodes.resize(kept);
+    s->size = kept;
     s->dead = 0;
     s->holes = 0;
 }

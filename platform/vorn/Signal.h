@@ -8,12 +8,14 @@
 //     not called afterwards; its storage is freed only once no emission is running, so a slot
 //     may drop its own Subscription from inside its call.
 //  3. A Subscription that outlives its Signal is inert; destroying it is safe.
-// Emitting never allocates. Disconnecting costs the same whatever the number of slots: a
-// slot leaves a hole, and holes are closed in bulk once they outnumber the live slots.
+// Emitting never allocates; connecting allocates one node, which holds the handler itself.
+// Disconnecting costs the same whatever the number of slots: a slot leaves a hole, and holes
+// are closed in bulk once they outnumber the live slots.
 //
 // Most signals never get a slot (an entity has a signal per field), so an unconnected signal
 // is one word, its owner, and emitting on it is a single test. The first connection allocates
-// the slots' storage, which records the owner; the storage goes again with the last slot.
+// the slots' storage (one block: counts and node pointers), which records the owner; the
+// storage goes again with the last slot.
 // The owner, when there is one, is the reference-counted object holding the signal: an
 // emission holds a reference to it, so a slot may drop the owner's last other reference
 // without anything dangling. A signal without an owner is kept alive by whoever emits.
@@ -21,6 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -52,15 +55,20 @@ class SignalBase {
         uint32_t index = 0;  // in Storage::nodes
         bool live = true;
     };
+    // One allocation: these counts, then room for `capacity` node pointers. It moves when it
+    // grows (an emission reads it again after every slot it calls).
     struct Storage {
         const PtrInterface* owner;
-        // Connection order; null where a slot was freed outside an emission (a hole).
-        std::vector<Node*> nodes;
         uint32_t live = 0;
         uint32_t dead = 0;   // disconnected during an emission, not freed yet
         uint32_t holes = 0;  // null entries of nodes
         uint32_t emitting = 0;
+        uint32_t size = 0;  // nodes in use
+        uint32_t capacity = 0;
+        // Connection order; null where a slot was freed outside an emission (a hole).
+        Node** nodes() { return reinterpret_cast<Node**>(this + 1); }
     };
+    static_assert(sizeof(Storage) % alignof(Node*) == 0 && std::is_trivially_destructible_v<Storage>);
     // Pins the storage and the owner for one emission.
     class Emission {
       public:
@@ -98,6 +106,10 @@ class SignalBase {
     void endEmit();
     void detach(Node* node);
     void compact();
+    // Room for one more node: the storage made, or moved to twice the room.
+    Storage* grow();
+    static Storage* allocateStorage(uint32_t capacity);
+    static void freeStorage(Storage* s);
     uintptr_t word_;
 };
 
@@ -136,28 +148,34 @@ class Signal : public SignalBase {
 
     template <class F>
     [[nodiscard]] Subscription connect(F&& f) {
-        auto* n = new Slot;
-        n->fn = std::forward<F>(f);
-        return attach(n);
+        return attach(new Slot<std::decay_t<F>>(std::forward<F>(f)));
     }
 
     void emit(const Args&... args) {
-        Storage* s = storage();
-        if (!s)
+        if (!storage())
             return;
         Emission pin(*this);
-        // The storage stays while the emission runs; its vector may grow (slots connected now).
-        const size_t n = s->nodes.size();
+        // Slots connected while it runs go past n. Nothing frees the storage while an emission
+        // runs, but a connection may move it.
+        const size_t n = storage()->size;
         for (size_t i = 0; i < n; ++i) {
-            Node* node = s->nodes[i];
+            Node* node = storage()->nodes()[i];
             if (node && node->live)
-                static_cast<Slot*>(node)->fn(args...);
+                static_cast<Callable*>(node)->call(args...);
         }
     }
 
   private:
-    struct Slot : Node {
-        std::function<void(const Args&...)> fn;
+    struct Callable : Node {
+        virtual void call(const Args&... args) = 0;
+    };
+    // The handler lives in its node: one allocation per connection, whatever it captures.
+    template <class F>
+    struct Slot final : Callable {
+        explicit Slot(F&& f) : fn(std::move(f)) {}
+        explicit Slot(const F& f) : fn(f) {}
+        void call(const Args&... args) override { fn(args...); }
+        F fn;
     };
 };
 

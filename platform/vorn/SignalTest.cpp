@@ -112,6 +112,20 @@ TEST(VornSignal, StorageComesAndGoesWithTheSlots) {
     signal.emit();
     EXPECT_EQ(calls, (std::vector<int>{3, 4}));
     EXPECT_EQ(signal.slots(), 1u);
+
+    // A slot connecting others while a later one is still to be called: the storage moves as
+    // it grows, and the emission goes on in the moved storage.
+    Vorn::Signal<> grows;
+    std::vector<Vorn::Subscription> later;
+    Vorn::Subscription first = grows.connect([&] {
+        calls.push_back(5);
+        for (int i = 0; i < 4; ++i)
+            later.push_back(grows.connect([&] { calls.push_back(7); }));
+    });
+    Vorn::Subscription second = grows.connect([&] { calls.push_back(6); });
+    calls.clear();
+    grows.emit();
+    EXPECT_EQ(calls, (std::vector<int>{5, 6}));
 }
 
 // An owned signal holds its owner for the whole emission: a slot dropping the owner's last

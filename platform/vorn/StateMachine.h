@@ -68,6 +68,8 @@ class MachineMapField : public EntityMapField<K, V, Index> {
         return Base::del(k);
     }
     void delAll() {
+        // A machine's deletion may drop the collection's last other reference.
+        KeepAlive keep(this->signal_.owner());
         for (const K& k : this->keys())
             del(k);
     }

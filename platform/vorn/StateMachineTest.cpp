@@ -88,6 +88,22 @@ TEST(VornStateMachine, MachineCollectionsStopAMachineBeforeDroppingIt) {
     EXPECT_EQ(coll->sms(), 0u);
 }
 
+// Deleting a machine may let go of the collection's last other reference (a watcher told of
+// the deletion drops it): deleting them all still deletes every one and reads nothing freed.
+TEST(VornStateMachine, DeletingEveryMachineOutlivesAWatcherThatDropsTheCollection) {
+    events.clear();
+    auto coll = Vorn::make<MachineColl>();
+    auto input = Vorn::make<Input>();
+    for (int id : {1, 2, 3})
+        coll->smIs(id, input)->handleInitialized();
+    Vorn::Subscription dropper = coll->smNotify([&coll](int) { coll = nullptr; });
+    MachineColl& machines = *coll;
+    machines.smDelAll();
+    EXPECT_EQ(coll, nullptr);
+    EXPECT_EQ(events, (std::vector<std::string>{"init 1", "init 2", "init 3", "delete 1",
+                                                "delete 2", "delete 3"}));
+}
+
 TEST(VornHash, StateIsOrderSensitiveAndOneAtATimeIsJenkins) {
     auto hashOf = [](std::initializer_list<uint32_t> words) {
         Vorn::Hash::State s;
