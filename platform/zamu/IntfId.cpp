@@ -73,10 +73,13 @@ IntfId::IntfId(std::string_view name) {
 
 IntfId IntfId::ethernet(uint32_t first, int64_t second, int64_t third) {
     std::string n = std::string(kEthernet) + std::to_string(first);
-    if (second >= 0)
-        n += "/" + std::to_string(second);
-    if (third >= 0)
-        n += "/" + std::to_string(third);
+    // Appended piece by piece: a concatenated temporary trips g++ 12's -Wrestrict at -O2.
+    for (const int64_t part : {second, third}) {
+        if (part >= 0) {
+            n += '/';
+            n += std::to_string(part);
+        }
+    }
     return IntfId(n);
 }
 
@@ -121,8 +124,10 @@ std::string IntfId::name() const {
             out += '/';
         out += std::to_string(n[i]);
     }
-    if (isSub())
-        out += "." + std::to_string(subNumber());
+    if (isSub()) {
+        out += '.';
+        out += std::to_string(subNumber());
+    }
     return out;
 }
 

@@ -95,8 +95,11 @@ std::optional<uint8_t> tcpFlagNamed(std::string_view word) {
 std::string tcpFlagWords(uint8_t flags) {
     std::string out;
     for (const auto& [w, bit] : kTcpFlagWords) {
-        if (flags & bit)
-            out += (out.empty() ? "" : " ") + std::string(w);
+        if (flags & bit) {
+            if (!out.empty())
+                out += ' ';
+            out += w;
+        }
     }
     return out;
 }
