@@ -7,8 +7,6 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/vorn/Hash.h"
-
 namespace Ovin {
 
 namespace {
@@ -42,6 +40,18 @@ std::pair<std::string_view, std::string_view> splitPart(std::string_view rest) {
 }
 
 }  // namespace
+
+std::strong_ordering AclKey::compareAfterName(const AclKey& o) const {
+    if (auto c = type <=> o.type; c != 0)
+        return c;
+    if (auto c = direction <=> o.direction; c != 0)
+        return c;
+    if (auto c = flag <=> o.flag; c != 0)
+        return c;
+    if (auto c = vlanId <=> o.vlanId; c != 0)
+        return c;
+    return tag <=> o.tag;
+}
 
 std::string AclKey::str() const {
     std::string out = name;
@@ -108,8 +118,3 @@ std::ostream& operator<<(std::ostream& os, const AclKey& k) {
 }
 
 }  // namespace Ovin
-
-size_t std::hash<Ovin::AclKey>::operator()(const Ovin::AclKey& k) const noexcept {
-    return Vorn::hashOf(k.name, int(k.type), int(k.direction), k.flag,
-                        k.vlanId ? int(k.vlanId->value()) : 0, k.tag);
-}

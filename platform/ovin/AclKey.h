@@ -11,6 +11,7 @@
 
 #include "platform/bridging/VlanId.h"
 #include "platform/ovin/AclType.h"
+#include "platform/vorn/Hash.h"
 #include "platform/vorn/Name.h"
 
 namespace Ovin {
@@ -25,8 +26,13 @@ struct AclKey {
     AclVlanIdOrNone vlanId;  // set for router ACLs
     Vorn::Name tag;          // the engine's name for where the key comes from; usually empty
 
-    // A total order: name, type, direction, flag, VLAN (none first), tag.
-    auto operator<=>(const AclKey&) const = default;
+    // A total order: name, type, direction, flag, VLAN (none first), tag. Keys of different
+    // ACLs nearly always differ by name, which settles it inline; the rest is out of line.
+    std::strong_ordering operator<=>(const AclKey& o) const {
+        if (name != o.name)
+            return name <=> o.name;
+        return compareAfterName(o);
+    }
     bool operator==(const AclKey&) const = default;
 
     // "<name>/<ip|ipv6|mac>/<in|out>", then "/vlan<N>", "/flag", "/<tag>" when present.
@@ -38,13 +44,20 @@ struct AclKey {
     // "invalid AclKey '<text>': <reason>"; a VLAN number outside 1..4094 throws the VLAN's
     // range error.
     static AclKey fromStr(std::string_view text);
+
+  private:
+    std::strong_ordering compareAfterName(const AclKey& o) const;
 };
 
 std::ostream& operator<<(std::ostream& os, const AclKey& k);
 
 }  // namespace Ovin
 
+// Inline: every per-ACL collection of the index and the chips hashes keys on each lookup.
 template <>
 struct std::hash<Ovin::AclKey> {
-    size_t operator()(const Ovin::AclKey& k) const noexcept;
+    size_t operator()(const Ovin::AclKey& k) const noexcept {
+        return Vorn::hashOf(k.name, int(k.type), int(k.direction), k.flag,
+                            k.vlanId ? int(k.vlanId->value()) : 0, k.tag);
+    }
 };

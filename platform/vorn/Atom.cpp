@@ -36,6 +36,10 @@ Atom::Record* Atom::intern(std::string_view text) {
     return r;
 }
 
+std::strong_ordering Atom::compareTexts(const Atom& a, const Atom& b) {
+    return a.str().compare(b.str()) <=> 0;
+}
+
 void Atom::drop(Record* r) {
     table().erase(std::string_view(r->text));
     delete r;

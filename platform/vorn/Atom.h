@@ -18,6 +18,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Vorn {
 
@@ -35,12 +36,10 @@ class Atom {
         rec_ = o.rec_;
         return *this;
     }
+    // Swaps: the moved-from Atom holds the old text until it goes or is assigned. Sorted
+    // vectors of keys shift their members by move-assignment; this way a shift touches no count.
     Atom& operator=(Atom&& o) noexcept {
-        if (this != &o) {
-            release(rec_);
-            rec_ = o.rec_;
-            o.rec_ = nullptr;
-        }
+        std::swap(rec_, o.rec_);
         return *this;
     }
     ~Atom() { release(rec_); }
@@ -62,7 +61,7 @@ class Atom {
         const uint64_t pb = b.rec_ ? b.rec_->prefix : 0;
         if (pa != pb)
             return pa <=> pb;
-        return a.str().compare(b.str()) <=> 0;
+        return compareTexts(a, b);
     }
 
     // How many distinct texts are held now (for tests and memory accounting).
@@ -78,6 +77,9 @@ class Atom {
         uint32_t holders;
     };
     static Record* intern(std::string_view text);
+    // The whole texts' order, for two records whose first eight bytes are the same: out of
+    // line, so that the common comparison stays small enough to inline wherever keys compare.
+    static std::strong_ordering compareTexts(const Atom& a, const Atom& b);
     static void hold(Record* r) {
         if (r)
             ++r->holders;

@@ -68,7 +68,9 @@ TEST(AtomTest, KeepsATextOnceWhileItIsHeld) {
         d = Atom("atom-test-y");
         EXPECT_EQ(Atom::liveCount(), base + 2);
         a = d;
-        c = std::move(d);
+        c = std::move(d);  // a move-assignment swaps: d holds "atom-test-x" now
+        EXPECT_EQ(Atom::liveCount(), base + 2);
+        d = Atom();
         EXPECT_EQ(Atom::liveCount(), base + 1);  // "atom-test-x" had no holder left
         EXPECT_EQ(a, Atom("atom-test-y"));
         EXPECT_EQ(c.str(), "atom-test-y");
