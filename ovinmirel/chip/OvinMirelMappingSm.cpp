@@ -524,6 +524,11 @@ void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey
         return;
     }
     const Mirel::HwAclIndex hwAclIndex = *index;
+    // The index's entries were written from the key's fields, one kind and direction each:
+    // the kinds the key leaves unused have none to look up.
+    std::array<bool, HwAclIndexKey::kFieldCount> used{};
+    for (int f = 0; f < HwAclIndexKey::kFieldCount; ++f)
+        used[f] = hwAclIndexKey.fieldUsed(HwAclIndexKey::Field(f));
     keyToHwAclIndexDel(hwAclIndexKey);
     const Vorn::Ptr<HwAclIndexAllocator> alloc = hwAclIndexAllocator(type);
     VORN_ASSERT_MSG(alloc && alloc->numAllocator(), "allocIter.isMemberOf( type )");
@@ -537,14 +542,18 @@ void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey
     for (Mirel::ProtocolType protocolType : kProtocols) {
         for (Mirel::TableType tableType : poolTables(type)) {
             for (Acl::AclDirection direction : kDirections) {
-                const Mirel::ChipRuleListIdKey k(hwAclIndex, tableType, protocolType, direction);
-                const Mirel::AclId* id = chipDataFlowConfig_->chipRuleListKeyToId(k);
-                if (!id)
+                if (!used[HwAclIndexKey::fieldOf(tableType, direction)])
                     continue;
-                FLINQ(th, 8,
-                      "        delete 2nd-level mapping for hw acl index "
-                          << hwAclIndex << " of type " << tableType << " chip-rulelist-id key " << k
-                          << ", id " << *id);
+                const Mirel::ChipRuleListIdKey k(hwAclIndex, tableType, protocolType, direction);
+                // Looked up first only for the trace, which names the id.
+                if (th.enabled(8)) {
+                    if (const Mirel::AclId* id = chipDataFlowConfig_->chipRuleListKeyToId(k)) {
+                        FLINQ(th, 8,
+                              "        delete 2nd-level mapping for hw acl index "
+                                  << hwAclIndex << " of type " << tableType
+                                  << " chip-rulelist-id key " << k << ", id " << *id);
+                    }
+                }
                 chipDataFlowConfig_->chipRuleListKeyToIdDel(k);
             }
         }
