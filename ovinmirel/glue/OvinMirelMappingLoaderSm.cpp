@@ -1,6 +1,7 @@
 #include "ovinmirel/glue/OvinMirelMappingLoaderSm.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -40,21 +41,31 @@ std::vector<K> take(std::vector<K>& queue) {
     return keys;
 }
 
-// Pass 1 for one table: every queued key the input holds gets the input's value.
+// Pass 1 for one table: every queued key the input holds gets the input's value. Only the
+// keys the input lacks stay in the queue, for pass 2 (one the input loses in between through
+// a watcher of the output is queued afresh, and cleared by the next run).
 template <class K, class In, class Set>
-void setPass(Mirel::ChipId chip, const char* table, const std::vector<K>& queue, const In& in,
+void setPass(Mirel::ChipId chip, const char* table, std::vector<K>& queue, const In& in,
              Set&& set) {
-    for (const K& key : queue) {
+    size_t lacking = 0;
+    for (size_t i = 0; i < queue.size(); ++i) {
+        const K& key = queue[i];
         if (const auto* value = in.find(key)) {
             FLINQ(th, 8,
                   "Chip-" << chip << " handleQueueProcessTimer setting " << table << "[" << key
                           << "] to " << *value);
             set(key, *value);
+        } else {
+            if (lacking != i)
+                queue[lacking] = std::move(queue[i]);
+            ++lacking;
         }
     }
+    queue.erase(queue.begin() + std::ptrdiff_t(lacking), queue.end());
 }
 
-// Pass 2 for one table: every queued key the input no longer holds goes from the output.
+// Pass 2 for one table: every key left by pass 1 that the input still lacks goes from the
+// output.
 template <class K, class In, class Del>
 void clearPass(Mirel::ChipId chip, const char* table, const std::vector<K>& queue, const In& in,
                Del&& del) {
@@ -264,12 +275,11 @@ void MappingLoaderSm::handleQueueProcessTimer() {
         queueDifferences();
     // The run works on what is queued now; a change made by a watcher of the output while it
     // runs is queued afresh (and the timer armed) instead of being lost with this run's keys.
-    const std::vector<Zamu::IntfId> intfQueue = take(intfQueue_);
-    const std::vector<Zamu::IntfId> routedPortQueue = take(routedPortQueue_);
-    const std::vector<Bridging::VlanId> vlanQueue = take(vlanQueue_);
-    const std::vector<Zamu::IntfId> subIntfQueue = take(subIntfQueue_);
-    const std::vector<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue =
-        take(chipRuleListIdKeyQueue_);
+    std::vector<Zamu::IntfId> intfQueue = take(intfQueue_);
+    std::vector<Zamu::IntfId> routedPortQueue = take(routedPortQueue_);
+    std::vector<Bridging::VlanId> vlanQueue = take(vlanQueue_);
+    std::vector<Zamu::IntfId> subIntfQueue = take(subIntfQueue_);
+    std::vector<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue = take(chipRuleListIdKeyQueue_);
     const bool globalAclControlChanged = std::exchange(globalAclControlChanged_, false);
     const Mirel::ChipDataFlowConfig& in = *inputChipDataFlowConfig_;
     Mirel::ChipDataFlowConfig& out = *outputChipDataFlowConfig_;
