@@ -170,8 +170,10 @@ void MappingLoaderSm::handleDelete() {
 
 void MappingLoaderSm::armQueueProcessTimer() {
     // The absolute time 0.0, deliberately: always in the past, so the timer fires at the next
-    // service of the wheel and one run handles every change of the current pass.
-    queueProcessTimer_.expiryIs(0.0);
+    // service of the wheel and one run handles every change of the current pass. Armed once
+    // for all the changes until it fires: arming it again would only move it in the wheel.
+    if (!queueProcessTimer_.armed())
+        queueProcessTimer_.expiryIs(0.0);
 }
 
 void MappingLoaderSm::handleIntfId(const Zamu::IntfId& intf) {

@@ -10,7 +10,7 @@
 // Writes:  the output's five mapping tables and its globalAclControl; nothing else writes them.
 // Timers:  queueProcessTimer, armed for the absolute time 0.0: it fires at the next service of
 //          the timer wheel, so every change of one pass of the event loop is handled by one
-//          run of the queues.
+//          run of the queues. The first change after a run arms it; later ones join that run.
 // Invariants:
 //  1. The queues hold keys, not values: processing copies what the input holds at that time,
 //     and a key the input no longer holds is deleted from the output.
