@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelMappingFamilies.h"
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
 
@@ -68,145 +69,6 @@ std::string keyFields(const HwAclIndexKey& key) {
 }
 
 }  // namespace
-
-// The four families differ only in what these traits name: the policy collection read, the
-// internal mapping, the table types put in the key (through the pool), the pool, the 1st-level
-// table written, the key-to-place set, the waiting set and the words of the traces.
-struct MappingSm::IntfFamily {
-    using Place = Zamu::IntfId;
-    using PolicyEntry = IntfAclKeySet;
-    using KeySet = HwAclIndexKeyToIntfSet;
-    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocPaclMacl_;
-    static constexpr const char* kProcess = "processIntf ";
-    static constexpr const char* kWord = "intf";
-    static constexpr const char* kDeleteWord = "intf";
-    static constexpr const char* kPlural = "intfs";
-    static constexpr const char* kSetName = "keyToIntfSet";
-    static constexpr const char* kInternalHas = "intfAclMappingHas( intfId )";
-    static constexpr const char* kNoSetHas = "!keyToIntfSetHas( key )";
-    static constexpr const char* kSetHas = "keyToIntfSetHas( hwAclIndexKey )";
-    static constexpr const char* kMemberHas = "intfSet->intfIdHas( intfId )";
-    static const auto& policy(const AclPolicyStatus& s) { return s.intfAclMapping(); }
-    static auto& internal(auto& sm) { return sm.intfAclMapping_; }
-    static auto& placeToKey(auto& sm) { return sm.intfToHwAclIndexKey_; }
-    static auto& keyToSet(auto& sm) { return sm.keyToIntfSet_; }
-    static auto& waiting(auto& sm) { return sm.intfWaitingForHwAclIndex_; }
-    static bool member(const KeySet& s, const Place& p) { return s.intfId(p); }
-    static void memberIs(KeySet& s, const Place& p) { s.intfIdIs(p); }
-    static void memberDel(KeySet& s, const Place& p) { s.intfIdDel(p); }
-    static size_t members(const KeySet& s) { return s.intfIds(); }
-    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
-        c.intfToHwAclIndexIs(p, i);
-    }
-    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
-        c.intfToHwAclIndexDel(p);
-    }
-    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
-        return c.intfToHwAclIndex();
-    }
-};
-
-struct MappingSm::RoutedPortFamily {
-    using Place = Zamu::IntfId;
-    using PolicyEntry = IntfAclKeySet;
-    using KeySet = HwAclIndexKeyToIntfSet;
-    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
-    static constexpr const char* kProcess = "processRoutedPort ";
-    static constexpr const char* kWord = "routed port";
-    static constexpr const char* kDeleteWord = "shared routed port";
-    static constexpr const char* kPlural = "shared routed ports";
-    static constexpr const char* kSetName = "keyToRoutedPortSet";
-    static constexpr const char* kInternalHas = "routedPortSharedAclMappingHas( intfId )";
-    static constexpr const char* kNoSetHas = "!keyToRoutedPortSetHas( key )";
-    static constexpr const char* kSetHas = "keyToRoutedPortSetHas( hwAclIndexKey )";
-    static constexpr const char* kMemberHas = "routedPortSet->intfIdHas( intfId )";
-    static const auto& policy(const AclPolicyStatus& s) { return s.routedPortSharedAclMapping(); }
-    static auto& internal(auto& sm) { return sm.routedPortSharedAclMapping_; }
-    static auto& placeToKey(auto& sm) { return sm.routedPortToHwAclIndexKey_; }
-    static auto& keyToSet(auto& sm) { return sm.keyToRoutedPortSet_; }
-    static auto& waiting(auto& sm) { return sm.routedPortWaitingForHwAclIndex_; }
-    static bool member(const KeySet& s, const Place& p) { return s.intfId(p); }
-    static void memberIs(KeySet& s, const Place& p) { s.intfIdIs(p); }
-    static void memberDel(KeySet& s, const Place& p) { s.intfIdDel(p); }
-    static size_t members(const KeySet& s) { return s.intfIds(); }
-    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
-        c.routedPortToHwAclIndexIs(p, i);
-    }
-    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
-        c.routedPortToHwAclIndexDel(p);
-    }
-    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
-        return c.routedPortToHwAclIndex();
-    }
-};
-
-struct MappingSm::VlanFamily {
-    using Place = Bridging::VlanId;
-    using PolicyEntry = VlanAclKeySet;
-    using KeySet = HwAclIndexKeyToVlanSet;
-    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
-    static constexpr const char* kProcess = "processVlan ";
-    static constexpr const char* kWord = "vlan";
-    static constexpr const char* kDeleteWord = "vlan";
-    static constexpr const char* kPlural = "vlans";
-    static constexpr const char* kSetName = "keyToVlanSet";
-    static constexpr const char* kInternalHas = "vlanAclMappingHas( vlanId )";
-    static constexpr const char* kNoSetHas = "!keyToVlanSetHas( key )";
-    static constexpr const char* kSetHas = "keyToVlanSetHas( hwAclIndexKey )";
-    static constexpr const char* kMemberHas = "vlanSet->vlanIdHas( vlanId )";
-    static const auto& policy(const AclPolicyStatus& s) { return s.vlanAclMapping(); }
-    static auto& internal(auto& sm) { return sm.vlanAclMapping_; }
-    static auto& placeToKey(auto& sm) { return sm.vlanToHwAclIndexKey_; }
-    static auto& keyToSet(auto& sm) { return sm.keyToVlanSet_; }
-    static auto& waiting(auto& sm) { return sm.vlanWaitingForHwAclIndex_; }
-    static bool member(const KeySet& s, const Place& p) { return s.vlanId(p); }
-    static void memberIs(KeySet& s, const Place& p) { s.vlanIdIs(p); }
-    static void memberDel(KeySet& s, const Place& p) { s.vlanIdDel(p); }
-    static size_t members(const KeySet& s) { return s.vlanIds(); }
-    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
-        c.vlanToHwAclIndexIs(p, i);
-    }
-    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
-        c.vlanToHwAclIndexDel(p);
-    }
-    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
-        return c.vlanToHwAclIndex();
-    }
-};
-
-struct MappingSm::SubIntfFamily {
-    using Place = Zamu::IntfId;
-    using PolicyEntry = IntfAclKeySet;
-    using KeySet = HwAclIndexKeyToSubIntfSet;
-    static constexpr HwAclIndexAllocatorType kPool = hwAclIndexAllocRacl_;
-    static constexpr const char* kProcess = "processSubIntf ";
-    static constexpr const char* kWord = "subintf";
-    static constexpr const char* kDeleteWord = "subintf";
-    static constexpr const char* kPlural = "subintfs";
-    static constexpr const char* kSetName = "keyToSubIntfSet";
-    static constexpr const char* kInternalHas = "subIntfAclMappingHas( subIntfId )";
-    static constexpr const char* kNoSetHas = "!keyToSubIntfSetHas( key )";
-    static constexpr const char* kSetHas = "keyToSubIntfSetHas( hwAclIndexKey )";
-    static constexpr const char* kMemberHas = "subIntfSet->subIntfIdHas( subIntfId )";
-    static const auto& policy(const AclPolicyStatus& s) { return s.subIntfAclMapping(); }
-    static auto& internal(auto& sm) { return sm.subIntfAclMapping_; }
-    static auto& placeToKey(auto& sm) { return sm.subIntfToHwAclIndexKey_; }
-    static auto& keyToSet(auto& sm) { return sm.keyToSubIntfSet_; }
-    static auto& waiting(auto& sm) { return sm.subIntfWaitingForHwAclIndex_; }
-    static bool member(const KeySet& s, const Place& p) { return s.subIntfId(p); }
-    static void memberIs(KeySet& s, const Place& p) { s.subIntfIdIs(p); }
-    static void memberDel(KeySet& s, const Place& p) { s.subIntfIdDel(p); }
-    static size_t members(const KeySet& s) { return s.subIntfIds(); }
-    static void firstLevelIs(Mirel::ChipDataFlowConfig& c, const Place& p, Mirel::HwAclIndex i) {
-        c.subIntfToHwAclIndexIs(p, i);
-    }
-    static void firstLevelDel(Mirel::ChipDataFlowConfig& c, const Place& p) {
-        c.subIntfToHwAclIndexDel(p);
-    }
-    static const auto& firstLevel(const Mirel::ChipDataFlowConfig& c) {
-        return c.subIntfToHwAclIndex();
-    }
-};
 
 // One per place of a policy collection: a change of the place's ACL set reviews the place.
 template <class F>
@@ -662,6 +524,11 @@ void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey
         return;
     }
     const Mirel::HwAclIndex hwAclIndex = *index;
+    // The index's entries were written from the key's fields, one kind and direction each:
+    // the kinds the key leaves unused have none to look up.
+    std::array<bool, HwAclIndexKey::kFieldCount> used{};
+    for (int f = 0; f < HwAclIndexKey::kFieldCount; ++f)
+        used[f] = hwAclIndexKey.fieldUsed(HwAclIndexKey::Field(f));
     keyToHwAclIndexDel(hwAclIndexKey);
     const Vorn::Ptr<HwAclIndexAllocator> alloc = hwAclIndexAllocator(type);
     VORN_ASSERT_MSG(alloc && alloc->numAllocator(), "allocIter.isMemberOf( type )");
@@ -675,14 +542,18 @@ void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey
     for (Mirel::ProtocolType protocolType : kProtocols) {
         for (Mirel::TableType tableType : poolTables(type)) {
             for (Acl::AclDirection direction : kDirections) {
-                const Mirel::ChipRuleListIdKey k(hwAclIndex, tableType, protocolType, direction);
-                const Mirel::AclId* id = chipDataFlowConfig_->chipRuleListKeyToId(k);
-                if (!id)
+                if (!used[HwAclIndexKey::fieldOf(tableType, direction)])
                     continue;
-                FLINQ(th, 8,
-                      "        delete 2nd-level mapping for hw acl index "
-                          << hwAclIndex << " of type " << tableType << " chip-rulelist-id key " << k
-                          << ", id " << *id);
+                const Mirel::ChipRuleListIdKey k(hwAclIndex, tableType, protocolType, direction);
+                // Looked up first only for the trace, which names the id.
+                if (th.enabled(8)) {
+                    if (const Mirel::AclId* id = chipDataFlowConfig_->chipRuleListKeyToId(k)) {
+                        FLINQ(th, 8,
+                              "        delete 2nd-level mapping for hw acl index "
+                                  << hwAclIndex << " of type " << tableType
+                                  << " chip-rulelist-id key " << k << ", id " << *id);
+                    }
+                }
                 chipDataFlowConfig_->chipRuleListKeyToIdDel(k);
             }
         }

@@ -1,6 +1,9 @@
 #include "ovinmirel/glue/OvinMirelMappingLoaderSm.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <utility>
+#include <vector>
 
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Assert.h"
@@ -12,23 +15,59 @@ namespace {
 
 Flinq::Handle th("OvinMirelMappingLoaderSm");
 
-// Pass 1 for one table: every queued key the input holds gets the input's value.
+// Each key once, in key order.
+template <class K>
+void sortUnique(std::vector<K>& keys) {
+    std::sort(keys.begin(), keys.end());
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+}
+
+// Appends a key to a queue. Before the queue grows its repeats go, so a queue held through a
+// long cycle stays within twice its keys; the first key makes room for the usual handful.
+template <class K>
+void enqueue(std::vector<K>& queue, const K& key) {
+    if (queue.size() == queue.capacity()) {
+        sortUnique(queue);
+        queue.reserve(std::max<size_t>(8, 2 * queue.size()));
+    }
+    queue.push_back(key);
+}
+
+// Takes a queue for a run.
+template <class K>
+std::vector<K> take(std::vector<K>& queue) {
+    std::vector<K> keys = std::exchange(queue, {});
+    sortUnique(keys);
+    return keys;
+}
+
+// Pass 1 for one table: every queued key the input holds gets the input's value. Only the
+// keys the input lacks stay in the queue, for pass 2 (one the input loses in between through
+// a watcher of the output is queued afresh, and cleared by the next run).
 template <class K, class In, class Set>
-void setPass(Mirel::ChipId chip, const char* table, const std::set<K>& queue, const In& in,
+void setPass(Mirel::ChipId chip, const char* table, std::vector<K>& queue, const In& in,
              Set&& set) {
-    for (const K& key : queue) {
+    size_t lacking = 0;
+    for (size_t i = 0; i < queue.size(); ++i) {
+        const K& key = queue[i];
         if (const auto* value = in.find(key)) {
             FLINQ(th, 8,
                   "Chip-" << chip << " handleQueueProcessTimer setting " << table << "[" << key
                           << "] to " << *value);
             set(key, *value);
+        } else {
+            if (lacking != i)
+                queue[lacking] = std::move(queue[i]);
+            ++lacking;
         }
     }
+    queue.erase(queue.begin() + std::ptrdiff_t(lacking), queue.end());
 }
 
-// Pass 2 for one table: every queued key the input no longer holds goes from the output.
+// Pass 2 for one table: every key left by pass 1 that the input still lacks goes from the
+// output.
 template <class K, class In, class Del>
-void clearPass(Mirel::ChipId chip, const char* table, const std::set<K>& queue, const In& in,
+void clearPass(Mirel::ChipId chip, const char* table, const std::vector<K>& queue, const In& in,
                Del&& del) {
     for (const K& key : queue) {
         if (!in.contains(key)) {
@@ -42,15 +81,15 @@ void clearPass(Mirel::ChipId chip, const char* table, const std::set<K>& queue, 
 
 // Queues every key on which one table of the input and of the output differ.
 template <class K, class Map>
-void queueTableDifferences(std::set<K>& queue, const Map& in, const Map& out) {
+void queueTableDifferences(std::vector<K>& queue, const Map& in, const Map& out) {
     for (const auto& entry : in) {
         const auto* held = out.find(entry.first);
         if (!held || !(*held == entry.second))
-            queue.insert(entry.first);
+            queue.push_back(entry.first);
     }
     for (const auto& entry : out) {
         if (!in.contains(entry.first))
-            queue.insert(entry.first);
+            queue.push_back(entry.first);
     }
 }
 
@@ -131,42 +170,44 @@ void MappingLoaderSm::handleDelete() {
 
 void MappingLoaderSm::armQueueProcessTimer() {
     // The absolute time 0.0, deliberately: always in the past, so the timer fires at the next
-    // service of the wheel and one run handles every change of the current pass.
-    queueProcessTimer_.expiryIs(0.0);
+    // service of the wheel and one run handles every change of the current pass. Armed once
+    // for all the changes until it fires: arming it again would only move it in the wheel.
+    if (!queueProcessTimer_.armed())
+        queueProcessTimer_.expiryIs(0.0);
 }
 
 void MappingLoaderSm::handleIntfId(const Zamu::IntfId& intf) {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleIntfId " << intf);
     VORN_ASSERT(initialized());
-    intfQueue_.insert(intf);
+    enqueue(intfQueue_, intf);
     armQueueProcessTimer();
 }
 
 void MappingLoaderSm::handleRoutedPort(const Zamu::IntfId& intf) {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleRoutedPort " << intf);
     VORN_ASSERT(initialized());
-    routedPortQueue_.insert(intf);
+    enqueue(routedPortQueue_, intf);
     armQueueProcessTimer();
 }
 
 void MappingLoaderSm::handleVlan(const Bridging::VlanId& vlan) {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleVlan " << vlan);
     VORN_ASSERT(initialized());
-    vlanQueue_.insert(vlan);
+    enqueue(vlanQueue_, vlan);
     armQueueProcessTimer();
 }
 
 void MappingLoaderSm::handleSubIntfId(const Zamu::IntfId& intf) {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleSubIntfId " << intf);
     VORN_ASSERT(initialized());
-    subIntfQueue_.insert(intf);
+    enqueue(subIntfQueue_, intf);
     armQueueProcessTimer();
 }
 
 void MappingLoaderSm::handleChipRuleListIdKey(const Mirel::ChipRuleListIdKey& key) {
     FLINQ(th, 8, "Chip-" << chipId_ << " handleChipRuleListIdKey " << key);
     VORN_ASSERT(initialized());
-    chipRuleListIdKeyQueue_.insert(key);
+    enqueue(chipRuleListIdKeyQueue_, key);
     armQueueProcessTimer();
 }
 
@@ -236,12 +277,11 @@ void MappingLoaderSm::handleQueueProcessTimer() {
         queueDifferences();
     // The run works on what is queued now; a change made by a watcher of the output while it
     // runs is queued afresh (and the timer armed) instead of being lost with this run's keys.
-    const std::set<Zamu::IntfId> intfQueue = std::exchange(intfQueue_, {});
-    const std::set<Zamu::IntfId> routedPortQueue = std::exchange(routedPortQueue_, {});
-    const std::set<Bridging::VlanId> vlanQueue = std::exchange(vlanQueue_, {});
-    const std::set<Zamu::IntfId> subIntfQueue = std::exchange(subIntfQueue_, {});
-    const std::set<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue =
-        std::exchange(chipRuleListIdKeyQueue_, {});
+    std::vector<Zamu::IntfId> intfQueue = take(intfQueue_);
+    std::vector<Zamu::IntfId> routedPortQueue = take(routedPortQueue_);
+    std::vector<Bridging::VlanId> vlanQueue = take(vlanQueue_);
+    std::vector<Zamu::IntfId> subIntfQueue = take(subIntfQueue_);
+    std::vector<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue = take(chipRuleListIdKeyQueue_);
     const bool globalAclControlChanged = std::exchange(globalAclControlChanged_, false);
     const Mirel::ChipDataFlowConfig& in = *inputChipDataFlowConfig_;
     Mirel::ChipDataFlowConfig& out = *outputChipDataFlowConfig_;

@@ -10,7 +10,7 @@
 // Writes:  the output's five mapping tables and its globalAclControl; nothing else writes them.
 // Timers:  queueProcessTimer, armed for the absolute time 0.0: it fires at the next service of
 //          the timer wheel, so every change of one pass of the event loop is handled by one
-//          run of the queues.
+//          run of the queues. The first change after a run arms it; later ones join that run.
 // Invariants:
 //  1. The queues hold keys, not values: processing copies what the input holds at that time,
 //     and a key the input no longer holds is deleted from the output.
@@ -27,7 +27,7 @@
 //     is written last.
 // Owns: shared references to its input, output and GlueStatus; its timer on the given wheel.
 
-#include <set>
+#include <vector>
 
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "platform/bridging/VlanId.h"
@@ -66,12 +66,13 @@ class MappingLoaderSm : public Vorn::StateMachine {
     }
     const Vorn::Ptr<const GlueStatus>& glueStatus() const { return glueStatus_; }
 
-    // The pending keys, by input table.
-    const std::set<Zamu::IntfId>& intfQueue() const { return intfQueue_; }
-    const std::set<Zamu::IntfId>& routedPortQueue() const { return routedPortQueue_; }
-    const std::set<Bridging::VlanId>& vlanQueue() const { return vlanQueue_; }
-    const std::set<Zamu::IntfId>& subIntfQueue() const { return subIntfQueue_; }
-    const std::set<Mirel::ChipRuleListIdKey>& chipRuleListIdKeyQueue() const {
+    // The pending keys, by input table, as they were queued: a key changed twice is there
+    // twice (a run takes each key once, in key order).
+    const std::vector<Zamu::IntfId>& intfQueue() const { return intfQueue_; }
+    const std::vector<Zamu::IntfId>& routedPortQueue() const { return routedPortQueue_; }
+    const std::vector<Bridging::VlanId>& vlanQueue() const { return vlanQueue_; }
+    const std::vector<Zamu::IntfId>& subIntfQueue() const { return subIntfQueue_; }
+    const std::vector<Mirel::ChipRuleListIdKey>& chipRuleListIdKeyQueue() const {
         return chipRuleListIdKeyQueue_;
     }
     bool globalAclControlChanged() const { return globalAclControlChanged_; }
@@ -112,11 +113,13 @@ class MappingLoaderSm : public Vorn::StateMachine {
     const Vorn::Ptr<const Mirel::ChipDataFlowConfig> inputChipDataFlowConfig_;
     const Vorn::Ptr<Mirel::ChipDataFlowConfig> outputChipDataFlowConfig_;
     const Vorn::Ptr<const GlueStatus> glueStatus_;
-    std::set<Zamu::IntfId> intfQueue_;
-    std::set<Zamu::IntfId> routedPortQueue_;
-    std::set<Bridging::VlanId> vlanQueue_;
-    std::set<Zamu::IntfId> subIntfQueue_;
-    std::set<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue_;
+    // Vectors, appended to: a change queues a handful of keys, for which a tree would
+    // allocate a node each.
+    std::vector<Zamu::IntfId> intfQueue_;
+    std::vector<Zamu::IntfId> routedPortQueue_;
+    std::vector<Bridging::VlanId> vlanQueue_;
+    std::vector<Zamu::IntfId> subIntfQueue_;
+    std::vector<Mirel::ChipRuleListIdKey> chipRuleListIdKeyQueue_;
     bool globalAclControlChanged_ = false;
     bool resyncPending_ = false;
     Vorn::Seconds queueProcessDelay_ = 0.0;

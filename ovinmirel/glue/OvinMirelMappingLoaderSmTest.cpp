@@ -171,16 +171,18 @@ TEST_F(MappingLoaderSmTest, RuleListsAreDefinedBeforeUseAndRemovedAfterIt) {
     input->intfToHwAclIndexIs("Ethernet1", Mirel::HwAclIndex(1));
     input->vlanToHwAclIndexIs(Bridging::VlanId(20), Mirel::HwAclIndex(1));
     wheel.runPass();
-    // The PD mapping moves both places to index 2 and drops index 1, in its own order.
+    // The PD mapping moves both places to index 2, drops index 1 and adds index 3, in its own
+    // order; the run takes the keys of each table in key order.
+    input->chipRuleListKeyToIdIs(rlKey(3), aclId(12));
     input->chipRuleListKeyToIdDel(rlKey(1));
     input->intfToHwAclIndexIs("Ethernet1", Mirel::HwAclIndex(2));
     input->vlanToHwAclIndexDel(Bridging::VlanId(20));
     input->chipRuleListKeyToIdIs(rlKey(2), aclId(11));
     wheel.runPass();
     EXPECT_EQ(problems, Strings{});
-    EXPECT_EQ(order, (Strings{"rl 1", "intf Ethernet1", "vlan 20", "rl 2", "intf Ethernet1",
+    EXPECT_EQ(order, (Strings{"rl 1", "intf Ethernet1", "vlan 20", "rl 2", "rl 3", "intf Ethernet1",
                               "vlan 20", "rl 1"}));
-    EXPECT_EQ(dump(*output), (Strings{"rl 2=11", "intf Ethernet1=2"}));
+    EXPECT_EQ(dump(*output), (Strings{"rl 2=11", "rl 3=12", "intf Ethernet1=2"}));
 }
 
 TEST_F(MappingLoaderSmTest, GlobalAclControlIsWrittenAfterTheMappingsOfItsRun) {
