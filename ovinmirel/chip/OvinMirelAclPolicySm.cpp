@@ -578,8 +578,8 @@ void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& acl
 }
 
 void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey, bool shared) {
-    auto& entry = shared ? statusEdit_->routedPortSharedAclMapping()
-                         : statusEdit_->intfAclMapping();
+    auto& entry =
+        shared ? statusEdit_->routedPortSharedAclMapping() : statusEdit_->intfAclMapping();
     // The look-up only picks the trace line: adding a key already there changes nothing.
     if (th.enabled(8) && entry.has(intfId, aclKey)) {
         FLINQ(th, 8, "    redundant entry");

@@ -426,16 +426,16 @@ TEST(AclPolicySm, AReviewWritesEachPlaceOnceWithWhatItEndsUpHolding) {
     w.offChip("Ethernet1");
     w.settle();
     EXPECT_EQ(w.status(1), Facts{});
-    EXPECT_EQ(writes, (std::vector<std::string>{"intfAclMapping[Ethernet1] 0",
-                                                "vlanAclMapping[10] 0",
-                                                "subIntfAclMapping[Ethernet1.7] 0"}));
+    EXPECT_EQ(writes,
+              (std::vector<std::string>{"intfAclMapping[Ethernet1] 0", "vlanAclMapping[10] 0",
+                                        "subIntfAclMapping[Ethernet1.7] 0"}));
     watchAll();
     w.onChip("Ethernet1", 1);
     w.settle();
     EXPECT_EQ(w.status(1), before);
-    EXPECT_EQ(writes, (std::vector<std::string>{"intfAclMapping[Ethernet1] 3",
-                                                "vlanAclMapping[10] 2",
-                                                "subIntfAclMapping[Ethernet1.7] 2"}));
+    EXPECT_EQ(writes,
+              (std::vector<std::string>{"intfAclMapping[Ethernet1] 3", "vlanAclMapping[10] 2",
+                                        "subIntfAclMapping[Ethernet1.7] 2"}));
 }
 
 TEST(AclPolicySm, AnInterfaceOfAnotherChipIsNoErrorHere) {

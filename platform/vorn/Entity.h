@@ -529,10 +529,10 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
 
 // Machines are made by their collection (they are initialised there): only a collection of
 // plain entities takes one built elsewhere (`xPut`).
-#define VORN_ENTITY_MAP_(K, V, name, Ix)                                \
-    VORN_ENTITY_MAP_FIELD_(::Vorn::EntityMapField, K, V, Ix, name)      \
-    bool name##Put(const K& k, const ::Vorn::Ptr<V>& entity) {          \
-        return name##_.put(k, entity);                                  \
+#define VORN_ENTITY_MAP_(K, V, name, Ix)                           \
+    VORN_ENTITY_MAP_FIELD_(::Vorn::EntityMapField, K, V, Ix, name) \
+    bool name##Put(const K& k, const ::Vorn::Ptr<V>& entity) {     \
+        return name##_.put(k, entity);                             \
     }
 
 #define VORN_COMMA_ ,
