@@ -10,6 +10,9 @@ AclPolicySmStatusEdit::AclPolicySmStatusEdit(const Vorn::Ptr<AclPolicyStatus>& s
       sub_(status->subIntfAclMapping()) {}
 
 void AclPolicySmStatusEdit::commit() {
+    // Most reviews change nothing.
+    if (intf_.empty() && routed_.empty() && vlan_.empty() && sub_.empty())
+        return;
     AclPolicyStatus& s = *status_;
     intf_.commitRemovals([&](const Zamu::IntfId& p) { s.intfAclMappingDel(p); });
     routed_.commitRemovals([&](const Zamu::IntfId& p) { s.routedPortSharedAclMappingDel(p); });

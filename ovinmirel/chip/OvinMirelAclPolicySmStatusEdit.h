@@ -39,6 +39,7 @@ class AclPolicySmStatusEdit {
         using Field = Vorn::EntityMapField<Place, Entry, Vorn::Ordered>;
         explicit Places(const Field& field) : field_(&field) {}
 
+        bool empty() const { return edits_.empty(); }
         bool has(const Place& place, const Ovin::AclKey& key) const;
         // The keys the place holds; 0 for a place absent or to be deleted.
         size_t keys(const Place& place) const;
