@@ -569,6 +569,19 @@ void BM_ScaleIndex(benchmark::State& state, const std::string& kind, const std::
             return;
         }
         const IntfId port = s.chips.front().ports.back();
+        // The move withdraws each (ACL, interface) through which an ACL reaches the port from
+        // the chip it leaves and puts it in effect on the chip it joins: read from the index
+        // before the move, once per chip.
+        const Vorn::Ptr<OvinMirel::Index> index = root.ovinMirelStatus()->index();
+        size_t perChip = 0;
+        if (const auto acls = index->intfAclMapping(port)) {
+            for (const Ovin::AclKey& key : acls->aclKey()) {
+                const auto acl = index->aclPhyIntfMapping(key);
+                if (const auto parents = acl ? acl->phyIntfMapping(port) : nullptr)
+                    perChip += parents->parentIntfIds();
+            }
+        }
+        places = 2.0 * double(perChip);
         apply = [&root, port] { root.portIs(port, Mirel::ChipId(2)); };
         undo = [&root, port] { root.portIs(port, Mirel::ChipId(1)); };
     } else {
@@ -597,7 +610,7 @@ void BM_ScaleIndex(benchmark::State& state, const std::string& kind, const std::
     std::sort(samples.begin(), samples.end());
     const double median = samples.empty() ? 0 : samples[samples.size() / 2];
     state.counters["median_us"] = median * 1e6;
-    if (kind == "fanOut") {
+    if (kind == "fanOut" || kind == "portMove") {
         state.counters["places"] = places;
         state.counters["per_place_us"] = median * 1e6 / places;
     }

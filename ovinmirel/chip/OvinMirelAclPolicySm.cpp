@@ -296,6 +296,7 @@ void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
 AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "  processIntf " << intfId);
+    StatusWrites writes(*this);
     PendingReview pending;
     if (auto it = pending_.find(intfId); it != pending_.end()) {
         pending = std::move(it->second);
@@ -321,7 +322,10 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
             wanted.push_back(wantedParents(intfId, key, review));
     };
     if (review.acls) {
-        reviewedPolicy_[intfId] = review.policy;
+        if (reviewed != reviewedPolicy_.end())
+            reviewed->second = review.policy;
+        else
+            reviewedPolicy_.emplace(intfId, review.policy);
         bool phy = !all && otherPhyAclInEffect(intfId, pending.acls);
         if (all) {
             lookUpWanted(review.acls->aclKey());
@@ -524,6 +528,7 @@ void AclPolicySm::addIntfAclStatus(const Zamu::IntfId& intfId, const Ovin::AclKe
     VORN_ASSERT(phyIntf);
     // Written outside a review: the next review of the interface looks at all of it.
     reviewedPolicy_.erase(intfId);
+    StatusWrites writes(*this);
     const bool direct = phyIntf->parentIntfId(intfId);
     addAcl(intfId, aclKey, *phyIntf, direct && shouldDoRaclSharing(intfId));
 }
@@ -563,39 +568,41 @@ void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                 break;
         }
     }
-    contribution->aclKeyIs(aclKey, parents);
+    contribution->aclKeyIs(aclKey, std::move(parents));
 }
 
 void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
+    StatusWrites writes(*this);
     addPhyIntf(intfId, aclKey, shouldDoRaclSharing(intfId));
 }
 
 void AclPolicySm::addPhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey, bool shared) {
-    Vorn::Ptr<IntfAclKeySet> entry = shared
-                                         ? aclPolicyStatus()->routedPortSharedAclMappingIs(intfId)
-                                         : aclPolicyStatus()->intfAclMappingIs(intfId);
+    auto& entry =
+        shared ? statusEdit_->routedPortSharedAclMapping() : statusEdit_->intfAclMapping();
     // The look-up only picks the trace line: adding a key already there changes nothing.
-    if (th.enabled(8) && entry->aclKey(aclKey)) {
+    if (th.enabled(8) && entry.has(intfId, aclKey)) {
         FLINQ(th, 8, "    redundant entry");
         return;
     }
     FLINQ(th, 8,
           "        adding " << aclKey << " " << intfId
                             << (shared ? " to routedPortSharedAclMapping" : " to intfAclMapping"));
-    entry->aclKeyIs(aclKey);
+    entry.add(intfId, aclKey);
 }
 
 void AclPolicySm::addVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vlanIntfId,
                               const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
+    StatusWrites writes(*this);
     const Bridging::VlanId vlan = Zamu::VlanIntfId::vlanId(vlanIntfId);
-    Vorn::Ptr<VlanAclKeySet> entry = aclPolicyStatus()->vlanAclMappingIs(intfId, vlan.value());
-    if (th.enabled(8) && entry->aclKey(aclKey)) {  // as in addPhyIntf
+    auto& entry = statusEdit_->vlanAclMapping();
+    entry.memberAdd(vlan, intfId);
+    if (th.enabled(8) && entry.has(vlan, aclKey)) {  // as in addPhyIntf
         FLINQ(th, 8, "        adding vlanId " << vlan << " " << aclKey << " already added");
     } else {
         FLINQ(th, 8, "        adding vlanId " << vlan << " " << aclKey << " to vlanAclMapping");
-        entry->aclKeyIs(aclKey);
+        entry.add(vlan, aclKey);
     }
     vlanAclPhyIntfStatusIs(vlan)->aclKeyIs(aclKey)->phyIntfIs(intfId);
 }
@@ -605,33 +612,36 @@ void AclPolicySm::addSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& sub
     VORN_ASSERT(initialized());
     VORN_ASSERT_MSG(!Zamu::PortChannelIntfId::isPortChannelIntfId(subIntfId),
                     "Unexpected port-channel parent interface");
-    Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->subIntfAclMappingIs(subIntfId);
-    if (th.enabled(8) && entry->aclKey(aclKey)) {  // as in addPhyIntf
+    StatusWrites writes(*this);
+    auto& entry = statusEdit_->subIntfAclMapping();
+    if (th.enabled(8) && entry.has(subIntfId, aclKey)) {  // as in addPhyIntf
         FLINQ(th, 8, "        adding " << subIntfId << " " << aclKey << " already added");
     } else {
         FLINQ(th, 8, "        adding " << subIntfId << " " << aclKey << " to subIntfAclMapping");
-        entry->aclKeyIs(aclKey);
+        entry.add(subIntfId, aclKey);
     }
     subIntfAclPhyIntfStatusIs(subIntfId)->aclKeyIs(aclKey)->phyIntfIs(intfId);
 }
 
 void AclPolicySm::deletePhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
-    Vorn::Ptr<IntfAclKeySet> intfAclColl = aclPolicyStatus()->intfAclMapping(intfId);
-    Vorn::Ptr<IntfAclKeySet> routedIntfAclColl =
-        aclPolicyStatus()->routedPortSharedAclMapping(intfId);
+    StatusWrites writes(*this);
+    auto& intfs = statusEdit_->intfAclMapping();
+    auto& routed = statusEdit_->routedPortSharedAclMapping();
+    const size_t intfAclColl = intfs.keys(intfId);
+    const size_t routedIntfAclColl = routed.keys(intfId);
     VORN_ASSERT(!!intfAclColl != !!routedIntfAclColl);
-    auto removeKey = [&](IntfAclKeySet& keys) {
-        keys.aclKeyDel(aclKey);
-        return keys.aclKeys();
+    auto removeKey = [&](auto& mapping) {
+        mapping.remove(intfId, aclKey);
+        return mapping.keys(intfId) == 0;
     };
     if (intfAclColl) {
-        const bool gone = aclPolicyStatus()->intfAclMappingDelMember(intfId, removeKey);
+        const bool gone = removeKey(intfs);
         FLINQ(th, 8,
               "        removing " << aclKey << " " << intfId << " from intfAclMapping"
                                   << (gone ? ", deleting intfAclMapping" : ""));
     } else {
-        const bool gone = aclPolicyStatus()->routedPortSharedAclMappingDelMember(intfId, removeKey);
+        const bool gone = removeKey(routed);
         FLINQ(th, 8,
               "        removing " << aclKey << " " << intfId << " from routedPortSharedAclMapping"
                                   << (gone ? ", deleting routedPortSharedAclMapping" : ""));
@@ -641,9 +651,11 @@ void AclPolicySm::deletePhyIntf(const Zamu::IntfId& intfId, const Ovin::AclKey& 
 void AclPolicySm::deleteVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& vlanIntfId,
                                  const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
+    StatusWrites writes(*this);
     const Bridging::VlanId vlan = Zamu::VlanIntfId::vlanId(vlanIntfId);
     Vorn::Ptr<VlanAclPhyIntfColl> vlanAclPhyIntf = vlanAclPhyIntfStatus(vlan);
-    Vorn::Ptr<VlanAclKeySet> entry = aclPolicyStatus()->vlanAclMapping(vlan);
+    auto& mapping = statusEdit_->vlanAclMapping();
+    const size_t entry = mapping.keys(vlan);
     VORN_ASSERT(vlanAclPhyIntf && entry);
     // The key leaves the VLAN only with the last member that contributed it.
     const bool lastMember = vlanAclPhyIntf->aclKeyDelMember(aclKey, [&](AclPhyIntfSet& members) {
@@ -652,7 +664,7 @@ void AclPolicySm::deleteVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId&
     });
     if (lastMember) {
         FLINQ(th, 8, "        removing vlanId " << vlan << " " << aclKey << " from vlanAclMapping");
-        entry->aclKeyDel(aclKey);
+        mapping.remove(vlan, aclKey);
     } else {
         FLINQ(th, 8,
               "        not removing vlanId " << vlan << " " << aclKey << " from vlanAclMapping");
@@ -662,10 +674,10 @@ void AclPolicySm::deleteVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId&
     for (const auto& [key, members] : vlanAclPhyIntf->aclKey())
         contributes = contributes || members->phyIntf(intfId);
     if (!contributes)
-        entry->phyIntfDel(intfId);
-    if (!entry->aclKeys()) {
+        mapping.memberRemove(vlan, intfId);
+    // The edit deletes the VLAN's entry once it holds no key.
+    if (!mapping.keys(vlan)) {
         FLINQ(th, 8, "        no more acls on vlanId " << vlan << ", deleting vlanAclMapping");
-        aclPolicyStatus()->vlanAclMappingDel(vlan);
         VORN_ASSERT(!vlanAclPhyIntf->aclKeys());
         vlanAclPhyIntfStatusDel(vlan);
     }
@@ -674,8 +686,10 @@ void AclPolicySm::deleteVlanIntf(const Zamu::IntfId& intfId, const Zamu::IntfId&
 void AclPolicySm::deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& subIntfId,
                                 const Ovin::AclKey& aclKey) {
     VORN_ASSERT(initialized());
+    StatusWrites writes(*this);
     Vorn::Ptr<SubIntfAclPhyIntfColl> subAclPhyIntf = subIntfAclPhyIntfStatus(subIntfId);
-    Vorn::Ptr<IntfAclKeySet> entry = aclPolicyStatus()->subIntfAclMapping(subIntfId);
+    auto& mapping = statusEdit_->subIntfAclMapping();
+    const size_t entry = mapping.keys(subIntfId);
     VORN_ASSERT(subAclPhyIntf && entry);
     // The key leaves the sub-interface only with the last carrier that contributed it.
     const bool lastCarrier = subAclPhyIntf->aclKeyDelMember(aclKey, [&](AclPhyIntfSet& carriers) {
@@ -685,14 +699,14 @@ void AclPolicySm::deleteSubIntf(const Zamu::IntfId& intfId, const Zamu::IntfId& 
     if (lastCarrier) {
         FLINQ(th, 8,
               "        removing " << subIntfId << " " << aclKey << " from subIntfAclMapping");
-        entry->aclKeyDel(aclKey);
+        mapping.remove(subIntfId, aclKey);
     } else {
         FLINQ(th, 8,
               "        not removing " << subIntfId << " " << aclKey << " from subIntfAclMapping");
     }
-    if (!entry->aclKeys()) {
+    // The edit deletes the sub-interface's entry once it holds no key.
+    if (!mapping.keys(subIntfId)) {
         FLINQ(th, 8, "        no more acls on " << subIntfId << ", deleting subIntfAclMapping");
-        aclPolicyStatus()->subIntfAclMappingDel(subIntfId);
         VORN_ASSERT(!subAclPhyIntf->aclKeys());
         subIntfAclPhyIntfStatusDel(subIntfId);
     }
@@ -704,6 +718,7 @@ void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
     Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
     if (!contribution)
         return;
+    StatusWrites writes(*this);
     IntfReview nothing;
     nothing.sharedBefore = aclPolicyStatus()->routedPortSharedAclMapping(intfId) != nullptr;
     for (const Ovin::AclKey& key : contribution->aclKey().keys())
@@ -746,7 +761,7 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
         }
     }
     if (!kept.parentIntfId().empty()) {
-        contribution->aclKeyIs(aclKey, kept);
+        contribution->aclKeyIs(aclKey, std::move(kept));
         return;
     }
     contribution->aclKeyDel(aclKey);
@@ -829,6 +844,7 @@ void AclPolicySm::handleInitialized() {
     chipIntfMappingTaken_ = false;
     pending_.clear();
     reviewedPolicy_.clear();
+    statusEdit_.emplace(aclPolicyStatus());
     StateMachine::handleInitialized();
     // An ACL's entry comes or goes here only when it first or last reaches a port (or the
     // attachment index is rebuilt); what happens under it reaches only the chips concerned.

@@ -32,6 +32,8 @@
 //     is to contribute now: what stays is not withdrawn and put back. The mapping machine
 //     reacts to every write, so a review that changes nothing must leave the status untouched
 //     (else a place would give up its hardware index, and a waiting place could take it).
+//     Its writes reach the status when it ends, each place once (AclPolicySmStatusEdit): a
+//     place that loses every ACL goes whole, one that appears comes filled.
 //  7. A review looks only at the ACLs that changed under the interface (each change names
 //     its ACL), and when its policy changed since its last review (reviewedPolicy_) also at
 //     the ACLs of the kinds admitted or dropped, as long as the interface's eligibility and
@@ -44,8 +46,11 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelAclPolicySmStatusEdit.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "ovinmirel/index/OvinMirelIndex.h"
 #include "platform/brix/TimerWheel.h"
@@ -141,6 +146,10 @@ class IntfAclStatus : public Vorn::Entity {
     const Zamu::IntfId& intfId() const { return intfId_; }
 
     VORN_ORDERED_MAP(Ovin::AclKey, AclParentIntfSet, aclKey)
+    // The same, taking over a set built for the purpose instead of copying it.
+    void aclKeyIs(const Ovin::AclKey& aclKey, AclParentIntfSet&& parents) {
+        aclKey_.is(aclKey, std::move(parents));
+    }
 
   private:
     const Zamu::IntfId intfId_;
@@ -233,6 +242,8 @@ class AclPolicySm : public Vorn::StateMachine {
                        const Ovin::AclKey& aclKey);
     // Withdraws everything the interface contributed.
     void deleteIntfStatus(const Zamu::IntfId& intfId);
+    // Each of the writers above (and a review) writes the status when it returns; called from
+    // within another, its writes join those of the outer one.
 
     // Reactions.
     void handleChipIntfMapping(Mirel::ChipId chipId);
@@ -245,6 +256,25 @@ class AclPolicySm : public Vorn::StateMachine {
 
   private:
     class ChipAclWatcher;
+    // Holds the status writes of one entry point, and commits them when the outermost ends.
+    class StatusWrites {
+      public:
+        explicit StatusWrites(AclPolicySm& sm) : sm_(sm), outer_(!sm.writing_) {
+            sm.writing_ = true;
+        }
+        ~StatusWrites() {
+            if (!outer_)
+                return;
+            sm_.writing_ = false;
+            sm_.statusEdit_->commit();
+        }
+        StatusWrites(const StatusWrites&) = delete;
+        StatusWrites& operator=(const StatusWrites&) = delete;
+
+      private:
+        AclPolicySm& sm_;
+        const bool outer_;
+    };
     using ChipAclField = Vorn::EntityMapField<Ovin::AclKey, AclIntfColl, Vorn::Ordered>;
     using ChipAclWatchers = Vorn::EntryWatchers<ChipAclField, ChipAclWatcher>;
 
@@ -315,6 +345,9 @@ class AclPolicySm : public Vorn::StateMachine {
     const Vorn::Ptr<AclPolicyStatus> aclPolicyStatus_;
     Brix::TimerWheel* const timerWheel_;
     Brix::Timer intfPolicyTimer_;
+    // The status writes under way (made by handleInitialized, once the status is known).
+    std::optional<AclPolicySmStatusEdit> statusEdit_;
+    bool writing_ = false;
     // Whether chipIntfMapping has been taken since initialisation (its absence then reads as
     // "removed", not "not yet set").
     bool chipIntfMappingTaken_ = false;

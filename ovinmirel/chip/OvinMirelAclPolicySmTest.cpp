@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -374,6 +375,67 @@ TEST(AclPolicySm, TheChipLeavingTheIndexWithdrawsEverythingAndComingBackRestores
     EXPECT_TRUE(cap.has("  chipIntfMapping is set"));
     EXPECT_EQ(w.status(1), before);
     EXPECT_TRUE(w.sm->errIntf("Ethernet1"));
+}
+
+TEST(AclPolicySm, AReviewWritesEachPlaceOnceWithWhatItEndsUpHolding) {
+    // The mapping machine reprocesses a place on every write to it: an interface that leaves
+    // the chip deletes each of its places whole, and one that joins publishes each filled.
+    Chip1 w;
+    w.vlanMember(10, "Ethernet1");
+    w.subIntf("Ethernet1.7");
+    const Ovin::AclKey kVlanR6 = aclKey("v6", Acl::aclTypeIpv6, 10);
+    const Ovin::AclKey kSubR6 = aclKey("s6", Acl::aclTypeIpv6, 7);
+    for (const Ovin::AclKey& key : {kP4, kP6, kMac})
+        w.bind(key, "Ethernet1");
+    w.bind(kVlanR4, "Vlan10");
+    w.bind(kVlanR6, "Vlan10");
+    w.bind(kSubR4, "Ethernet1.7");
+    w.bind(kSubR6, "Ethernet1.7");
+    w.settle();
+    const Facts before = w.status(1);
+    ASSERT_EQ(before.size(), 8u);  // with the VLAN's member port
+
+    // Per write the watchers see: "<mapping>[<place>] <keys it holds>", or "... key" for a
+    // write to the ACL set of a place that was there already.
+    std::vector<std::string> writes;
+    std::vector<Vorn::Subscription> subs;
+    const AclPolicyStatus& status = *w.statuses->status(Mirel::ChipId(1));
+    auto watch = [&](const std::string& name, const auto& field) {
+        subs.push_back(field.notify([&writes, &field, name](const auto& place) {
+            std::ostringstream os;
+            const auto entry = field.find(place);
+            os << name << "[" << place << "] " << (entry ? entry->aclKeys() : 0);
+            writes.push_back(os.str());
+        }));
+        for (const auto& [place, entry] : field) {
+            subs.push_back(entry->aclKeyNotify([&writes, name, p = place](const Ovin::AclKey&) {
+                std::ostringstream os;
+                os << name << "[" << p << "] key";
+                writes.push_back(os.str());
+            }));
+        }
+    };
+    auto watchAll = [&] {
+        subs.clear();
+        writes.clear();
+        watch("intfAclMapping", status.intfAclMapping());
+        watch("vlanAclMapping", status.vlanAclMapping());
+        watch("subIntfAclMapping", status.subIntfAclMapping());
+    };
+    watchAll();
+    w.offChip("Ethernet1");
+    w.settle();
+    EXPECT_EQ(w.status(1), Facts{});
+    EXPECT_EQ(writes,
+              (std::vector<std::string>{"intfAclMapping[Ethernet1] 0", "vlanAclMapping[10] 0",
+                                        "subIntfAclMapping[Ethernet1.7] 0"}));
+    watchAll();
+    w.onChip("Ethernet1", 1);
+    w.settle();
+    EXPECT_EQ(w.status(1), before);
+    EXPECT_EQ(writes,
+              (std::vector<std::string>{"intfAclMapping[Ethernet1] 3", "vlanAclMapping[10] 2",
+                                        "subIntfAclMapping[Ethernet1.7] 2"}));
 }
 
 TEST(AclPolicySm, AnInterfaceOfAnotherChipIsNoErrorHere) {

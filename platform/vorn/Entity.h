@@ -15,7 +15,9 @@
 // `xs()` is the number of entries, `xIs(...)` sets or adds, `xDel(key)` deletes one entry,
 // `xDelAll()` empties, `xNotify(f)` subscribes `f` to changes and returns the Subscription.
 // A collection of entities also has `xDelMember(key, remove)`: remove a member from the
-// entry, and delete the entry when it has none left.
+// entry, and delete the entry when it has none left; and `xPut(key, entity)`: publish an
+// entity built and filled beforehand, so that watchers of the collection see it appear whole
+// (one notification) rather than empty and then once per member.
 // The macros only supply names; every rule lives in the field templates below:
 //  - writing a value equal to the stored one changes nothing and notifies nobody;
 //  - a real change notifies synchronously, in write order: attributes with no argument,
@@ -42,6 +44,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/vorn/Assert.h"
 #include "platform/vorn/Exception.h"
 #include "platform/vorn/FlatSet.h"
 #include "platform/vorn/Name.h"
@@ -344,6 +347,21 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
         this->changed(k);
         return child;
     }
+    // Publishes `entity`, built and filled beforehand, under k: inserted, or replacing the one
+    // held, with the one notification of an insert; nothing happens when k holds it already.
+    // REQUIRES: `entity` is not null (asserted).
+    bool put(const K& k, Ptr<V> entity) {
+        VORN_ASSERT(entity);
+        auto [it, inserted] = this->items_.try_emplace(k, entity);
+        if (!inserted) {
+            if (it->second == entity)
+                return false;
+            // The replaced entity lives until the watchers have been told.
+            std::swap(it->second, entity);
+        }
+        this->changed(k);
+        return true;
+    }
     // "Remove a member, and the entry when it has none left": runs `remove(entry)` on the
     // entry of k when there is one; `remove` returns how many members the entry has left, and
     // an entry left with none is deleted. Returns true when the entry went.
@@ -509,8 +527,13 @@ class EntityMapField : public CollectionBase<K, typename Index::template Map<K, 
                                                                            \
   public:
 
-#define VORN_ENTITY_MAP_(K, V, name, Ix) \
-    VORN_ENTITY_MAP_FIELD_(::Vorn::EntityMapField, K, V, Ix, name)
+// Machines are made by their collection (they are initialised there): only a collection of
+// plain entities takes one built elsewhere (`xPut`).
+#define VORN_ENTITY_MAP_(K, V, name, Ix)                           \
+    VORN_ENTITY_MAP_FIELD_(::Vorn::EntityMapField, K, V, Ix, name) \
+    bool name##Put(const K& k, const ::Vorn::Ptr<V>& entity) {     \
+        return name##_.put(k, entity);                             \
+    }
 
 #define VORN_COMMA_ ,
 #define VORN_SET(K, name) VORN_SET_(K, name, ::Vorn::Hashed)

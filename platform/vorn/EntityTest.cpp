@@ -117,6 +117,31 @@ TEST(VornEntity, AValueTakenOverNotifiesLikeACopy) {
     EXPECT_EQ(*t->list(1), (std::vector<int>{3}));
 }
 
+TEST(VornEntity, AnEntityPutFilledAppearsWholeInOneNotification) {
+    auto p = Vorn::make<Parent>();
+    std::vector<std::pair<int, size_t>> seen;  // the key, and the members a watcher finds
+    auto s = p->childNotify([&](int k) {
+        const Vorn::Ptr<Child> c = p->child(k);
+        seen.emplace_back(k, c ? c->members() : 0);
+    });
+    auto built = Vorn::make<Child>(1);
+    built->memberIs(10);
+    built->memberIs(11);
+    EXPECT_TRUE(p->childPut(1, built));
+    EXPECT_FALSE(p->childPut(1, built));  // held already: no change
+    EXPECT_EQ(p->child(1), built);
+    // Another entity under the same key replaces it: one notification, the new one whole, and
+    // the old one lives until the watchers have been told.
+    const int liveBefore = Child::live;
+    auto other = Vorn::make<Child>(1);
+    other->memberIs(12);
+    built = nullptr;
+    auto s2 = p->childNotify([&](int) { EXPECT_EQ(Child::live, liveBefore + 1); });
+    EXPECT_TRUE(p->childPut(1, other));
+    EXPECT_EQ(Child::live, liveBefore);
+    EXPECT_EQ(seen, (std::vector<std::pair<int, size_t>>{{1, 2}, {1, 1}}));
+}
+
 TEST(VornEntity, CounterIncNotifiesOnlyOnChange) {
     auto c = Vorn::make<Counted>();
     int calls = 0;
