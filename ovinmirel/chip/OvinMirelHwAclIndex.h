@@ -81,8 +81,6 @@ class HwAclIndexKey {
 
     // A field; an unused one holds the default ACL key.
     const Ovin::AclKey& field(Field f) const;
-    // Whether the field holds an ACL (is not the default key).
-    bool fieldUsed(Field f) const { return fields_[f] != nullptr; }
     // Sets a field; the default ACL key leaves it unused.
     void fieldIs(Field f, const Ovin::AclKey& aclKey);
     // The same with a shared ACL key, which the field then shares (null leaves it unused).

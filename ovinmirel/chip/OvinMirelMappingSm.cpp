@@ -1,5 +1,7 @@
 #include "ovinmirel/chip/OvinMirelMappingSm.h"
 
+#include <algorithm>
+#include <array>
 #include <span>
 #include <sstream>
 #include <string>
@@ -28,9 +30,9 @@ constexpr const char* kAllocIsMember[kHwAclIndexAllocatorTypeCount] = {
 constexpr Mirel::TableType kPortTables[] = {Mirel::ipv4PortAcl_, Mirel::ipv6PortAcl_,
                                             Mirel::macAcl_};
 constexpr Mirel::TableType kRouterTables[] = {Mirel::ipv4RouterAcl_, Mirel::ipv6RouterAcl_};
-constexpr Mirel::ProtocolType kProtocols[] = {Mirel::protocolTcp_, Mirel::protocolNonTcp_,
-                                              Mirel::protocolAll_};
-constexpr Acl::AclDirection kDirections[] = {Acl::aclDirectionIn, Acl::aclDirectionOut};
+// The 2nd-level entries one index can have: a table type, a direction and a protocol class
+// each.
+constexpr size_t kMaxEntriesPerIndex = 5 * 2 * 3;
 
 // The table types whose ACLs a pool's keys hold, and whose 2nd-level entries it owns.
 std::span<const Mirel::TableType> poolTables(HwAclIndexAllocatorType pool) {
@@ -524,11 +526,6 @@ void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey
         return;
     }
     const Mirel::HwAclIndex hwAclIndex = *index;
-    // The index's entries were written from the key's fields, one kind and direction each:
-    // the kinds the key leaves unused have none to look up.
-    std::array<bool, HwAclIndexKey::kFieldCount> used{};
-    for (int f = 0; f < HwAclIndexKey::kFieldCount; ++f)
-        used[f] = hwAclIndexKey.fieldUsed(HwAclIndexKey::Field(f));
     keyToHwAclIndexDel(hwAclIndexKey);
     const Vorn::Ptr<HwAclIndexAllocator> alloc = hwAclIndexAllocator(type);
     VORN_ASSERT_MSG(alloc && alloc->numAllocator(), "allocIter.isMemberOf( type )");
@@ -538,26 +535,30 @@ void MappingSm::maybeDeleteHwAclIndexMappings(const HwAclIndexKey& hwAclIndexKey
     FLINQ(th, 8,
           "      deleting all 2nd-level mapping with hw acl index " << hwAclIndex << " from pool "
                                                                     << type);
-    // Only this pool's table types: the other pool may use the same number.
-    for (Mirel::ProtocolType protocolType : kProtocols) {
-        for (Mirel::TableType tableType : poolTables(type)) {
-            for (Acl::AclDirection direction : kDirections) {
-                if (!used[HwAclIndexKey::fieldOf(tableType, direction)])
-                    continue;
-                const Mirel::ChipRuleListIdKey k(hwAclIndex, tableType, protocolType, direction);
-                // Looked up first only for the trace, which names the id.
-                if (th.enabled(8)) {
-                    if (const Mirel::AclId* id = chipDataFlowConfig_->chipRuleListKeyToId(k)) {
-                        FLINQ(th, 8,
-                              "        delete 2nd-level mapping for hw acl index "
-                                  << hwAclIndex << " of type " << tableType
-                                  << " chip-rulelist-id key " << k << ", id " << *id);
-                    }
-                }
-                chipDataFlowConfig_->chipRuleListKeyToIdDel(k);
-            }
-        }
+    // The index's entries are adjacent in key order, which starts with the index. Only this
+    // pool's table types go: the other pool may use the same number.
+    const std::span<const Mirel::TableType> tables = poolTables(type);
+    std::array<Mirel::ChipRuleListIdKey, kMaxEntriesPerIndex> doomed;
+    size_t n = 0;
+    const auto& entries = chipDataFlowConfig_->chipRuleListKeyToId();
+    for (auto it = entries.lowerBound(Mirel::ChipRuleListIdKey(hwAclIndex, Mirel::TableType(0),
+                                                               Mirel::ProtocolType(0),
+                                                               Acl::aclDirectionIn));
+         it != entries.end() && it->first.hwAclIndex() == hwAclIndex; ++it) {
+        const Mirel::ChipRuleListIdKey& k = it->first;
+        if (std::find(tables.begin(), tables.end(), k.tableType()) == tables.end())
+            continue;
+        FLINQ(th, 8,
+              "        delete 2nd-level mapping for hw acl index "
+                  << hwAclIndex << " of type " << k.tableType() << " chip-rulelist-id key " << k
+                  << ", id " << it->second);
+        VORN_ASSERT(n < doomed.size());
+        doomed[n++] = k;
     }
+    // Deleted after the walk: each deletion notifies the loader, which must not see the
+    // collection under a live iterator.
+    for (size_t i = 0; i < n; ++i)
+        chipDataFlowConfig_->chipRuleListKeyToIdDel(doomed[i]);
 }
 
 void MappingSm::addChipRuleListKeyToIdMapping(Mirel::HwAclIndex hwAclIndex,

@@ -184,6 +184,13 @@ class CollectionBase {
     bool contains(const K& k) const { return items_.find(k) != items_.end(); }
     const_iterator begin() const { return items_.begin(); }
     const_iterator end() const { return items_.end(); }
+    // An ordered collection's first entry whose key is not less than k: where a walk over a
+    // range of adjacent keys starts.
+    const_iterator lowerBound(const K& k) const
+        requires requires(const Container& c, const K& key) { c.lower_bound(key); }
+    {
+        return items_.lower_bound(k);
+    }
     // A copy of the keys, for walks during which the collection may change.
     std::vector<K> keys() const {
         std::vector<K> out;
