@@ -247,9 +247,15 @@ void AclPolicySm::scheduleIntfAclPolicyReview(const Zamu::IntfId& intfId) {
         return;
     pending_[intfId].all = true;
     intfPolicyQueueIs(intfId);
+    armIntfPolicyTimer();
+}
+
+void AclPolicySm::armIntfPolicyTimer() {
     // Deliberately the absolute time 0: already due, so the timer fires on the wheel's next
-    // pass, and everything scheduled until then is reviewed in that one run.
-    intfPolicyTimer_.expiryIs(0.0);
+    // pass, and everything scheduled until then is reviewed in that one run. Armed once for
+    // all of them: arming it again would only move it in the wheel.
+    if (!intfPolicyTimer_.armed())
+        intfPolicyTimer_.expiryIs(0.0);
 }
 
 void AclPolicySm::scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
@@ -259,7 +265,7 @@ void AclPolicySm::scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclK
     if (!pending.all)
         pending.acls.insert(aclKey);
     intfPolicyQueueIs(intfId);
-    intfPolicyTimer_.expiryIs(0.0);
+    armIntfPolicyTimer();
 }
 
 void AclPolicySm::scheduleIntfAclPolicyReview() {

@@ -14,8 +14,8 @@
 //    concerned. So a change costs the chips it concerns, not every chip.
 // Writes:  AclPolicyStatus (intfAclMapping, routedPortSharedAclMapping, vlanAclMapping,
 //          subIntfAclMapping); it is their only writer.
-// Timer:   intfPolicyTimer, armed for time 0 by every schedule, so a burst of changes is
-//          reviewed once, on the next pass of the timer wheel.
+// Timer:   intfPolicyTimer, armed for time 0 by the first schedule after a review run, so a
+//          burst of changes is reviewed once, on the next pass of the timer wheel.
 // Invariants (between reviews):
 //  1. A key is in AclPolicyStatus exactly when some interface of intfAclStatus contributed it
 //     there; intfAclStatus records, per interface and ACL, the parents (the port itself, a
@@ -300,6 +300,7 @@ class AclPolicySm : public Vorn::StateMachine {
         AclKeys acls;
     };
     void scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
+    void armIntfPolicyTimer();
     // processIntf, returning what it found of the interface.
     IntfReview reviewIntf(const Zamu::IntfId& intfId);
     // updateErrIntf, from a review's reading of the interface where it made one.
