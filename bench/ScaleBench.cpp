@@ -21,8 +21,9 @@
 //  ScaleChange/<kind>/<S3|S3x2>   one change through a whole cycle to loaded mappings; S3x2
 //                        doubles the rules of every ACL but the edited one.
 //  ScaleIndex/<kind>/<S>  one change in the index and the per-chip machines, before any cycle
-//                        (the median is the counter median_us); the fan-out change per affected
-//                        (port, chip, ACL) in per_place_us.
+//                        (the median is the counter median_us); the changes that fan out (the
+//                        VLAN-wide bind, the port move) per affected (port, chip, ACL) in
+//                        per_place_us.
 //  ScaleMemory/<S1>      heap bytes per rule and per binding (mallinfo2), and ScaleApply/S3's
 //                        rss_MB counter: the process's VmRSS once S3 is applied (which also
 //                        holds the benchmark's own description of every switch it built), and
