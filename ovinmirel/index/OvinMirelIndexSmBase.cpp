@@ -1,6 +1,7 @@
 #include "ovinmirel/index/OvinMirelIndexSmBase.h"
 
 #include <ios>
+#include <utility>
 
 #include "platform/flinq/Flinq.h"
 #include "platform/vorn/Exception.h"
@@ -65,14 +66,20 @@ void IndexSmBase::updateAclPhyIntfMappingDeleted(AclEntries& acl, const Zamu::In
         acl.phyIntfs_ = index_->aclPhyIntfMapping(acl.acl_);
     if (!acl.phyIntfs_)
         return;
-    const bool lastParent = acl.phyIntfs_->phyIntfMappingDelMember(phyIntf, [&](PhyIntfMapping& m) {
+    const Vorn::Ptr<PhyIntfMapping> parents = acl.phyIntfs_->phyIntfMapping(phyIntf);
+    if (!parents || !parents->parentIntfId(parentIntf))
+        return;
+    if (parents->parentIntfIds() == 1) {
+        // The last parent: the ACL leaves the port, undone in the reverse order of the add.
+        // The chip mappings go first, so their watchers let go of the parents before these
+        // change, and are woken once rather than by every step.
+        updateChipAclMapping2(acl, phyIntf, false);
+        updateIntfAclMappingDeleted(acl.acl_, phyIntf);
+    }
+    acl.phyIntfs_->phyIntfMappingDelMember(phyIntf, [&](PhyIntfMapping& m) {
         m.parentIntfIdDel(parentIntf);
         return m.parentIntfIds();
     });
-    if (lastParent) {
-        updateIntfAclMappingDeleted(acl.acl_, phyIntf);
-        updateChipAclMapping2(acl, phyIntf, false);
-    }
     if (!acl.phyIntfs_->phyIntfMappings()) {
         index_->aclPhyIntfMappingDel(acl.acl_);
         acl.phyIntfs_ = nullptr;
@@ -98,14 +105,20 @@ void IndexSmBase::updateChipAclMapping1(const Zamu::IntfId& intf, const Mirel::C
     Vorn::Ptr<IntfAclColl> intfAclColl = index_->intfAclMapping(intf);
     if (!intfAclColl)
         return;
-    // The walk writes only the chip mappings, never intfAclMapping.
+    // The walk writes only the chip mappings, never intfAclMapping. The chip's entry is the
+    // same for every ACL: looked up once, it passes from one ACL's entries to the next (null
+    // once the last ACL has left the chip, created by the first to come).
+    Vorn::Ptr<ChipAclColl> chipAcls = index_->chipAclMapping(chip);
     for (const Ovin::AclKey& key : intfAclColl->aclKey()) {
         AclEntries acl(key);
+        acl.chip_ = chip;
+        acl.chipAcls_ = std::move(chipAcls);
         if (added) {
             handleAclIntfChipMappingAdded(acl, intf, chip);
         } else {
             handleAclIntfChipMappingDeleted(acl, intf, chip);
         }
+        chipAcls = std::move(acl.chipAcls_);
     }
 }
 
@@ -132,7 +145,8 @@ void IndexSmBase::handleAclIntfChipMappingAdded(AclEntries& acl, const Zamu::Int
     }
     acl.chipIntfs_->intfIdIs(intf);
     if (!acl.chipAclIntfs_) {
-        acl.chipAcls_ = index_->chipAclMappingIs(chip);
+        if (!acl.chipAcls_)
+            acl.chipAcls_ = index_->chipAclMappingIs(chip);
         acl.chipAclIntfs_ = acl.chipAcls_->aclIntfMappingIs(acl.acl_);
     }
     acl.chipAclIntfs_->intfIdIs(intf);
@@ -166,7 +180,8 @@ void IndexSmBase::handleAclIntfChipMappingDeleted(AclEntries& acl, const Zamu::I
     }
     // The reverse mapping is cleaned second.
     if (!acl.chipAclIntfs_) {
-        acl.chipAcls_ = index_->chipAclMapping(chip);
+        if (!acl.chipAcls_)
+            acl.chipAcls_ = index_->chipAclMapping(chip);
         if (acl.chipAcls_)
             acl.chipAclIntfs_ = acl.chipAcls_->aclIntfMapping(acl.acl_);
     }

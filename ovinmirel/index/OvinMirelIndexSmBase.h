@@ -23,7 +23,8 @@
 //   interface onto / off a chip -> updateChipAclMapping1 + updateChipVlanMapping* per VLAN +
 //     updateChipSubIntfMapping* per carried sub-interface;
 //   ACL binding, VLAN member, sub-interface carrier -> updateAclPhyIntfMapping* ->
-//     updateIntfAclMapping* + updateChipAclMapping2 -> handleAclIntfChipMapping*.
+//     updateIntfAclMapping* + updateChipAclMapping2 -> handleAclIntfChipMapping* (a
+//     withdrawal in the reverse order of the add: these before the last parent goes).
 
 #include <optional>
 
@@ -63,8 +64,9 @@ class IndexSmBase : public Vorn::PtrInterface {
     // One ACL's entries in the Index, for a change that writes them at many interfaces (a
     // VLAN's or a sub-interface's members): each is looked up once, and the chip's pair of
     // entries is kept while the interfaces stay on one chip (they come in order, so a chip's
-    // ports in a run). Lives for one change, on its writer's stack: only that writer writes
-    // these entries meanwhile, and it forgets an entry when it deletes it.
+    // ports in a run); a walk of one interface's ACLs hands the chip's entry on from one ACL
+    // to the next. Lives for one change, on its writer's stack: only that writer writes these
+    // entries meanwhile, and it forgets an entry when it deletes it.
     class AclEntries {
       public:
         explicit AclEntries(const Ovin::AclKey& acl) : acl_(acl) {}

@@ -93,15 +93,43 @@ TEST_F(IndexSmBaseTest, AnAclLeavesAPortOnlyWithItsLastParent) {
     }
 }
 
-TEST_F(IndexSmBaseTest, TheReverseChipMappingIsCleanedSecond) {
-    BareIndexSm::AclEntries added(a);
-    sm->updateAclPhyIntfMappingAdded(added, "Ethernet1", "Ethernet1");
-    std::vector<std::string> order;
-    auto s1 = w.index->aclChipMappingNotify([&](const Ovin::AclKey&) { order.push_back("acl"); });
-    auto s2 = w.index->chipAclMappingNotify([&](const Mirel::ChipId&) { order.push_back("chip"); });
-    BareIndexSm::AclEntries deleted(a);
-    sm->updateAclPhyIntfMappingDeleted(deleted, "Ethernet1", "Ethernet1");
-    EXPECT_EQ(order, (std::vector<std::string>{"acl", "chip"}));
+// A withdrawal undoes the add in reverse: the chip mappings (the reverse one second) and
+// intfAclMapping go before the last parent, so that the chips' watchers of the parents are gone
+// by the time these change. A parent that is not the last one changes only the parents.
+TEST_F(IndexSmBaseTest, AWithdrawalUndoesTheAddInReverse) {
+    struct Case {
+        const char* name;
+        std::vector<const char*> parents;  // added in order; the last one is deleted
+        std::vector<std::string> order;    // what is notified, in order
+    };
+    const Case cases[] = {
+        {"the last parent goes", {"Ethernet1"}, {"aclChip", "chipAcl", "intfAcl", "parent"}},
+        {"another parent stays", {"Ethernet1", "Vlan10"}, {"parent"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        IndexTest::World fresh;
+        fresh.onChip("Ethernet1", 1);
+        fresh.index->chipIntfMappingIs(Mirel::ChipId(1))->intfIdIs("Ethernet1");
+        auto bare = Vorn::make<BareIndexSm>(fresh, fresh.index);
+        for (const char* parent : c.parents) {
+            BareIndexSm::AclEntries added(a);
+            bare->updateAclPhyIntfMappingAdded(added, "Ethernet1", parent);
+        }
+        std::vector<std::string> order;
+        auto note = [&](const char* what) {
+            return [&order, what](const auto&) { order.push_back(what); };
+        };
+        auto s1 = fresh.index->aclChipMappingNotify(note("aclChip"));
+        auto s2 = fresh.index->chipAclMappingNotify(note("chipAcl"));
+        auto s3 = fresh.index->intfAclMapping("Ethernet1")->aclKeyNotify(note("intfAcl"));
+        auto s4 = fresh.index->aclPhyIntfMapping(a)
+                      ->phyIntfMapping("Ethernet1")
+                      ->parentIntfIdNotify(note("parent"));
+        BareIndexSm::AclEntries deleted(a);
+        bare->updateAclPhyIntfMappingDeleted(deleted, "Ethernet1", c.parents.back());
+        EXPECT_EQ(order, c.order);
+    }
 }
 
 }  // namespace

@@ -14,13 +14,14 @@ Flinq::Handle th("OvinMirelIntfAclTypeIndexSm");
 
 }  // namespace
 
-// One per IntfAclColl: an ACL key added or removed runs the handler for it.
+// One per IntfAclColl: an ACL key added or removed runs the handler for it, given the entry
+// (the interface's one in the Index while it notifies), so that it needs no lookup.
 class IntfAclTypeIndexSm::IntfAclWatcher {
   public:
     IntfAclWatcher(IntfAclTypeIndexSm* sm, const Zamu::IntfId& intf,
                    const Vorn::Ptr<IntfAclColl>& entry) {
         sub_ = entry->aclKeyNotify(
-            [sm, intf](const Ovin::AclKey& acl) { sm->handleIntfAcl(intf, acl); });
+            [sm, intf, e = entry.ptr()](const Ovin::AclKey& acl) { sm->regroup(intf, e, acl); });
     }
 
   private:
@@ -74,9 +75,13 @@ void IntfAclTypeIndexSm::handleInitialized() {
 }
 
 void IntfAclTypeIndexSm::handleIntfAcl(const Zamu::IntfId& intf, const Ovin::AclKey& acl) {
+    regroup(intf, index_->intfAclMapping(intf).ptr(), acl);
+}
+
+void IntfAclTypeIndexSm::regroup(const Zamu::IntfId& intf, const IntfAclColl* acls,
+                                 const Ovin::AclKey& acl) {
     VORN_ASSERT(initialized());
     const Mirel::TableType tableType = getTableType(acl);
-    Vorn::Ptr<IntfAclColl> acls = index_->intfAclMapping(intf);
     const uint32_t out = acl.direction == Acl::aclDirectionIn ? 0 : 1;
     if (acls && acls->aclKey(acl)) {
         Vorn::Ptr<AclTableTypeMapping> group =

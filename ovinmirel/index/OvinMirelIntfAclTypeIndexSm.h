@@ -44,6 +44,8 @@ class IntfAclTypeIndexSm : public Vorn::PtrInterface {
 
   private:
     class IntfAclWatcher;
+    // handleIntfAcl, given intfAclMapping[intf] (null when there is none).
+    void regroup(const Zamu::IntfId& intf, const IntfAclColl* acls, const Ovin::AclKey& acl);
     using IntfAclField = Vorn::EntityMapField<Zamu::IntfId, IntfAclColl>;
 
     const Vorn::Ptr<Index> index_;
