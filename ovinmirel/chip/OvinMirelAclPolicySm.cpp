@@ -245,7 +245,7 @@ bool AclPolicySm::onChip(const Zamu::IntfId& intfId) const {
 void AclPolicySm::scheduleIntfAclPolicyReview(const Zamu::IntfId& intfId) {
     if (!initialized())
         return;
-    pending_[intfId].all = true;
+    pending_.all(intfId);
     intfPolicyQueueIs(intfId);
     armIntfPolicyTimer();
 }
@@ -261,9 +261,7 @@ void AclPolicySm::armIntfPolicyTimer() {
 void AclPolicySm::scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
     if (!initialized())
         return;
-    PendingReview& pending = pending_[intfId];
-    if (!pending.all)
-        pending.acls.insert(aclKey);
+    pending_.acl(intfId, aclKey);
     intfPolicyQueueIs(intfId);
     armIntfPolicyTimer();
 }
@@ -291,25 +289,19 @@ void AclPolicySm::handleIntfPolicyTimer() {
     // the next one instead of being cleared unseen.
     const std::vector<Zamu::IntfId> queue = intfPolicyQueue().keys();
     intfPolicyQueueDelAll();
+    AclPolicySmPending::Run pending = pending_.takeAll();
     for (const Zamu::IntfId& intf : queue)
-        updateErrIntf(intf, reviewIntf(intf));
+        updateErrIntf(intf, reviewIntf(intf, pending.take(intf)));
 }
 
 void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
-    reviewIntf(intfId);
+    reviewIntf(intfId, pending_.take(intfId));
 }
 
-AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
+AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, PendingReview pending) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "  processIntf " << intfId);
     StatusWrites writes(*this);
-    PendingReview pending;
-    if (auto it = pending_.find(intfId); it != pending_.end()) {
-        pending = std::move(it->second);
-        pending_.erase(it);
-    } else {
-        pending.all = true;
-    }
     IntfReview review = intfReview(intfId);
     // Only the ACLs that changed under the interface are looked at, with those of the kinds a
     // new policy admits or drops, unless what the interface admits may have changed as a

@@ -50,6 +50,7 @@
 #include <utility>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelAclPolicySmPending.h"
 #include "ovinmirel/chip/OvinMirelAclPolicySmStatusEdit.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "ovinmirel/index/OvinMirelIndex.h"
@@ -291,18 +292,12 @@ class AclPolicySm : public Vorn::StateMachine {
         bool sharedBefore = false;
         bool sharedAfter = false;
     };
-    // Interfaces awaiting review with the ACLs that changed under them; `all` when anything
-    // interface-wide may have changed. Keyed lookups only; nothing walks it.
-    // Mostly one ACL: a sorted vector, not a node per ACL.
-    using AclKeys = Vorn::FlatSet<Ovin::AclKey>;
-    struct PendingReview {
-        bool all = false;
-        AclKeys acls;
-    };
+    using AclKeys = AclPolicySmPending::AclKeys;
+    using PendingReview = AclPolicySmPending::Review;
     void scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
     void armIntfPolicyTimer();
-    // processIntf, returning what it found of the interface.
-    IntfReview reviewIntf(const Zamu::IntfId& intfId);
+    // processIntf for what changed under the interface, returning what it found of it.
+    IntfReview reviewIntf(const Zamu::IntfId& intfId, PendingReview pending);
     // updateErrIntf, from a review's reading of the interface where it made one.
     void updateErrIntf(const Zamu::IntfId& intfId, const IntfReview& review);
     // The kinds bound to the interface (untraced) and how many of its ACLs the type index
@@ -362,7 +357,9 @@ class AclPolicySm : public Vorn::StateMachine {
     // that its watchers outlive its removal from the Index.
     Vorn::Ptr<ChipAclColl> chipAclColl_;
     std::unique_ptr<ChipAclWatchers> chipAclWatchers_;
-    std::map<Zamu::IntfId, PendingReview> pending_;
+    // Interfaces awaiting review with the ACLs that changed under them; every one of them is
+    // in intfPolicyQueue.
+    AclPolicySmPending pending_;
     // The policy under which each interface that may contribute was last reviewed.
     std::map<Zamu::IntfId, Mask> reviewedPolicy_;
 };
