@@ -103,32 +103,54 @@ class SubIntfAclPhyIntfColl : public Vorn::Entity {
 
 // The configured interfaces through which one ACL was put in effect on a physical interface:
 // a plain value (there is one per interface and ACL in effect, mostly with one parent), kept
-// in order in a vector rather than as an entity of its own.
+// in order rather than as an entity of its own.
 class AclParentIntfSet {
   public:
+    // Ascending ids. The one parent of the common case is held in place (no allocation per
+    // place); from two on, all of them are in the vector and the place holds the empty id
+    // (never a parent), so equal sets have equal members.
     class Ids {
       public:
         bool contains(const Zamu::IntfId& id) const {
-            return std::binary_search(ids_.begin(), ids_.end(), id);
+            return std::binary_search(begin(), end(), id);
         }
-        size_t size() const { return ids_.size(); }
-        bool empty() const { return ids_.empty(); }
-        auto begin() const { return ids_.begin(); }
-        auto end() const { return ids_.end(); }
+        size_t size() const { return size_t(end() - begin()); }
+        bool empty() const { return begin() == end(); }
+        const Zamu::IntfId* begin() const { return more_.empty() ? &one_ : more_.data(); }
+        const Zamu::IntfId* end() const {
+            return more_.empty() ? &one_ + (one_ != Zamu::IntfId() ? 1 : 0)
+                                 : more_.data() + more_.size();
+        }
         void insert(const Zamu::IntfId& id) {
-            const auto it = std::lower_bound(ids_.begin(), ids_.end(), id);
-            if (it == ids_.end() || *it != id)
-                ids_.insert(it, id);
+            if (more_.empty() && (one_ == Zamu::IntfId() || one_ == id)) {
+                one_ = id;
+                return;
+            }
+            if (more_.empty())
+                more_.push_back(std::exchange(one_, Zamu::IntfId()));
+            const auto it = std::lower_bound(more_.begin(), more_.end(), id);
+            if (it == more_.end() || *it != id)
+                more_.insert(it, id);
         }
         void erase(const Zamu::IntfId& id) {
-            const auto it = std::lower_bound(ids_.begin(), ids_.end(), id);
-            if (it != ids_.end() && *it == id)
-                ids_.erase(it);
+            if (more_.empty()) {
+                if (one_ == id)
+                    one_ = Zamu::IntfId();
+                return;
+            }
+            const auto it = std::lower_bound(more_.begin(), more_.end(), id);
+            if (it != more_.end() && *it == id)
+                more_.erase(it);
+            if (more_.size() == 1) {
+                one_ = more_.front();
+                more_ = {};
+            }
         }
         bool operator==(const Ids&) const = default;
 
       private:
-        std::vector<Zamu::IntfId> ids_;
+        Zamu::IntfId one_;
+        std::vector<Zamu::IntfId> more_;
     };
     const Ids& parentIntfId() const { return parentIntfId_; }
     Ids& parentIntfId() { return parentIntfId_; }
