@@ -316,6 +316,7 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
     std::vector<Vorn::Ptr<PhyIntfMapping>> wanted;
     auto lookUpWanted = [&](const auto& keys) {
         wanted.clear();
+        wanted.reserve(keys.size());
         for (const Ovin::AclKey& key : keys)
             wanted.push_back(wantedParents(intfId, key, review));
     };
@@ -324,14 +325,19 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
             reviewed->second = review.policy;
         else
             reviewedPolicy_.emplace(intfId, review.policy);
-        bool phy = !all && otherPhyAclInEffect(intfId, pending.acls);
         if (all) {
             lookUpWanted(review.acls->aclKey());
         } else {
             lookUpWanted(pending.acls);
         }
-        for (const Vorn::Ptr<PhyIntfMapping>& parents : wanted)
-            phy = phy || (parents && parents->parentIntfId(intfId));
+        // Whether the interface keeps ACLs of its own only decides whether sharing is asked
+        // about; where the platform has none and nothing traces, the answer is no anyway.
+        bool phy = false;
+        if (hwCapability()->routedPortRaclSharingSupported() || th.enabled(8)) {
+            phy = !all && otherPhyAclInEffect(intfId, pending.acls);
+            for (const Vorn::Ptr<PhyIntfMapping>& parents : wanted)
+                phy = phy || (parents && parents->parentIntfId(intfId));
+        }
         review.sharedAfter = phy && shouldDoRaclSharing(intfId);
         // A move between intfAclMapping and routedPortSharedAclMapping takes every one of the
         // interface's own ACLs along.
