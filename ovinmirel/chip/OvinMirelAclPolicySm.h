@@ -118,11 +118,10 @@ class AclParentIntfSet {
         bool empty() const { return begin() == end(); }
         const Zamu::IntfId* begin() const { return more_.empty() ? &one_ : more_.data(); }
         const Zamu::IntfId* end() const {
-            return more_.empty() ? &one_ + (one_ != Zamu::IntfId() ? 1 : 0)
-                                 : more_.data() + more_.size();
+            return more_.empty() ? &one_ + (one_.empty() ? 0 : 1) : more_.data() + more_.size();
         }
         void insert(const Zamu::IntfId& id) {
-            if (more_.empty() && (one_ == Zamu::IntfId() || one_ == id)) {
+            if (more_.empty() && (one_.empty() || one_ == id)) {
                 one_ = id;
                 return;
             }
