@@ -245,7 +245,7 @@ bool AclPolicySm::onChip(const Zamu::IntfId& intfId) const {
 void AclPolicySm::scheduleIntfAclPolicyReview(const Zamu::IntfId& intfId) {
     if (!initialized())
         return;
-    pending_[intfId].all = true;
+    pending_.all(intfId);
     intfPolicyQueueIs(intfId);
     armIntfPolicyTimer();
 }
@@ -261,9 +261,7 @@ void AclPolicySm::armIntfPolicyTimer() {
 void AclPolicySm::scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey) {
     if (!initialized())
         return;
-    PendingReview& pending = pending_[intfId];
-    if (!pending.all)
-        pending.acls.insert(aclKey);
+    pending_.acl(intfId, aclKey);
     intfPolicyQueueIs(intfId);
     armIntfPolicyTimer();
 }
@@ -291,25 +289,19 @@ void AclPolicySm::handleIntfPolicyTimer() {
     // the next one instead of being cleared unseen.
     const std::vector<Zamu::IntfId> queue = intfPolicyQueue().keys();
     intfPolicyQueueDelAll();
+    AclPolicySmPending::Run pending = pending_.takeAll();
     for (const Zamu::IntfId& intf : queue)
-        updateErrIntf(intf, reviewIntf(intf));
+        updateErrIntf(intf, reviewIntf(intf, pending.take(intf)));
 }
 
 void AclPolicySm::processIntf(const Zamu::IntfId& intfId) {
-    reviewIntf(intfId);
+    reviewIntf(intfId, pending_.take(intfId));
 }
 
-AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
+AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, PendingReview pending) {
     VORN_ASSERT(initialized());
     FLINQ(th, 8, "  processIntf " << intfId);
     StatusWrites writes(*this);
-    PendingReview pending;
-    if (auto it = pending_.find(intfId); it != pending_.end()) {
-        pending = std::move(it->second);
-        pending_.erase(it);
-    } else {
-        pending.all = true;
-    }
     IntfReview review = intfReview(intfId);
     // Only the ACLs that changed under the interface are looked at, with those of the kinds a
     // new policy admits or drops, unless what the interface admits may have changed as a
@@ -324,6 +316,7 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
     std::vector<Vorn::Ptr<PhyIntfMapping>> wanted;
     auto lookUpWanted = [&](const auto& keys) {
         wanted.clear();
+        wanted.reserve(keys.size());
         for (const Ovin::AclKey& key : keys)
             wanted.push_back(wantedParents(intfId, key, review));
     };
@@ -332,14 +325,19 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId) {
             reviewed->second = review.policy;
         else
             reviewedPolicy_.emplace(intfId, review.policy);
-        bool phy = !all && otherPhyAclInEffect(intfId, pending.acls);
         if (all) {
             lookUpWanted(review.acls->aclKey());
         } else {
             lookUpWanted(pending.acls);
         }
-        for (const Vorn::Ptr<PhyIntfMapping>& parents : wanted)
-            phy = phy || (parents && parents->parentIntfId(intfId));
+        // Whether the interface keeps ACLs of its own only decides whether sharing is asked
+        // about; where the platform has none and nothing traces, the answer is no anyway.
+        bool phy = false;
+        if (hwCapability()->routedPortRaclSharingSupported() || th.enabled(8)) {
+            phy = !all && otherPhyAclInEffect(intfId, pending.acls);
+            for (const Vorn::Ptr<PhyIntfMapping>& parents : wanted)
+                phy = phy || (parents && parents->parentIntfId(intfId));
+        }
         review.sharedAfter = phy && shouldDoRaclSharing(intfId);
         // A move between intfAclMapping and routedPortSharedAclMapping takes every one of the
         // interface's own ACLs along.

@@ -50,6 +50,7 @@
 #include <utility>
 #include <vector>
 
+#include "ovinmirel/chip/OvinMirelAclPolicySmPending.h"
 #include "ovinmirel/chip/OvinMirelAclPolicySmStatusEdit.h"
 #include "ovinmirel/glue/OvinMirelGlueStatus.h"
 #include "ovinmirel/index/OvinMirelIndex.h"
@@ -102,32 +103,53 @@ class SubIntfAclPhyIntfColl : public Vorn::Entity {
 
 // The configured interfaces through which one ACL was put in effect on a physical interface:
 // a plain value (there is one per interface and ACL in effect, mostly with one parent), kept
-// in order in a vector rather than as an entity of its own.
+// in order rather than as an entity of its own.
 class AclParentIntfSet {
   public:
+    // Ascending ids. The one parent of the common case is held in place (no allocation per
+    // place); from two on, all of them are in the vector and the place holds the empty id
+    // (never a parent), so equal sets have equal members.
     class Ids {
       public:
         bool contains(const Zamu::IntfId& id) const {
-            return std::binary_search(ids_.begin(), ids_.end(), id);
+            return std::binary_search(begin(), end(), id);
         }
-        size_t size() const { return ids_.size(); }
-        bool empty() const { return ids_.empty(); }
-        auto begin() const { return ids_.begin(); }
-        auto end() const { return ids_.end(); }
+        size_t size() const { return size_t(end() - begin()); }
+        bool empty() const { return begin() == end(); }
+        const Zamu::IntfId* begin() const { return more_.empty() ? &one_ : more_.data(); }
+        const Zamu::IntfId* end() const {
+            return more_.empty() ? &one_ + (one_.empty() ? 0 : 1) : more_.data() + more_.size();
+        }
         void insert(const Zamu::IntfId& id) {
-            const auto it = std::lower_bound(ids_.begin(), ids_.end(), id);
-            if (it == ids_.end() || *it != id)
-                ids_.insert(it, id);
+            if (more_.empty() && (one_.empty() || one_ == id)) {
+                one_ = id;
+                return;
+            }
+            if (more_.empty())
+                more_.push_back(std::exchange(one_, Zamu::IntfId()));
+            const auto it = std::lower_bound(more_.begin(), more_.end(), id);
+            if (it == more_.end() || *it != id)
+                more_.insert(it, id);
         }
         void erase(const Zamu::IntfId& id) {
-            const auto it = std::lower_bound(ids_.begin(), ids_.end(), id);
-            if (it != ids_.end() && *it == id)
-                ids_.erase(it);
+            if (more_.empty()) {
+                if (one_ == id)
+                    one_ = Zamu::IntfId();
+                return;
+            }
+            const auto it = std::lower_bound(more_.begin(), more_.end(), id);
+            if (it != more_.end() && *it == id)
+                more_.erase(it);
+            if (more_.size() == 1) {
+                one_ = more_.front();
+                more_ = {};
+            }
         }
         bool operator==(const Ids&) const = default;
 
       private:
-        std::vector<Zamu::IntfId> ids_;
+        Zamu::IntfId one_;
+        std::vector<Zamu::IntfId> more_;
     };
     const Ids& parentIntfId() const { return parentIntfId_; }
     Ids& parentIntfId() { return parentIntfId_; }
@@ -291,18 +313,12 @@ class AclPolicySm : public Vorn::StateMachine {
         bool sharedBefore = false;
         bool sharedAfter = false;
     };
-    // Interfaces awaiting review with the ACLs that changed under them; `all` when anything
-    // interface-wide may have changed. Keyed lookups only; nothing walks it.
-    // Mostly one ACL: a sorted vector, not a node per ACL.
-    using AclKeys = Vorn::FlatSet<Ovin::AclKey>;
-    struct PendingReview {
-        bool all = false;
-        AclKeys acls;
-    };
+    using AclKeys = AclPolicySmPending::AclKeys;
+    using PendingReview = AclPolicySmPending::Review;
     void scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey);
     void armIntfPolicyTimer();
-    // processIntf, returning what it found of the interface.
-    IntfReview reviewIntf(const Zamu::IntfId& intfId);
+    // processIntf for what changed under the interface, returning what it found of it.
+    IntfReview reviewIntf(const Zamu::IntfId& intfId, PendingReview pending);
     // updateErrIntf, from a review's reading of the interface where it made one.
     void updateErrIntf(const Zamu::IntfId& intfId, const IntfReview& review);
     // The kinds bound to the interface (untraced) and how many of its ACLs the type index
@@ -362,7 +378,9 @@ class AclPolicySm : public Vorn::StateMachine {
     // that its watchers outlive its removal from the Index.
     Vorn::Ptr<ChipAclColl> chipAclColl_;
     std::unique_ptr<ChipAclWatchers> chipAclWatchers_;
-    std::map<Zamu::IntfId, PendingReview> pending_;
+    // Interfaces awaiting review with the ACLs that changed under them; every one of them is
+    // in intfPolicyQueue.
+    AclPolicySmPending pending_;
     // The policy under which each interface that may contribute was last reviewed.
     std::map<Zamu::IntfId, Mask> reviewedPolicy_;
 };

@@ -53,12 +53,10 @@ void AclPolicySm::ChipAclWatcher::handleMapping(const Zamu::IntfId& intf) {
 
 void AclPolicySm::ChipAclWatcher::handleParents(const PhyIntfMapping& mapping) {
     const Zamu::IntfId intf = mapping.intfId();
-    // Its writer deletes a mapping left without parents: until the interface leaves the chip
-    // entry, a new mapping may come for it.
-    if (!mapping.parentIntfIds()) {
+    // Its writer deletes a mapping left without parents and takes the interface out of the
+    // chip entry in the same write: no mapping can come for it in between (invariant 2).
+    if (!mapping.parentIntfIds())
         unwatchParents(intf);
-        watchMappings();
-    }
     sm_->handleAclPhyIntf(acl_, intf);
 }
 

@@ -12,11 +12,14 @@
 //     mapping in phyIntfs_ (but for one whose mapping was left without parents), each with
 //     one subscription to that mapping's parents.
 //  2. mappingSub_ is connected exactly while phyIntfs_ is set and some interface of the entry
-//     is missing from parents_.
+//     is missing from parents_, not counting one whose last parent went (it leaves the
+//     entry next).
 // The index writes an interface's mapping under the ACL together with the chip entry that
-// lists the interface, so the parents are taken when the interface comes; watching the whole
-// set of mappings only in between keeps every chip holding the ACL from hearing of each port
-// the ACL reaches anywhere.
+// lists the interface, and deletes them together (the mapping with its last parent), so the
+// parents are taken when the interface comes, and a mapping left without parents is followed
+// by the interface leaving the entry, not by another mapping. Watching the whole set of
+// mappings only in between (an attachment index rebuilt under the entry) keeps every chip
+// holding the ACL from hearing of each port the ACL reaches anywhere.
 // Owns: its subscriptions; holds the entry and the ACL's mappings (so they outlive their
 // removal from the Index while it lives). REQUIRES: the machine outlives it.
 
