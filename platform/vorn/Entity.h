@@ -28,7 +28,7 @@
 // Declarations leave the class in public access.
 //
 // Containers. A hashed collection is a std::unordered_set/map. An ordered map is a std::map;
-// an ordered set is a FlatSet, a sorted vector: most hold one to a few members, where a tree
+// an ordered set is a FlatSet, a sorted array: most hold one to a few members, where a tree
 // costs a node per member. So, unlike every other collection, an ordered set's iterators and
 // references to its members do not survive a write to the set: a walk during which the set may
 // change (through a watcher, say) walks `keys()`, a copy. An ordered map keeps its entries in place
