@@ -98,7 +98,8 @@ class Small : public Vorn::Entity {
     VORN_ENTITY("Test::Small")
 };
 class Large : public Small {
-    char payload_[200] = {};
+  public:
+    char payload[200] = {};
 };
 
 // Dropped through its base, an entity's block returns to the class of its own size.
