@@ -1,6 +1,7 @@
 // The costs every state machine pays: a notified attribute write, a set insert and delete with
-// a watcher, a write that changes nothing, a trace line whose level is off, and a timer armed
-// and fired. These sit on every hot path of the index and the per-chip machines.
+// a watcher, a write that changes nothing, a trace line whose level is off, a timer armed and
+// fired, a burst of entities made and dropped, and a key moving in and out of an ordered set
+// that holds many. These sit on every hot path of the index and the per-chip machines.
 
 #include <benchmark/benchmark.h>
 
@@ -8,6 +9,7 @@
 
 #include "platform/brix/TimerWheel.h"
 #include "platform/flinq/Flinq.h"
+#include "platform/ovin/AclKey.h"
 #include "platform/vorn/Entity.h"
 #include "platform/zamu/IntfId.h"
 
@@ -18,6 +20,7 @@ class Sample : public Vorn::Entity {
   public:
     VORN_ATTR(uint64_t, counter, 0)
     VORN_SET(Zamu::IntfId, member)
+    VORN_ORDERED_SET(Ovin::AclKey, acl)
 };
 
 void BM_AttrWriteNotifiesOneWatcher(benchmark::State& state) {
@@ -63,6 +66,42 @@ void BM_SetAddAndDeleteWithWatcher(benchmark::State& state) {
     benchmark::DoNotOptimize(calls);
 }
 BENCHMARK(BM_SetAddAndDeleteWithWatcher);
+
+// A change that fans out makes and drops entities by the hundred, each with a watcher.
+void BM_EntityBurstMakeAndDrop(benchmark::State& state) {
+    std::vector<Vorn::Ptr<Sample>> es;
+    std::vector<Vorn::Subscription> subs;
+    for (auto _ : state) {
+        for (int i = 0; i < 256; ++i) {
+            es.push_back(Vorn::make<Sample>());
+            subs.push_back(es.back()->counterNotify([] {}));
+        }
+        subs.clear();
+        es.clear();
+    }
+    state.SetItemsProcessed(state.iterations() * 256);
+}
+BENCHMARK(BM_EntityBurstMakeAndDrop);
+
+// A port's key set holds one key per VLAN an ACL reaches; a key joins and leaves the middle.
+void BM_OrderedSetKeyAmongMany(benchmark::State& state) {
+    auto e = Vorn::make<Sample>();
+    auto key = [](int vlan) {
+        Ovin::AclKey k;
+        k.name = "edge-acl";
+        k.vlanId = Bridging::VlanId(vlan);
+        return k;
+    };
+    for (int vlan = 1; vlan <= 2048; vlan += 2)
+        e->aclIs(key(vlan));
+    const Ovin::AclKey probe = key(1024);
+    for (auto _ : state) {
+        e->aclIs(probe);
+        e->aclDel(probe);
+    }
+    benchmark::DoNotOptimize(e->acls());
+}
+BENCHMARK(BM_OrderedSetKeyAmongMany);
 
 void BM_TraceLineLevelOff(benchmark::State& state) {
     static Flinq::Handle th("FrameworkBench");

@@ -41,18 +41,6 @@ std::pair<std::string_view, std::string_view> splitPart(std::string_view rest) {
 
 }  // namespace
 
-std::strong_ordering AclKey::compareAfterName(const AclKey& o) const {
-    if (auto c = type <=> o.type; c != 0)
-        return c;
-    if (auto c = direction <=> o.direction; c != 0)
-        return c;
-    if (auto c = flag <=> o.flag; c != 0)
-        return c;
-    if (auto c = vlanId <=> o.vlanId; c != 0)
-        return c;
-    return tag <=> o.tag;
-}
-
 std::string AclKey::str() const {
     std::string out = name;
     out.append("/")

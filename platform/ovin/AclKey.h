@@ -8,11 +8,13 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/bridging/VlanId.h"
 #include "platform/ovin/AclType.h"
 #include "platform/vorn/Hash.h"
 #include "platform/vorn/Name.h"
+#include "platform/vorn/Relocatable.h"
 
 namespace Ovin {
 
@@ -26,12 +28,21 @@ struct AclKey {
     AclVlanIdOrNone vlanId;  // set for router ACLs
     Vorn::Name tag;          // the engine's name for where the key comes from; usually empty
 
-    // A total order: name, type, direction, flag, VLAN (none first), tag. Keys of different
-    // ACLs nearly always differ by name, which settles it inline; the rest is out of line.
+    // A total order: name, type, direction, flag, VLAN (none first), tag. Keys of one ACL
+    // often differ only by VLAN (a per-port set holds one key per VLAN the ACL reaches), so
+    // the whole comparison stays inline, each field settling it as early as it can.
     std::strong_ordering operator<=>(const AclKey& o) const {
         if (name != o.name)
             return name <=> o.name;
-        return compareAfterName(o);
+        if (type != o.type)
+            return type <=> o.type;
+        if (direction != o.direction)
+            return direction <=> o.direction;
+        if (flag != o.flag)
+            return flag <=> o.flag;
+        if (const int a = vlanOrder(), b = o.vlanOrder(); a != b)
+            return a <=> b;
+        return tag <=> o.tag;
     }
     bool operator==(const AclKey&) const = default;
 
@@ -46,12 +57,21 @@ struct AclKey {
     static AclKey fromStr(std::string_view text);
 
   private:
-    std::strong_ordering compareAfterName(const AclKey& o) const;
+    // No VLAN orders before every VLAN.
+    int vlanOrder() const { return vlanId ? int(vlanId->value()) : -1; }
 };
 
 std::ostream& operator<<(std::ostream& os, const AclKey& k);
 
 }  // namespace Ovin
+
+// Sets of keys shift them as raw bytes: every member may be.
+namespace Vorn {
+template <>
+inline constexpr bool kTriviallyRelocatable<Ovin::AclKey> =
+    kTriviallyRelocatable<Atom> && kTriviallyRelocatable<Name> &&
+    std::is_trivially_copyable_v<Ovin::AclVlanIdOrNone>;
+}  // namespace Vorn
 
 // Inline: every per-ACL collection of the index and the chips hashes keys on each lookup.
 template <>

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <compare>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -38,6 +40,54 @@ TEST(AclKey, EveryFieldDistinguishesKeys) {
     // A key without VLAN sorts before the same key with one; names dominate.
     EXPECT_LT(base, keys[5]);
     EXPECT_LT(keys[6], keys[1]);
+}
+
+// The order between keys of one name, field by field: each key sorts after every key above
+// it, so a field dominates those below it (VLANs across a byte boundary included).
+TEST(AclKey, FieldsOrderByPrecedence) {
+    auto key = [](const char* name, Acl::AclType type, Acl::AclDirection direction, bool flag,
+                  std::optional<int> vlan, const char* tag) {
+        AclKey k;
+        k.name = name;
+        k.type = type;
+        k.direction = direction;
+        k.flag = flag;
+        if (vlan)
+            k.vlanId = Bridging::VlanId(*vlan);
+        k.tag = Vorn::Name(tag);
+        return k;
+    };
+    const auto ip = Acl::aclTypeIpv4;
+    const auto in = Acl::aclDirectionIn;
+    const struct {
+        const char* name;
+        AclKey key;
+    } ascending[] = {
+        {"plain", key("acl", ip, in, false, {}, "")},
+        {"tag only", key("acl", ip, in, false, {}, "z")},
+        {"lowest VLAN", key("acl", ip, in, false, 1, "")},
+        {"VLAN 255 with tag", key("acl", ip, in, false, 255, "z")},
+        {"VLAN 256", key("acl", ip, in, false, 256, "")},
+        {"highest VLAN", key("acl", ip, in, false, 4094, "z")},
+        {"flag", key("acl", ip, in, true, {}, "")},
+        {"flag and VLAN", key("acl", ip, in, true, 4094, "z")},
+        {"out", key("acl", ip, Acl::aclDirectionOut, false, {}, "")},
+        {"out, every lower field set", key("acl", ip, Acl::aclDirectionOut, true, 4094, "z")},
+        {"ipv6", key("acl", Acl::aclTypeIpv6, in, false, {}, "")},
+        {"mac", key("acl", Acl::aclTypeMac, in, false, {}, "")},
+        {"mac, every lower field set", key("acl", Acl::aclTypeMac, Acl::aclDirectionOut, true, 4094, "z")},
+        {"next name", key("acm", ip, in, false, {}, "")},
+    };
+    for (size_t i = 0; i < std::size(ascending); ++i) {
+        SCOPED_TRACE(ascending[i].name);
+        EXPECT_EQ(ascending[i].key <=> ascending[i].key, std::strong_ordering::equal);
+        for (size_t j = i + 1; j < std::size(ascending); ++j) {
+            EXPECT_EQ(ascending[i].key <=> ascending[j].key, std::strong_ordering::less)
+                << ascending[j].name;
+            EXPECT_EQ(ascending[j].key <=> ascending[i].key, std::strong_ordering::greater)
+                << ascending[j].name;
+        }
+    }
 }
 
 TEST(AclKey, PrintedFormReadsBack) {

@@ -20,6 +20,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/vorn/Relocatable.h"
+
 namespace Vorn {
 
 class Atom {
@@ -98,6 +100,10 @@ class Atom {
 inline std::ostream& operator<<(std::ostream& os, const Atom& a) {
     return os << a.str();
 }
+
+// One pointer to a record that does not point back.
+template <>
+inline constexpr bool kTriviallyRelocatable<Atom> = true;
 
 }  // namespace Vorn
 

@@ -28,11 +28,13 @@
 // Declarations leave the class in public access.
 //
 // Containers. A hashed collection is a std::unordered_set/map. An ordered map is a std::map;
-// an ordered set is a FlatSet, a sorted vector: most hold one to a few members, where a tree
+// an ordered set is a FlatSet, a sorted array: most hold one to a few members, where a tree
 // costs a node per member. So, unlike every other collection, an ordered set's iterators and
 // references to its members do not survive a write to the set: a walk during which the set may
 // change (through a watcher, say) walks `keys()`, a copy. An ordered map keeps its entries in place
-// (some hold thousands, and `find` hands out pointers to values).
+// (some hold thousands, and `find` hands out pointers to values). The containers' nodes and
+// arrays come from the framework's pool (Pool.h), as entities and signal slots do: a change
+// drops and makes many of the same sizes at once.
 
 #include <algorithm>
 #include <cstddef>
@@ -48,6 +50,7 @@
 #include "platform/vorn/Exception.h"
 #include "platform/vorn/FlatSet.h"
 #include "platform/vorn/Name.h"
+#include "platform/vorn/Pool.h"
 #include "platform/vorn/Ptr.h"
 #include "platform/vorn/Signal.h"
 
@@ -81,17 +84,19 @@ class KeepAlive {
 // Container choice for a collection: hash, or ordered by the key's operator<. A hashed
 // collection iterates in an order that is repeatable for a given sequence of writes but
 // depends on that history; walk it through sortedKeys() wherever the order shows.
+// Nodes come from the framework's pool (Pool.h).
 struct Hashed {
     template <class K>
-    using Set = std::unordered_set<K>;
+    using Set = std::unordered_set<K, std::hash<K>, std::equal_to<K>, PoolAllocator<K>>;
     template <class K, class V>
-    using Map = std::unordered_map<K, V>;
+    using Map = std::unordered_map<K, V, std::hash<K>, std::equal_to<K>,
+                                   PoolAllocator<std::pair<const K, V>>>;
 };
 struct Ordered {
     template <class K>
     using Set = FlatSet<K>;
     template <class K, class V>
-    using Map = std::map<K, V>;
+    using Map = std::map<K, V, std::less<K>, PoolAllocator<std::pair<const K, V>>>;
 };
 
 // A field keeps no pointer to its entity of its own: its signal records it (see Signal.h) and

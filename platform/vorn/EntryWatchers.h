@@ -108,8 +108,11 @@ class EntryWatchers {
     Hooks hooks_;
     // Looked up only (by the watched collection's key, on every change of it): its order never
     // shows, so it is hashed where the key has a hash.
-    using Watchers = std::conditional_t<std::is_default_constructible_v<std::hash<K>>,
-                                        std::unordered_map<K, Entry>, std::map<K, Entry>>;
+    using Watchers = std::conditional_t<
+        std::is_default_constructible_v<std::hash<K>>,
+        std::unordered_map<K, Entry, std::hash<K>, std::equal_to<K>,
+                           PoolAllocator<std::pair<const K, Entry>>>,
+        std::map<K, Entry, std::less<K>, PoolAllocator<std::pair<const K, Entry>>>>;
     Watchers watchers_;
     Subscription sub_;
 };

@@ -35,6 +35,9 @@ inline std::ostream& operator<<(std::ostream& os, const Name& n) {
     return os << n.str();
 }
 
+template <>
+inline constexpr bool kTriviallyRelocatable<Name> = kTriviallyRelocatable<Atom>;
+
 // The parts as they stream, one after the other: words("Chip-", 2, " has ", n, " ids").
 template <class... Parts>
 std::string words(const Parts&... parts) {

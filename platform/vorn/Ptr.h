@@ -2,11 +2,14 @@
 // Intrusive reference counting. Entities and state machines derive from PtrInterface and are
 // shared through Ptr<T>; the object is deleted when the last Ptr lets go. Single-threaded by
 // design (the agent runs on one event loop), so the count is a plain integer.
+// Objects are allocated from the framework's pool (Pool.h): many are made and dropped together.
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <utility>
+
+#include "platform/vorn/Pool.h"
 
 namespace Vorn {
 
@@ -16,6 +19,10 @@ class PtrInterface {
     PtrInterface(const PtrInterface&) : refs_(0) {}
     PtrInterface& operator=(const PtrInterface&) { return *this; }
     virtual ~PtrInterface() = default;
+
+    // The virtual destructor hands the dynamic type's size to the delete.
+    static void* operator new(size_t bytes) { return Pool::allocate(bytes); }
+    static void operator delete(void* p, size_t bytes) { Pool::release(p, bytes); }
 
     uint32_t references() const { return refs_; }
     void newRef() const { ++refs_; }

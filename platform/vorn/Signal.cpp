@@ -7,12 +7,12 @@
 namespace Vorn {
 
 SignalBase::Storage* SignalBase::allocateStorage(uint32_t capacity) {
-    void* block = ::operator new(sizeof(Storage) + capacity * sizeof(Node*));
+    void* block = Pool::allocate(storageBytes(capacity));
     return new (block) Storage;
 }
 
 void SignalBase::freeStorage(Storage* s) {
-    ::operator delete(s);  // trivially destructible: nothing in it to destroy
+    Pool::release(s, storageBytes(s->capacity));  // trivially destructible
 }
 
 SignalBase::~SignalBase() {

@@ -15,7 +15,7 @@
 // Most signals never get a slot (an entity has a signal per field), so an unconnected signal
 // is one word, its owner, and emitting on it is a single test. The first connection allocates
 // the slots' storage (one block: counts and node pointers), which records the owner; the
-// storage goes again with the last slot.
+// storage goes again with the last slot. Nodes and storage come from the framework's pool.
 // The owner, when there is one, is the reference-counted object holding the signal: an
 // emission holds a reference to it, so a slot may drop the owner's last other reference
 // without anything dangling. A signal without an owner is kept alive by whoever emits.
@@ -27,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/vorn/Pool.h"
 #include "platform/vorn/Ptr.h"
 
 namespace Vorn {
@@ -50,6 +51,8 @@ class SignalBase {
   protected:
     struct Node {
         virtual ~Node() = default;
+        static void* operator new(size_t bytes) { return Pool::allocate(bytes); }
+        static void operator delete(void* p, size_t bytes) { Pool::release(p, bytes); }
         SignalBase* signal = nullptr;
         Subscription* owner = nullptr;
         uint32_t index = 0;  // in Storage::nodes
@@ -108,6 +111,9 @@ class SignalBase {
     void compact();
     // Room for one more node: the storage made, or moved to twice the room.
     Storage* grow();
+    static size_t storageBytes(uint32_t capacity) {
+        return sizeof(Storage) + capacity * sizeof(Node*);
+    }
     static Storage* allocateStorage(uint32_t capacity);
     static void freeStorage(Storage* s);
     uintptr_t word_;
