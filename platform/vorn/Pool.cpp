@@ -50,8 +50,10 @@ struct FreeLists {
     bool exitHooked;
 };
 
-// The library is linked, not loaded later: its few hundred bytes of thread storage can sit in
-// the initial block, reached without a call on every allocation.
+// About 400 bytes of thread storage in the initial block, reached without a call on every
+// allocation. A process that loads the library with dlopen() takes them from the static TLS
+// space the C library reserves for such loads (512 bytes by default in glibc, raised with the
+// glibc.rtld.optional_static_tls tunable).
 __attribute__((tls_model("initial-exec"))) thread_local FreeLists lists;
 
 struct GiveBackAtExit {
