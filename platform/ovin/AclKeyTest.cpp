@@ -11,12 +11,26 @@
 #include <stdexcept>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "platform/vorn/Exception.h"
 
 namespace Ovin {
 namespace {
+
+AclKey key(std::string name, Acl::AclType type, Acl::AclDirection direction, bool flag,
+           std::optional<int> vlan, const char* tag) {
+    AclKey k;
+    k.name = std::move(name);
+    k.type = type;
+    k.direction = direction;
+    k.flag = flag;
+    if (vlan)
+        k.vlanId = Bridging::VlanId(*vlan);
+    k.tag = Vorn::Name(tag);
+    return k;
+}
 
 TEST(AclKey, EveryFieldDistinguishesKeys) {
     AclKey base;
@@ -45,18 +59,6 @@ TEST(AclKey, EveryFieldDistinguishesKeys) {
 // The order between keys of one name, field by field: each key sorts after every key above
 // it, so a field dominates those below it (VLANs across a byte boundary included).
 TEST(AclKey, FieldsOrderByPrecedence) {
-    auto key = [](const char* name, Acl::AclType type, Acl::AclDirection direction, bool flag,
-                  std::optional<int> vlan, const char* tag) {
-        AclKey k;
-        k.name = name;
-        k.type = type;
-        k.direction = direction;
-        k.flag = flag;
-        if (vlan)
-            k.vlanId = Bridging::VlanId(*vlan);
-        k.tag = Vorn::Name(tag);
-        return k;
-    };
     const auto ip = Acl::aclTypeIpv4;
     const auto in = Acl::aclDirectionIn;
     const struct {
@@ -75,7 +77,8 @@ TEST(AclKey, FieldsOrderByPrecedence) {
         {"out, every lower field set", key("acl", ip, Acl::aclDirectionOut, true, 4094, "z")},
         {"ipv6", key("acl", Acl::aclTypeIpv6, in, false, {}, "")},
         {"mac", key("acl", Acl::aclTypeMac, in, false, {}, "")},
-        {"mac, every lower field set", key("acl", Acl::aclTypeMac, Acl::aclDirectionOut, true, 4094, "z")},
+        {"mac, every lower field set",
+         key("acl", Acl::aclTypeMac, Acl::aclDirectionOut, true, 4094, "z")},
         {"next name", key("acm", ip, in, false, {}, "")},
     };
     for (size_t i = 0; i < std::size(ascending); ++i) {
@@ -91,18 +94,6 @@ TEST(AclKey, FieldsOrderByPrecedence) {
 }
 
 TEST(AclKey, PrintedFormReadsBack) {
-    auto key = [](std::string name, Acl::AclType type, Acl::AclDirection direction, bool flag,
-                  std::optional<int> vlan, const char* tag) {
-        AclKey k;
-        k.name = std::move(name);
-        k.type = type;
-        k.direction = direction;
-        k.flag = flag;
-        if (vlan)
-            k.vlanId = Bridging::VlanId(*vlan);
-        k.tag = Vorn::Name(tag);
-        return k;
-    };
     const struct {
         const char* name;
         AclKey key;
