@@ -60,19 +60,27 @@ class AclPhyIntfColl : public Vorn::Entity {
     VORN_ENTITY_MAP(Zamu::IntfId, PhyIntfMapping, phyIntfMapping)
 };
 
+class AclIntfColl : public Vorn::Entity {
+    OVINMIREL_INDEX_VALUE_(AclIntfColl, Ovin::AclKey, aclKey)
+    VORN_ORDERED_SET(Zamu::IntfId, intfId)
+};
+
 class ChipIntfMapping : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(ChipIntfMapping, Mirel::ChipId, chipId)
     VORN_ORDERED_SET(Zamu::IntfId, intfId)
+
+  private:
+    // Under aclChipMapping[acl] only: its mirror chipAclMapping[chip].aclIntfMapping[acl],
+    // which holds the same interfaces. IndexSmBase, their writer, links them when it creates
+    // the pair and unlinks them when one goes, so that a change of one ACL on one chip reaches
+    // the second entry without a search of the chip's ACLs. Null when not known.
+    friend class IndexSmBase;
+    Vorn::Ptr<AclIntfColl> mirror_;
 };
 
 class AclChipColl : public Vorn::Entity {
     OVINMIREL_INDEX_VALUE_(AclChipColl, Ovin::AclKey, aclKey)
     VORN_ENTITY_MAP(Mirel::ChipId, ChipIntfMapping, chipIntfMapping)
-};
-
-class AclIntfColl : public Vorn::Entity {
-    OVINMIREL_INDEX_VALUE_(AclIntfColl, Ovin::AclKey, aclKey)
-    VORN_ORDERED_SET(Zamu::IntfId, intfId)
 };
 
 class ChipAclColl : public Vorn::Entity {

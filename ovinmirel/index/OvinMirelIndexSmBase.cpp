@@ -76,10 +76,10 @@ void IndexSmBase::updateAclPhyIntfMappingDeleted(AclEntries& acl, const Zamu::In
         updateChipAclMapping2(acl, phyIntf, false);
         updateIntfAclMappingDeleted(acl.acl_, phyIntf);
     }
-    acl.phyIntfs_->phyIntfMappingDelMember(phyIntf, [&](PhyIntfMapping& m) {
-        m.parentIntfIdDel(parentIntf);
-        return m.parentIntfIds();
-    });
+    // The entry found above: nothing the walk above wakes writes the Index.
+    parents->parentIntfIdDel(parentIntf);
+    if (!parents->parentIntfIds())
+        acl.phyIntfs_->phyIntfMappingDel(phyIntf);
     if (!acl.phyIntfs_->phyIntfMappings()) {
         index_->aclPhyIntfMappingDel(acl.acl_);
         acl.phyIntfs_ = nullptr;
@@ -106,9 +106,10 @@ void IndexSmBase::updateChipAclMapping1(const Zamu::IntfId& intf, const Mirel::C
     if (!intfAclColl)
         return;
     // The walk writes only the chip mappings, never intfAclMapping. The chip's entry is the
-    // same for every ACL: looked up once, it passes from one ACL's entries to the next (null
-    // once the last ACL has left the chip, created by the first to come).
-    Vorn::Ptr<ChipAclColl> chipAcls = index_->chipAclMapping(chip);
+    // same for every ACL: looked up by the first that needs it (one whose pair of entries is
+    // not linked yet, or goes), it passes from one ACL's entries to the next (null once the
+    // last ACL has left the chip, created by the first to come).
+    Vorn::Ptr<ChipAclColl> chipAcls;
     for (const Ovin::AclKey& key : intfAclColl->aclKey()) {
         AclEntries acl(key);
         acl.chip_ = chip;
@@ -144,10 +145,13 @@ void IndexSmBase::handleAclIntfChipMappingAdded(AclEntries& acl, const Zamu::Int
         acl.chipIntfs_ = acl.chips_->chipIntfMappingIs(chip);
     }
     acl.chipIntfs_->intfIdIs(intf);
+    if (!acl.chipAclIntfs_)
+        acl.chipAclIntfs_ = acl.chipIntfs_->mirror_;
     if (!acl.chipAclIntfs_) {
         if (!acl.chipAcls_)
             acl.chipAcls_ = index_->chipAclMappingIs(chip);
         acl.chipAclIntfs_ = acl.chipAcls_->aclIntfMappingIs(acl.acl_);
+        acl.chipIntfs_->mirror_ = acl.chipAclIntfs_;
     }
     acl.chipAclIntfs_->intfIdIs(intf);
     FLINQ(th, 8,
@@ -168,6 +172,9 @@ void IndexSmBase::handleAclIntfChipMappingDeleted(AclEntries& acl, const Zamu::I
             acl.chipIntfs_ = acl.chips_->chipIntfMapping(chip);
     }
     if (acl.chipIntfs_) {
+        // Taken before the entry may go, and its link with it.
+        if (!acl.chipAclIntfs_)
+            acl.chipAclIntfs_ = acl.chipIntfs_->mirror_;
         acl.chipIntfs_->intfIdDel(intf);
         if (!acl.chipIntfs_->intfIds()) {
             acl.chipIntfs_ = nullptr;
@@ -178,7 +185,7 @@ void IndexSmBase::handleAclIntfChipMappingDeleted(AclEntries& acl, const Zamu::I
             }
         }
     }
-    // The reverse mapping is cleaned second.
+    // The reverse mapping is cleaned second; the chip's entry is looked up only when needed.
     if (!acl.chipAclIntfs_) {
         if (!acl.chipAcls_)
             acl.chipAcls_ = index_->chipAclMapping(chip);
@@ -189,6 +196,13 @@ void IndexSmBase::handleAclIntfChipMappingDeleted(AclEntries& acl, const Zamu::I
         acl.chipAclIntfs_->intfIdDel(intf);
         if (!acl.chipAclIntfs_->intfIds()) {
             acl.chipAclIntfs_ = nullptr;
+            // An entry of the ACL's left behind (the two disagreed) must not keep the link.
+            if (acl.chipIntfs_)
+                acl.chipIntfs_->mirror_ = nullptr;
+            if (!acl.chipAcls_)
+                acl.chipAcls_ = index_->chipAclMapping(chip);
+            if (!acl.chipAcls_)
+                return;
             acl.chipAcls_->aclIntfMappingDel(acl.acl_);
             if (!acl.chipAcls_->aclIntfMappings()) {
                 acl.chipAcls_ = nullptr;

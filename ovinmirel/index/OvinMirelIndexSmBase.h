@@ -12,7 +12,8 @@
 // Invariants kept (numbering of OvinMirelIndex.h):
 //  1. Get-or-create on add; the routine that removes the last member deletes the entry, then
 //     the entry above it when that became empty.
-//  2. aclChipMapping and chipAclMapping are written together, the reverse one second.
+//  2. aclChipMapping and chipAclMapping are written together, the reverse one second; the
+//     ACL's entry for a chip links to the chip's entry for the ACL while both are there.
 //  4. Reference counting by parent: an ACL leaves a physical interface only when the last
 //     configured interface (the port itself, a sub-interface, a VLAN interface) that carried
 //     it there is gone. Adds and deletes are idempotent.
@@ -65,8 +66,10 @@ class IndexSmBase : public Vorn::PtrInterface {
     // VLAN's or a sub-interface's members): each is looked up once, and the chip's pair of
     // entries is kept while the interfaces stay on one chip (they come in order, so a chip's
     // ports in a run); a walk of one interface's ACLs hands the chip's entry on from one ACL
-    // to the next. Lives for one change, on its writer's stack: only that writer writes these
-    // entries meanwhile, and it forgets an entry when it deletes it.
+    // to the next. The chip's side of the pair is reached through the ACL's (its mirror link),
+    // so a chip's ACLs are searched only to create or delete an entry there. Lives for one
+    // change, on its writer's stack: only that writer writes these entries meanwhile, and it
+    // forgets an entry when it deletes it.
     class AclEntries {
       public:
         explicit AclEntries(const Ovin::AclKey& acl) : acl_(acl) {}

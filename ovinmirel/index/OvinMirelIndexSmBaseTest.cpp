@@ -132,5 +132,24 @@ TEST_F(IndexSmBaseTest, AWithdrawalUndoesTheAddInReverse) {
     }
 }
 
+// The ACL's entry for a chip reaches the chip's entry for the ACL through a link. When the two
+// disagree and only the chip's goes, the link must go with it: the next add re-creates the
+// chip's entry instead of writing to the one no longer in the Index.
+TEST_F(IndexSmBaseTest, AChipEntryThatWentAloneIsCreatedAgain) {
+    w.onChip("Ethernet2", 1);
+    w.index->chipIntfMappingIs(Mirel::ChipId(1))->intfIdIs("Ethernet1");
+    BareIndexSm::AclEntries added(a);
+    sm->updateAclPhyIntfMappingAdded(added, "Ethernet1", "Ethernet1");
+    // Not written by any machine: the ACL's side holds a port the chip's side lacks.
+    w.index->aclChipMapping(a)->chipIntfMapping(Mirel::ChipId(1))->intfIdIs("Ethernet2");
+    BareIndexSm::AclEntries deleted(a);
+    sm->updateAclPhyIntfMappingDeleted(deleted, "Ethernet1", "Ethernet1");
+    EXPECT_EQ(w.facts("chipAclMapping"), Facts{});
+    BareIndexSm::AclEntries again(a);
+    sm->updateAclPhyIntfMappingAdded(again, "Ethernet1", "Ethernet1");
+    EXPECT_EQ(w.facts("chipAclMapping"),
+              Facts{"chipAclMapping[1].aclIntfMapping[a/ip/in].intfId[Ethernet1]"});
+}
+
 }  // namespace
 }  // namespace OvinMirel
