@@ -311,7 +311,8 @@ class AclSm : public Vorn::StateMachine {
     // Takes the ACL out of the helper: unbinds it from its interfaces other than `rebound`
     // (those the version re-created next binds again), then removeAcl and destroyAcl.
     void tearDown(const AclData& data, const std::set<Zamu::IntfId>& rebound = {});
-    std::set<Zamu::IntfId> supportedIntfs(const AclKey& key, const Vorn::FlatSet<Zamu::IntfId>& want,
+    std::set<Zamu::IntfId> supportedIntfs(const AclKey& key,
+                                          const Vorn::FlatSet<Zamu::IntfId>& want,
                                           const std::set<Zamu::IntfId>& have);
     void requestDpAclUpdate();
     void handleDpAclUpdateTime();
