@@ -65,10 +65,11 @@ class OvinMirelAcl : public Vorn::Entity {
     void macRuleByIdIs(const Mirel::AceIndex& k, const Mirel::MacRuleConfig& v) {
         macRuleById_.is(k, v);
     }
-    // Hashed, as the data model has them; walked in key order (sortedKeys) where it shows.
-    VORN_SET(Zamu::IntfId, ethIntf)
-    VORN_SET(Zamu::IntfId, subIntf)
-    VORN_SET(Zamu::IntfId, vlanIntf)
+    // Ordered (sorted arrays): an ACL is bound to a few to a few hundred interfaces, which a
+    // hashed set would hold at a node and a bucket each. Walked through sortedKeys, a copy.
+    VORN_ORDERED_SET(Zamu::IntfId, ethIntf)
+    VORN_ORDERED_SET(Zamu::IntfId, subIntf)
+    VORN_ORDERED_SET(Zamu::IntfId, vlanIntf)
     VORN_MAP(Acl::UniqueId, uint32_t, ruleNum)
     VORN_MAP(Zamu::IpProto, uint32_t, ruleCountByProtocol)
 

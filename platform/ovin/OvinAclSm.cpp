@@ -206,7 +206,7 @@ std::string AclSm::keyProblem(const AclKey& key, const Zamu::IntfId& intf) const
 }
 
 AclSm::Desired AclSm::desiredOf(const AclKey& key,
-                                const std::set<Acl::AclBinding>& bindings) const {
+                                const Vorn::FlatSet<Acl::AclBinding>& bindings) const {
     Desired d;
     for (const Acl::AclBinding& binding : bindings) {
         const Zamu::IntfId& intf = binding.intf;
@@ -214,8 +214,10 @@ AclSm::Desired AclSm::desiredOf(const AclKey& key,
         if (d.problem.empty())
             d.problem = keyProblem(key, intf);
         if (Zamu::PortChannelIntfId::isPortChannelIntfId(intf)) {
-            if (auto lag = lagMembers_.find(intf); lag != lagMembers_.end())
-                d.intf.insert(lag->second.begin(), lag->second.end());
+            if (auto lag = lagMembers_.find(intf); lag != lagMembers_.end()) {
+                for (const Zamu::IntfId& member : lag->second)
+                    d.intf.insert(member);
+            }
         } else if (Zamu::EthIntfId::isEthIntfId(intf)) {
             // A member port takes its port-channel's ACLs; its own wait until it leaves.
             if (!lagOfPort_.contains(intf))
@@ -525,7 +527,8 @@ std::optional<AclSm::Failure> AclSm::build(const AclKey& key, const VersionPtr& 
     return std::nullopt;
 }
 
-std::set<Zamu::IntfId> AclSm::supportedIntfs(const AclKey& key, const std::set<Zamu::IntfId>& want,
+std::set<Zamu::IntfId> AclSm::supportedIntfs(const AclKey& key,
+                                             const Vorn::FlatSet<Zamu::IntfId>& want,
                                              const std::set<Zamu::IntfId>& have) {
     std::set<Zamu::IntfId> out;
     for (const Zamu::IntfId& intf : want) {
@@ -666,7 +669,7 @@ void AclSm::runUpdate() {
         auto d = desired.find(key);
         if (built.contains(key) || d == desired.end() || !d->second.problem.empty())
             continue;
-        std::set<Zamu::IntfId> more;
+        Vorn::FlatSet<Zamu::IntfId> more;
         for (const Zamu::IntfId& intf : d->second.intf) {
             if (!inst.data.intf.contains(intf))
                 more.insert(intf);

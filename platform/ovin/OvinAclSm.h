@@ -131,6 +131,7 @@
 #include "platform/ovin/OvinHelperAclHelper.h"
 #include "platform/vorn/Clock.h"
 #include "platform/vorn/EntryWatchers.h"
+#include "platform/vorn/FlatSet.h"
 #include "platform/vorn/StateMachine.h"
 
 namespace Ovin {
@@ -270,7 +271,7 @@ class AclSm : public Vorn::StateMachine {
     // Where the bindings say an ACL belongs, or why it cannot be installed.
     struct Desired {
         Acl::AclConfigKey configKey;
-        std::set<Zamu::IntfId> intf;
+        Vorn::FlatSet<Zamu::IntfId> intf;
         std::string problem;
     };
     struct Failure {
@@ -291,7 +292,7 @@ class AclSm : public Vorn::StateMachine {
     // returns the keys whose desired state may differ from what the helper holds.
     std::set<AclKey> refreshDesired();
     void refreshLags(std::set<Zamu::IntfId>& changed);
-    Desired desiredOf(const AclKey& key, const std::set<Acl::AclBinding>& bindings) const;
+    Desired desiredOf(const AclKey& key, const Vorn::FlatSet<Acl::AclBinding>& bindings) const;
     std::string keyProblem(const AclKey& key, const Zamu::IntfId& intf) const;
     // Null when the ACL is not configured. A version equal to the last one computed for the
     // ACL is that one.
@@ -310,7 +311,8 @@ class AclSm : public Vorn::StateMachine {
     // Takes the ACL out of the helper: unbinds it from its interfaces other than `rebound`
     // (those the version re-created next binds again), then removeAcl and destroyAcl.
     void tearDown(const AclData& data, const std::set<Zamu::IntfId>& rebound = {});
-    std::set<Zamu::IntfId> supportedIntfs(const AclKey& key, const std::set<Zamu::IntfId>& want,
+    std::set<Zamu::IntfId> supportedIntfs(const AclKey& key,
+                                          const Vorn::FlatSet<Zamu::IntfId>& want,
                                           const std::set<Zamu::IntfId>& have);
     void requestDpAclUpdate();
     void handleDpAclUpdateTime();
@@ -339,13 +341,14 @@ class AclSm : public Vorn::StateMachine {
     // What the configuration asks for, kept between updates and refreshed for what changed:
     // the key of each binding, the bindings of each key, the keys of each configured ACL, the
     // desired state per key (interfaces before the hardware's per-interface check), who holds
-    // each interface's slot, and the port-channel membership it was computed with.
+    // each interface's slot, and the port-channel membership it was computed with. The inner
+    // sets are flat: they are kept per binding and per interface, and most hold one member.
     using Slot = std::tuple<Zamu::IntfId, Acl::AclType, Acl::AclDirection>;
     std::map<Acl::AclBinding, AclKey> keyOfBinding_;
-    std::map<AclKey, std::set<Acl::AclBinding>> bindingsOfKey_;
-    std::map<Acl::AclConfigKey, std::set<AclKey>> keysOfConfig_;
+    std::map<AclKey, Vorn::FlatSet<Acl::AclBinding>> bindingsOfKey_;
+    std::map<Acl::AclConfigKey, Vorn::FlatSet<AclKey>> keysOfConfig_;
     std::map<AclKey, Desired> desired_;
-    std::map<Slot, std::set<AclKey>> slot_;
+    std::map<Slot, Vorn::FlatSet<AclKey>> slot_;
     std::map<Zamu::IntfId, std::set<Zamu::IntfId>> lagMembers_;
     std::map<Zamu::IntfId, Zamu::IntfId> lagOfPort_;
     // What changed since the last update (from the watchers).

@@ -106,9 +106,11 @@ class Large : public Small {
 TEST(VornPool, AnEntityGoesBackAtItsDynamicSize) {
     if (!Vorn::Pool::pooling())
         GTEST_SKIP() << "every block passes through";
+    // Counted once the entity is made: making it may take a block its class keeps (after other
+    // tests of this process have returned some).
+    Vorn::Ptr<Small> e = Vorn::make<Large>();
     const size_t largeBefore = Vorn::Pool::keptBlocks(sizeof(Large));
     const size_t smallBefore = Vorn::Pool::keptBlocks(sizeof(Small));
-    Vorn::Ptr<Small> e = Vorn::make<Large>();
     void* block = e.ptr();
     e = nullptr;
     EXPECT_EQ(Vorn::Pool::keptBlocks(sizeof(Small)), smallBefore);
