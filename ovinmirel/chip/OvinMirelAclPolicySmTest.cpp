@@ -253,7 +253,7 @@ TEST(AclPolicySm, RemovingTheLastAclOfAnInterfaceDeletesItsEntry) {
         cap.has("        removing p6/ipv6/in Ethernet1 from intfAclMapping, deleting "
                 "intfAclMapping"));
     EXPECT_TRUE(cap.has("    no intfAclMapping"));
-    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->aclPhyIntfStatuss(), 0u);
+    EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
 }
 
 TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
@@ -412,7 +412,7 @@ TEST(AclPolicySm, TheChipLeavingTheIndexWithdrawsEverythingAndComingBackRestores
     EXPECT_TRUE(cap.has("  chipIntfMapping is removed"));
     EXPECT_TRUE(cap.has("    no chipIntfMapping"));
     EXPECT_EQ(w.status(1), Facts{});
-    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->aclPhyIntfStatuss() + w.sm->vlanAclPhyIntfStatuss() +
+    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->vlanAclPhyIntfStatuss() +
                   w.sm->subIntfAclPhyIntfStatuss() + w.sm->errIntfs(),
               0u);
     cap.clear();
