@@ -65,8 +65,11 @@ AclPolicySmPending::Run AclPolicySmPending::takeAll() {
 }
 
 AclPolicySmPending::Run::~Run() {
+    // A burst's worth of room is kept, not the room of the largest burst ever (a full review
+    // of every interface): that goes.
+    constexpr size_t kKept = 64;
     entries_.clear();
-    if (entries_.capacity() > owner_.spare_.capacity())
+    if (entries_.capacity() <= kKept && entries_.capacity() > owner_.spare_.capacity())
         owner_.spare_.swap(entries_);
 }
 
