@@ -1,5 +1,6 @@
 #include "ovinmirel/chip/OvinMirelChipAclWatcher.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace OvinMirel {
@@ -59,6 +60,12 @@ void AclPolicySm::ChipAclWatcher::handleParents(const PhyIntfMapping& mapping) {
     sm_->handleAclPhyIntf(acl_, intf);
 }
 
+std::vector<AclPolicySm::ChipAclWatcher::Parents>::iterator AclPolicySm::ChipAclWatcher::parentsOf(
+    const Zamu::IntfId& intf) {
+    return std::lower_bound(parents_.begin(), parents_.end(), intf,
+                            [](const Parents& p, const Zamu::IntfId& i) { return p.intf < i; });
+}
+
 void AclPolicySm::ChipAclWatcher::watchParents(const Zamu::IntfId& intf) {
     const Vorn::Ptr<PhyIntfMapping> mapping =
         phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
@@ -70,11 +77,17 @@ void AclPolicySm::ChipAclWatcher::watchParents(const Zamu::IntfId& intf) {
     // handler fits in the function object itself: one of these per (ACL, interface).
     Vorn::Subscription sub = mapping->parentIntfIdNotify(
         [this, m = mapping.ptr()](const Zamu::IntfId&) { handleParents(*m); });
-    parents_.insert_or_assign(intf, std::move(sub));
+    auto it = parentsOf(intf);
+    if (it != parents_.end() && it->intf == intf)
+        it->sub = std::move(sub);
+    else
+        parents_.insert(it, Parents{intf, std::move(sub)});
 }
 
 void AclPolicySm::ChipAclWatcher::unwatchParents(const Zamu::IntfId& intf) {
-    parents_.erase(intf);
+    auto it = parentsOf(intf);
+    if (it != parents_.end() && it->intf == intf)
+        parents_.erase(it);
 }
 
 void AclPolicySm::ChipAclWatcher::watchMappings() {

@@ -8,9 +8,9 @@
 // Writes:  nothing; every change it sees schedules a review of the interface concerned under
 //          the ACL (AclPolicySm::handleAclPhyIntf), which reads the index again.
 // Invariants (between notifications):
-//  1. parents_ holds exactly the interfaces of the entry that have a mapping in phyIntfs_
-//     (but for one whose mapping was left without parents), each with one subscription to
-//     that mapping's parents. It is hashed: looked up per interface, never walked.
+//  1. parents_ holds, in interface order, exactly the interfaces of the entry that have a
+//     mapping in phyIntfs_ (but for one whose mapping was left without parents), each with
+//     one subscription to that mapping's parents.
 //  2. mappingSub_ is connected exactly while phyIntfs_ is set and some interface of the entry
 //     is missing from parents_, not counting one whose last parent went (it leaves the
 //     entry next).
@@ -23,10 +23,11 @@
 // Owns: its subscriptions; holds the entry and the ACL's mappings (so they outlive their
 // removal from the Index while it lives). REQUIRES: the machine outlives it.
 
+#include <vector>
+
 #include "ovinmirel/chip/OvinMirelAclPolicySm.h"
 #include "ovinmirel/index/OvinMirelIndex.h"
 #include "platform/ovin/AclKey.h"
-#include "platform/vorn/Entity.h"
 #include "platform/vorn/Signal.h"
 #include "platform/zamu/IntfId.h"
 
@@ -42,11 +43,18 @@ class AclPolicySm::ChipAclWatcher {
     void handleAclPhyIntfColl();
 
   private:
+    // The parent subscription of one interface, in interface order.
+    struct Parents {
+        Zamu::IntfId intf;
+        Vorn::Subscription sub;
+    };
+
     void follow();
     void handleIntf(const Zamu::IntfId& intf);
     // A mapping under the ACL came or went while some interface here had none.
     void handleMapping(const Zamu::IntfId& intf);
     void handleParents(const PhyIntfMapping& mapping);
+    std::vector<Parents>::iterator parentsOf(const Zamu::IntfId& intf);
     void watchParents(const Zamu::IntfId& intf);
     void unwatchParents(const Zamu::IntfId& intf);
     // Keeps invariant 2.
@@ -59,9 +67,8 @@ class AclPolicySm::ChipAclWatcher {
     // The ACL's entry of Index.aclPhyIntfMapping, whose interfaces on this chip are watched.
     Vorn::Ptr<AclPhyIntfColl> phyIntfs_;
     Vorn::Subscription mappingSub_;
-    // The interfaces of entry_ that have a mapping under the ACL, each with its subscription
-    // (a node each, which stays put: an interface coming or going moves no other).
-    Vorn::Hashed::Map<Zamu::IntfId, Vorn::Subscription> parents_;
+    // The interfaces of entry_ that have a mapping under the ACL, each with its subscription.
+    std::vector<Parents> parents_;
 };
 
 }  // namespace OvinMirel
