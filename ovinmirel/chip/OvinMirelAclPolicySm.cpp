@@ -269,8 +269,8 @@ void AclPolicySm::scheduleAclReview(const Zamu::IntfId& intfId, const Ovin::AclK
 void AclPolicySm::scheduleIntfAclPolicyReview() {
     if (!initialized())
         return;
-    // The chip's interface set is hashed; the queue orders what it receives, so its walk
-    // order never shows.
+    // Every interface of the chip (an ordered set); the queue orders what it receives anyway,
+    // so the walks below may schedule in any order.
     if (Vorn::Ptr<ChipIntfMapping> mapping = chipIntfMapping()) {
         for (const Zamu::IntfId& intf : mapping->intfId())
             scheduleIntfAclPolicyReview(intf);
@@ -312,13 +312,15 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
         addAclsOfKinds(intfId, Mask(reviewed->second.value() ^ review.policy.value()),
                        pending.acls);
     // Where each ACL looked at is to reach the interface, in the order of its walk: looked up
-    // once for the whole review (the status writes below never change the index).
-    std::vector<Vorn::Ptr<PhyIntfMapping>> wanted;
+    // once for the whole review, and held bare (the status writes below never change the
+    // index). The vector is the machine's, lent to the review, so reviews do not allocate.
+    WantedLease lease(wanted_);
+    std::vector<const PhyIntfMapping*>& wanted = lease.wanted();
     auto lookUpWanted = [&](const auto& keys) {
         wanted.clear();
         wanted.reserve(keys.size());
         for (const Ovin::AclKey& key : keys)
-            wanted.push_back(wantedParents(intfId, key, review));
+            wanted.push_back(wantedParents(intfId, key, review).ptr());
     };
     if (review.acls) {
         if (reviewed != reviewedPolicy_.end())
@@ -335,7 +337,7 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
         bool phy = false;
         if (hwCapability()->routedPortRaclSharingSupported() || th.enabled(8)) {
             phy = !all && otherPhyAclInEffect(intfId, pending.acls);
-            for (const Vorn::Ptr<PhyIntfMapping>& parents : wanted)
+            for (const PhyIntfMapping* parents : wanted)
                 phy = phy || (parents && parents->parentIntfId(intfId));
         }
         review.sharedAfter = phy && shouldDoRaclSharing(intfId);
@@ -353,13 +355,13 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
     // effect the same way is neither withdrawn nor put back.
     if (all) {
         if (Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId)) {
-            for (const Ovin::AclKey& key : contribution->aclKey().keys())
+            for (const Ovin::AclKey& key : contribution->aclKey().sortedKeys())
                 withdrawAcl(intfId, key, wantedParents(intfId, key, review).ptr(), review);
         }
         if (review.acls) {
             size_t i = 0;
             for (const Ovin::AclKey& key : review.acls->aclKey()) {
-                if (const Vorn::Ptr<PhyIntfMapping>& parents = wanted[i++])
+                if (const PhyIntfMapping* parents = wanted[i++])
                     addAcl(intfId, key, *parents, review.sharedAfter);
             }
         }
@@ -367,10 +369,10 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
     }
     size_t i = 0;
     for (const Ovin::AclKey& key : pending.acls)
-        withdrawAcl(intfId, key, wanted[i++].ptr(), review);
+        withdrawAcl(intfId, key, wanted[i++], review);
     i = 0;
     for (const Ovin::AclKey& key : pending.acls) {
-        if (const Vorn::Ptr<PhyIntfMapping>& parents = wanted[i++])
+        if (const PhyIntfMapping* parents = wanted[i++])
             addAcl(intfId, key, *parents, review.sharedAfter);
     }
     return review;
@@ -541,15 +543,12 @@ void AclPolicySm::addAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                          const PhyIntfMapping& wanted, bool shared) {
     Vorn::Ptr<IntfAclStatus> contribution = intfAclStatus(intfId);
     const AclParentIntfSet* found = contribution ? contribution->aclKey(aclKey) : nullptr;
-    // In effect through every wanted parent already (and so listed in aclPhyIntfStatus): a
-    // review that looks at an unchanged ACL writes nothing.
+    // In effect through every wanted parent already: a review that looks at an unchanged ACL
+    // writes nothing.
     if (found &&
         std::all_of(wanted.parentIntfId().begin(), wanted.parentIntfId().end(),
                     [&](const Zamu::IntfId& p) { return found->parentIntfId().contains(p); }))
         return;
-    Vorn::Ptr<AclPhyIntfSet> aclPhyIntf = aclPhyIntfStatusIs(aclKey);
-    VORN_ASSERT(aclPhyIntf);
-    aclPhyIntf->phyIntfIs(intfId);
     if (!contribution)
         contribution = intfAclStatusIs(intfId);
     AclParentIntfSet parents = found ? *found : AclParentIntfSet();
@@ -725,7 +724,7 @@ void AclPolicySm::deleteIntfStatus(const Zamu::IntfId& intfId) {
     StatusWrites writes(*this);
     IntfReview nothing;
     nothing.sharedBefore = aclPolicyStatus()->routedPortSharedAclMapping(intfId) != nullptr;
-    for (const Ovin::AclKey& key : contribution->aclKey().keys())
+    for (const Ovin::AclKey& key : contribution->aclKey().sortedKeys())
         withdrawAcl(intfId, key, nullptr, nothing);
 }
 
@@ -769,10 +768,6 @@ void AclPolicySm::withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& ac
         return;
     }
     contribution->aclKeyDel(aclKey);
-    aclPhyIntfStatusDelMember(aclKey, [&](AclPhyIntfSet& intfs) {
-        intfs.phyIntfDel(intfId);
-        return intfs.phyIntfs();
-    });
     if (!contribution->aclKeys())
         intfAclStatusDel(intfId);
 }

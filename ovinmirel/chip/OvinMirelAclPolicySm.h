@@ -65,8 +65,8 @@
 
 namespace OvinMirel {
 
-// The physical interfaces through which one ACL is in effect at one place. The ACL is the
-// key it sits under; it is not stored again.
+// The physical interfaces through which one ACL is in effect at one VLAN or sub-interface. The
+// ACL is the key it sits under; it is not stored again.
 class AclPhyIntfSet : public Vorn::Entity {
     VORN_ENTITY("OvinMirel::AclPhyIntfSet")
   public:
@@ -167,7 +167,9 @@ class IntfAclStatus : public Vorn::Entity {
     explicit IntfAclStatus(const Zamu::IntfId& intfId) : intfId_(intfId) {}
     const Zamu::IntfId& intfId() const { return intfId_; }
 
-    VORN_ORDERED_MAP(Ovin::AclKey, AclParentIntfSet, aclKey)
+    // Hashed: a review looks its ACLs up one by one, and walks them all (in key order,
+    // through sortedKeys()) only when it withdraws the whole interface.
+    VORN_MAP(Ovin::AclKey, AclParentIntfSet, aclKey)
     // The same, taking over a set built for the purpose instead of copying it.
     void aclKeyIs(const Ovin::AclKey& aclKey, AclParentIntfSet&& parents) {
         aclKey_.is(aclKey, std::move(parents));
@@ -209,12 +211,12 @@ class AclPolicySm : public Vorn::StateMachine {
     VORN_ORDERED_SET(Zamu::IntfId, intfPolicyQueue)
     // Interfaces on which not every bound ACL is in effect. A real change (only) logs.
     VORN_ORDERED_SET(Zamu::IntfId, errIntf)
-    // Per ACL, the physical interfaces on which it has been put in effect.
-    VORN_ORDERED_ENTITY_MAP(Ovin::AclKey, AclPhyIntfSet, aclPhyIntfStatus)
     VORN_ORDERED_ENTITY_MAP(Bridging::VlanId, VlanAclPhyIntfColl, vlanAclPhyIntfStatus)
     VORN_ORDERED_ENTITY_MAP(Zamu::IntfId, SubIntfAclPhyIntfColl, subIntfAclPhyIntfStatus)
-    // The interfaces that have entries in the status, with what they contributed.
-    VORN_ORDERED_ENTITY_MAP(Zamu::IntfId, IntfAclStatus, intfAclStatus)
+    // The interfaces that have entries in the status, with what they contributed. Hashed: a
+    // review looks its interface up per ACL; the one walk (scheduling every interface) goes
+    // to the ordered queue.
+    VORN_ENTITY_MAP(Zamu::IntfId, IntfAclStatus, intfAclStatus)
 
     // Every operation below asserts "initialized()", except scheduling, which does nothing
     // before initialisation (and after handleDelete).
@@ -383,6 +385,22 @@ class AclPolicySm : public Vorn::StateMachine {
     AclPolicySmPending pending_;
     // The policy under which each interface that may contribute was last reviewed.
     std::map<Zamu::IntfId, Mask> reviewedPolicy_;
+    // The storage of a review's look-ups (reviewIntf), kept between reviews. A review takes it
+    // for its duration and gives it back, so one nested in another would only allocate.
+    std::vector<const PhyIntfMapping*> wanted_;
+    class WantedLease {
+      public:
+        explicit WantedLease(std::vector<const PhyIntfMapping*>& home)
+            : home_(home), wanted_(std::move(home)) {}
+        ~WantedLease() { home_ = std::move(wanted_); }
+        WantedLease(const WantedLease&) = delete;
+        WantedLease& operator=(const WantedLease&) = delete;
+        std::vector<const PhyIntfMapping*>& wanted() { return wanted_; }
+
+      private:
+        std::vector<const PhyIntfMapping*>& home_;
+        std::vector<const PhyIntfMapping*> wanted_;
+    };
 };
 
 class AclPolicySmColl : public Vorn::Entity {

@@ -14,6 +14,18 @@ std::vector<AclPolicySmPending::Entry>::iterator AclPolicySmPending::find(
                             [](const Entry& e, const Zamu::IntfId& i) { return e.intf < i; });
 }
 
+void AclPolicySmPending::AclKeys::insert(const Ovin::AclKey& key) {
+    if (more_.empty()) {
+        if (!hasOne_ || one_ == key) {
+            one_ = key;
+            hasOne_ = true;
+            return;
+        }
+        more_.insert(one_);
+    }
+    more_.insert(key);
+}
+
 AclPolicySmPending::Entry& AclPolicySmPending::entry(const Zamu::IntfId& intf) {
     auto it = find(intf);
     if (it == entries_.end() || it->intf != intf)
@@ -48,7 +60,17 @@ AclPolicySmPending::Review AclPolicySmPending::take(const Zamu::IntfId& intf) {
 AclPolicySmPending::Run AclPolicySmPending::takeAll() {
     std::vector<Entry> out;
     out.swap(entries_);
-    return Run(std::move(out));
+    entries_.swap(spare_);
+    return Run(*this, std::move(out));
+}
+
+AclPolicySmPending::Run::~Run() {
+    // A burst's worth of room is kept, not the room of the largest burst ever (a full review
+    // of every interface): that goes.
+    constexpr size_t kKept = 64;
+    entries_.clear();
+    if (entries_.capacity() <= kKept && entries_.capacity() > owner_.spare_.capacity())
+        owner_.spare_.swap(entries_);
 }
 
 AclPolicySmPending::Review AclPolicySmPending::Run::take(const Zamu::IntfId& intf) {

@@ -21,8 +21,23 @@ namespace OvinMirel {
 
 class AclPolicySmPending {
   public:
-    // Mostly one ACL: a sorted vector, not a node per ACL.
-    using AclKeys = Vorn::FlatSet<Ovin::AclKey>;
+    // Ascending keys, mostly one: that one is held in place (no allocation per entry); from
+    // two on, all of them are in the sorted vector.
+    class AclKeys {
+      public:
+        const Ovin::AclKey* begin() const { return more_.empty() ? &one_ : more_.begin(); }
+        const Ovin::AclKey* end() const {
+            return more_.empty() ? &one_ + (hasOne_ ? 1 : 0) : more_.end();
+        }
+        size_t size() const { return size_t(end() - begin()); }
+        bool empty() const { return begin() == end(); }
+        void insert(const Ovin::AclKey& key);
+
+      private:
+        Ovin::AclKey one_;  // meaningful while more_ is empty and hasOne_ is set
+        bool hasOne_ = false;
+        Vorn::FlatSet<Ovin::AclKey> more_;
+    };
     struct Review {
         bool all = false;
         AclKeys acls;
@@ -39,14 +54,21 @@ class AclPolicySmPending {
     // The interface's entry, removed; `all` for an interface with none (nothing says what
     // changed under it).
     Review take(const Zamu::IntfId& intf);
-    // Every entry, leaving none, for a run that reviews interfaces in ascending order.
+    // Every entry, leaving none, for a run that reviews interfaces in ascending order. When
+    // it ends it hands its storage back for a later run, so a steady flow of bursts does not
+    // allocate. REQUIRES: the AclPolicySmPending outlives it.
     class Run {
       public:
-        explicit Run(std::vector<Entry> entries) : entries_(std::move(entries)) {}
+        Run(AclPolicySmPending& owner, std::vector<Entry> entries)
+            : owner_(owner), entries_(std::move(entries)) {}
+        ~Run();
+        Run(const Run&) = delete;
+        Run& operator=(const Run&) = delete;
         // As AclPolicySmPending::take. REQUIRES: asked in ascending interface order.
         Review take(const Zamu::IntfId& intf);
 
       private:
+        AclPolicySmPending& owner_;
         std::vector<Entry> entries_;
         size_t next_ = 0;
     };
@@ -58,6 +80,8 @@ class AclPolicySmPending {
     std::vector<Entry>::iterator find(const Zamu::IntfId& intf);
 
     std::vector<Entry> entries_;
+    // Empty; the storage the last run handed back, for the next one to fill.
+    std::vector<Entry> spare_;
 };
 
 }  // namespace OvinMirel

@@ -27,6 +27,8 @@ using Mask = Mirel::AclTypeCombinationBitMask;
 
 const Ovin::AclKey kP4 = aclKey("p4");
 const Ovin::AclKey kP4Out = aclKey("p4out", Acl::aclTypeIpv4, std::nullopt, Acl::aclDirectionOut);
+const Ovin::AclKey kP4b = aclKey("p4b");
+const Ovin::AclKey kP4c = aclKey("p4c");
 const Ovin::AclKey kP6 = aclKey("p6", Acl::aclTypeIpv6);
 const Ovin::AclKey kMac = aclKey("m", Acl::aclTypeMac);
 const Ovin::AclKey kR4 = aclKey("r4", Acl::aclTypeIpv4, 100);
@@ -253,7 +255,7 @@ TEST(AclPolicySm, RemovingTheLastAclOfAnInterfaceDeletesItsEntry) {
         cap.has("        removing p6/ipv6/in Ethernet1 from intfAclMapping, deleting "
                 "intfAclMapping"));
     EXPECT_TRUE(cap.has("    no intfAclMapping"));
-    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->aclPhyIntfStatuss(), 0u);
+    EXPECT_EQ(w.sm->intfAclStatuss(), 0u);
 }
 
 TEST(AclPolicySm, AnAclEntryThatVanishesWholeHasItsInterfacesReviewed) {
@@ -412,7 +414,7 @@ TEST(AclPolicySm, TheChipLeavingTheIndexWithdrawsEverythingAndComingBackRestores
     EXPECT_TRUE(cap.has("  chipIntfMapping is removed"));
     EXPECT_TRUE(cap.has("    no chipIntfMapping"));
     EXPECT_EQ(w.status(1), Facts{});
-    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->aclPhyIntfStatuss() + w.sm->vlanAclPhyIntfStatuss() +
+    EXPECT_EQ(w.sm->intfAclStatuss() + w.sm->vlanAclPhyIntfStatuss() +
                   w.sm->subIntfAclPhyIntfStatuss() + w.sm->errIntfs(),
               0u);
     cap.clear();
@@ -602,6 +604,19 @@ TEST(AclPolicySm, AReviewOfTheChangedAclsLeavesWhatAFullReviewWould) {
          [](auto& w) {
              w.bind(kR4, "Ethernet1", false);
              w.bind(kR6, "Ethernet1", false);
+         }},
+        // Kinds already bound keep the policy: only the ACLs of the burst are looked at.
+        {"a port ACL on another port", [](auto& w) { w.bind(kP4, "Ethernet2"); }},
+        {"two more of its kind in one burst",
+         [](auto& w) {
+             w.bind(kP4b, "Ethernet2");
+             w.bind(kP4c, "Ethernet2");
+         },
+         "intfAclMapping[Ethernet2].aclKey[p4b/ip/in]"},
+        {"all three go in one burst",
+         [](auto& w) {
+             for (const Ovin::AclKey& key : {kP4, kP4b, kP4c})
+                 w.bind(key, "Ethernet2", false);
          }},
     };
     // IP kinds ranked before MAC keeps the policy on a MAC ACL's arrival; MAC first changes it.
