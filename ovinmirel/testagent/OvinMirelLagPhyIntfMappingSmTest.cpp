@@ -24,7 +24,7 @@ Memberships membershipsOf(const Lag::LagPhyIntfMapping& mapping) {
     for (const IntfId& lag : mapping.lagPhyIntfConfig().sortedKeys()) {
         std::string line = lag.name() + ":";
         for (const IntfId& port : mapping.lagPhyIntfConfig(lag)->phyIntf().sortedKeys())
-            line += " " + port.name();
+            line.append(" ").append(port.name());  // g++ 12 -O3 warns falsely on " " + name
         out.push_back(line);
     }
     return out;
