@@ -75,6 +75,7 @@ class ChipIntfMapping : public Vorn::Entity {
     // the pair and unlinks them when one goes, so that a change of one ACL on one chip reaches
     // the second entry without a search of the chip's ACLs. Null when not known.
     friend class IndexSmBase;
+    friend class IndexChecker;  // verifies that a link names the entry filed there
     Vorn::Ptr<AclIntfColl> mirror_;
 };
 

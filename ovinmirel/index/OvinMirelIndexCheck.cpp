@@ -23,30 +23,34 @@ bool isVlanIntf(const IntfId& i) {
     return Zamu::VlanIntfId::isVlanIntfId(i);
 }
 
+}  // namespace
+
 // Each rule walks the collections it concerns once and looks everything else up by key, so a
 // consistent Index costs a few linear passes and one interface-to-chip map. The first rule
 // that finds a violation ends the walk.
 //
 // A value entity is built by its collection from the key it is filed under and keeps that key
 // const, so a value carrying another key cannot arise and is not checked.
-class Checker {
+//
+// Outside the anonymous namespace: ChipIntfMapping names it a friend, to read its mirror link.
+class IndexChecker {
   public:
-    explicit Checker(const Index& ix) : ix_(ix) {}
+    explicit IndexChecker(const Index& ix) : ix_(ix) {}
 
     std::optional<std::string> run() {
-        using Rule = void (Checker::*)();
+        using Rule = void (IndexChecker::*)();
         static constexpr Rule kRules[] = {
-            &Checker::noEmptyEntries,
-            &Checker::entriesMatchTheirKeys,
-            &Checker::physicalOnly,
-            &Checker::chipMappingsMirror,
-            &Checker::intfAclFollowsAclPhyIntf,
-            &Checker::chipMappingsFollowIntfAndChip,
-            &Checker::subIntfMappingsMirror,
-            &Checker::chipVlanFollowsMembership,
-            &Checker::chipSubIntfFollowsCarriers,
-            &Checker::parentsFollowBindings,
-            &Checker::tableTypesFollowIntfAcl,
+            &IndexChecker::noEmptyEntries,
+            &IndexChecker::entriesMatchTheirKeys,
+            &IndexChecker::physicalOnly,
+            &IndexChecker::chipMappingsMirror,
+            &IndexChecker::intfAclFollowsAclPhyIntf,
+            &IndexChecker::chipMappingsFollowIntfAndChip,
+            &IndexChecker::subIntfMappingsMirror,
+            &IndexChecker::chipVlanFollowsMembership,
+            &IndexChecker::chipSubIntfFollowsCarriers,
+            &IndexChecker::parentsFollowBindings,
+            &IndexChecker::tableTypesFollowIntfAcl,
         };
         for (Rule rule : kRules) {
             (this->*rule)();
@@ -220,12 +224,17 @@ class Checker {
             subKey(s, "subIntfAclMapping");
     }
 
-    // Invariant 2, both ways, member by member.
+    // Invariant 2, both ways, member by member; and the ACL's entry for a chip, when linked,
+    // links to the chip's entry for the ACL filed now (not one deleted, nor another's).
     void chipMappingsMirror() {
         for (const auto& [a, e] : ix_.aclChipMapping()) {
             for (const auto& [c, m] : e->chipIntfMapping()) {
                 auto chip = ix_.chipAclMapping(c);
                 auto rev = chip ? chip->aclIntfMapping(a) : nullptr;
+                if (m->mirror_ && m->mirror_ != rev)
+                    fail("aclChipMapping[", a, "].chipIntfMapping[", c,
+                         "] links to another entry than chipAclMapping[", c, "].aclIntfMapping[", a,
+                         "]");
                 for (const IntfId& i : m->intfId()) {
                     if (!rev || !rev->intfId(i))
                         fail("aclChipMapping has (", a, ", ", i, ", chip ", c,
@@ -486,10 +495,8 @@ class Checker {
     std::optional<std::string> failure_;
 };
 
-}  // namespace
-
 std::optional<std::string> checkIndexConsistency(const Index& index) {
-    return Checker(index).run();
+    return IndexChecker(index).run();
 }
 
 }  // namespace OvinMirel

@@ -218,6 +218,20 @@ TEST(IndexCheck, EachMirrorDirectionIsReported) {
          [](Index& x) { parents(x, a2, "Ethernet1")->parentIntfIdIs("Ethernet1"); },
          "aclPhyIntfMapping[acl2/mac/in] has Ethernet1 but intfAclMapping[Ethernet1] lacks "
          "acl2/mac/in"},
+        {"link to the chip's entry for the ACL, filed anew since",
+         [](Index& x) {
+             x.chipAclMappingIs(kChip0)->aclIntfMappingDel(a1);
+             x.chipAclMappingIs(kChip0)->aclIntfMappingIs(a1)->intfIdIs("Ethernet1");
+         },
+         "aclChipMapping[acl1/ip/in].chipIntfMapping[0] links to another entry than "
+         "chipAclMapping[0].aclIntfMapping[acl1/ip/in]"},
+        {"link into the chip's entry, filed anew since",
+         [](Index& x) {
+             x.chipAclMappingDel(kChip1);
+             x.chipAclMappingIs(kChip1)->aclIntfMappingIs(a2)->intfIdIs("Ethernet2");
+         },
+         "aclChipMapping[acl2/mac/in].chipIntfMapping[1] links to another entry than "
+         "chipAclMapping[1].aclIntfMapping[acl2/mac/in]"},
         {"a port on two chips",
          [](Index& x) { x.chipIntfMappingIs(kChip1)->intfIdIs("Ethernet1"); },
          "Ethernet1 is on chip 0 and on chip 1"},
