@@ -69,6 +69,8 @@ class AclPolicySmStatusEdit {
         Edit& edit(const Place& place);
         // The place's edit; null while it has none.
         const Edit* find(const Place& place) const;
+        // Where the place's edit is, or would go (edits_ is in place order).
+        size_t at(const Place& place) const;
         // The entity the place's writes go to: the one being built, else the published one.
         Vorn::Ptr<Entry> entity(const Place& place);
         // A write of `key` that leaves the place as it is needs no edit.
@@ -136,25 +138,30 @@ size_t AclPolicySmStatusEdit::Places<Place, Entry>::keys(const Place& place) con
 template <class Place, class Entry>
 typename AclPolicySmStatusEdit::Places<Place, Entry>::Edit&
 AclPolicySmStatusEdit::Places<Place, Entry>::edit(const Place& place) {
-    auto it = std::lower_bound(edits_.begin(), edits_.end(), place,
-                               [](const auto& e, const Place& p) { return e.first < p; });
-    if (it != edits_.end() && it->first == place)
-        return it->second;
+    const size_t i = at(place);
+    if (i < edits_.size() && edits_[i].first == place)
+        return edits_[i].second;
     Edit e;
     e.entry = field_->find(place);
     if (!e.entry) {
         e.entry = Vorn::make<Entry>(place);
         e.fresh = true;
     }
-    return edits_.emplace(it, place, std::move(e))->second;
+    return edits_.emplace(edits_.begin() + ptrdiff_t(i), place, std::move(e))->second;
 }
 
 template <class Place, class Entry>
 const typename AclPolicySmStatusEdit::Places<Place, Entry>::Edit*
 AclPolicySmStatusEdit::Places<Place, Entry>::find(const Place& place) const {
-    const auto it = std::lower_bound(edits_.begin(), edits_.end(), place,
-                                     [](const auto& e, const Place& p) { return e.first < p; });
-    return it != edits_.end() && it->first == place ? &it->second : nullptr;
+    const size_t i = at(place);
+    return i < edits_.size() && edits_[i].first == place ? &edits_[i].second : nullptr;
+}
+
+template <class Place, class Entry>
+size_t AclPolicySmStatusEdit::Places<Place, Entry>::at(const Place& place) const {
+    return size_t(std::lower_bound(edits_.begin(), edits_.end(), place,
+                                   [](const auto& e, const Place& p) { return e.first < p; }) -
+                  edits_.begin());
 }
 
 template <class Place, class Entry>
