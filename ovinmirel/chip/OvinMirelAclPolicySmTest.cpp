@@ -243,6 +243,31 @@ TEST(AclPolicySm, AnInterfaceKeepsItsParentsFollowedThroughARebuiltAttachmentInd
                                   line("subIntfAclMapping", "Ethernet1.7", kSubR4)}));
 }
 
+TEST(AclPolicySm, AnInterfaceThatLeavesTheChipIsNoLongerFollowedThere) {
+    // Ethernet1 moves to chip 2 while the ACL stays on chip 1 through Ethernet2: a parent that
+    // Ethernet1 gains afterwards, which changes no chip entry, concerns chip 2 alone.
+    ChipTest::World w;
+    w.chip(1, {Mask::kMax});
+    w.chip(2, {Mask::kMax});
+    w.onChip("Ethernet1", 1);
+    w.onChip("Ethernet2", 1);
+    w.subIntf("Ethernet1.7");
+    w.startIndex();
+    auto sm1 = w.startPolicy(1);
+    auto sm2 = w.startPolicy(2);
+    w.bind(kSubR4, "Ethernet1");
+    w.bind(kSubR4, "Ethernet2");
+    w.onChip("Ethernet1", 2);
+    w.settle();
+    ASSERT_EQ(w.status(1), Facts{line("intfAclMapping", "Ethernet2", kSubR4)});
+    w.bind(kSubR4, "Ethernet1.7");
+    EXPECT_EQ(sm1->intfPolicyQueues(), 0u) << "chip 1 still follows Ethernet1";
+    EXPECT_EQ(sm2->intfPolicyQueues(), 1u);
+    w.settle();
+    EXPECT_EQ(w.status(2), (Facts{line("intfAclMapping", "Ethernet1", kSubR4),
+                                  line("subIntfAclMapping", "Ethernet1.7", kSubR4)}));
+}
+
 TEST(AclPolicySm, RoutedPortSharingNeedsRouterAclsOnlyAndTheirCombination) {
     struct Case {
         const char* name;
