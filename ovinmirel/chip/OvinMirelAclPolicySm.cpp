@@ -417,13 +417,12 @@ AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) cons
 Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
                                                      const Ovin::AclKey& aclKey,
                                                      const IntfReview& review) const {
-    if (!review.acls || (getAclTypeMask(aclKey) & review.policy).empty())
+    if (!review.acls || !review.acls->aclKey(aclKey) ||
+        (getAclTypeMask(aclKey) & review.policy).empty())
         return nullptr;
-    // Mapped exactly when bound (the index's invariant 4): the hashed look-up answers both.
     Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(aclKey);
     Vorn::Ptr<PhyIntfMapping> phyIntf = acl ? acl->phyIntfMapping(intfId) : nullptr;
-    if (!phyIntf && review.acls->aclKey(aclKey))
-        VORN_ASSERT(phyIntf);
+    VORN_ASSERT(phyIntf);
     return phyIntf;
 }
 
