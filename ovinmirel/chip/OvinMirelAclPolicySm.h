@@ -295,9 +295,10 @@ class AclPolicySm : public Vorn::StateMachine {
     // does not.
     IntfReview intfReview(const Zamu::IntfId& intfId) const;
     // The index's entry through which an admitted ACL reaches the interface; null when the
-    // ACL is not to be in effect there.
+    // ACL is not to be in effect there. `bound`: the ACL is one of review.acls, which then
+    // need not be searched.
     Vorn::Ptr<PhyIntfMapping> wantedParents(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
-                                            const IntfReview& review) const;
+                                            const IntfReview& review, bool bound = false) const;
     // Withdraws what the ACL contributed on the interface and no longer does the same way.
     void withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                      const PhyIntfMapping* wanted, const IntfReview& review);
