@@ -316,11 +316,11 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
     // index). The vector is the machine's, lent to the review, so reviews do not allocate.
     WantedLease lease(wanted_);
     std::vector<const PhyIntfMapping*>& wanted = lease.wanted();
-    auto lookUpWanted = [&](const auto& keys) {
+    auto lookUpWanted = [&](const auto& keys, bool bound) {
         wanted.clear();
         wanted.reserve(keys.size());
         for (const Ovin::AclKey& key : keys)
-            wanted.push_back(wantedParents(intfId, key, review).ptr());
+            wanted.push_back(wantedParents(intfId, key, review, bound).ptr());
     };
     if (review.acls) {
         if (reviewed != reviewedPolicy_.end())
@@ -328,9 +328,9 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
         else
             reviewedPolicy_.emplace(intfId, review.policy);
         if (all) {
-            lookUpWanted(review.acls->aclKey());
+            lookUpWanted(review.acls->aclKey(), true);
         } else {
-            lookUpWanted(pending.acls);
+            lookUpWanted(pending.acls, false);
         }
         // Whether the interface keeps ACLs of its own only decides whether sharing is asked
         // about; where the platform has none and nothing traces, the answer is no anyway.
@@ -346,7 +346,7 @@ AclPolicySm::IntfReview AclPolicySm::reviewIntf(const Zamu::IntfId& intfId, Pend
         if (!all && review.sharedAfter != review.sharedBefore &&
             otherPhyAclInEffect(intfId, pending.acls)) {
             all = true;
-            lookUpWanted(review.acls->aclKey());
+            lookUpWanted(review.acls->aclKey(), true);
         }
     } else {
         reviewedPolicy_.erase(intfId);
@@ -416,8 +416,8 @@ AclPolicySm::IntfReview AclPolicySm::intfReview(const Zamu::IntfId& intfId) cons
 
 Vorn::Ptr<PhyIntfMapping> AclPolicySm::wantedParents(const Zamu::IntfId& intfId,
                                                      const Ovin::AclKey& aclKey,
-                                                     const IntfReview& review) const {
-    if (!review.acls || !review.acls->aclKey(aclKey) ||
+                                                     const IntfReview& review, bool bound) const {
+    if (!review.acls || (!bound && !review.acls->aclKey(aclKey)) ||
         (getAclTypeMask(aclKey) & review.policy).empty())
         return nullptr;
     Vorn::Ptr<AclPhyIntfColl> acl = index()->aclPhyIntfMapping(aclKey);

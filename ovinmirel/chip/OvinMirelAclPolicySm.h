@@ -60,6 +60,7 @@
 #include "platform/ovin/AclKey.h"
 #include "platform/vorn/EntryWatchers.h"
 #include "platform/vorn/FlatSet.h"
+#include "platform/vorn/SmallFlatSet.h"
 #include "platform/vorn/StateMachine.h"
 #include "platform/zamu/IntfId.h"
 
@@ -106,51 +107,9 @@ class SubIntfAclPhyIntfColl : public Vorn::Entity {
 // in order rather than as an entity of its own.
 class AclParentIntfSet {
   public:
-    // Ascending ids. The one parent of the common case is held in place (no allocation per
-    // place); from two on, all of them are in the vector and the place holds the empty id
-    // (never a parent), so equal sets have equal members.
-    class Ids {
-      public:
-        bool contains(const Zamu::IntfId& id) const {
-            return std::binary_search(begin(), end(), id);
-        }
-        size_t size() const { return size_t(end() - begin()); }
-        bool empty() const { return begin() == end(); }
-        const Zamu::IntfId* begin() const { return more_.empty() ? &one_ : more_.data(); }
-        const Zamu::IntfId* end() const {
-            return more_.empty() ? &one_ + (one_.empty() ? 0 : 1) : more_.data() + more_.size();
-        }
-        void insert(const Zamu::IntfId& id) {
-            if (more_.empty() && (one_.empty() || one_ == id)) {
-                one_ = id;
-                return;
-            }
-            if (more_.empty())
-                more_.push_back(std::exchange(one_, Zamu::IntfId()));
-            const auto it = std::lower_bound(more_.begin(), more_.end(), id);
-            if (it == more_.end() || *it != id)
-                more_.insert(it, id);
-        }
-        void erase(const Zamu::IntfId& id) {
-            if (more_.empty()) {
-                if (one_ == id)
-                    one_ = Zamu::IntfId();
-                return;
-            }
-            const auto it = std::lower_bound(more_.begin(), more_.end(), id);
-            if (it != more_.end() && *it == id)
-                more_.erase(it);
-            if (more_.size() == 1) {
-                one_ = more_.front();
-                more_ = {};
-            }
-        }
-        bool operator==(const Ids&) const = default;
-
-      private:
-        Zamu::IntfId one_;
-        std::vector<Zamu::IntfId> more_;
-    };
+    // Ascending ids; the one parent of the common case is held in place (no allocation per
+    // place).
+    using Ids = Vorn::SmallFlatSet<Zamu::IntfId>;
     const Ids& parentIntfId() const { return parentIntfId_; }
     Ids& parentIntfId() { return parentIntfId_; }
     bool operator==(const AclParentIntfSet&) const = default;
@@ -336,9 +295,10 @@ class AclPolicySm : public Vorn::StateMachine {
     // does not.
     IntfReview intfReview(const Zamu::IntfId& intfId) const;
     // The index's entry through which an admitted ACL reaches the interface; null when the
-    // ACL is not to be in effect there.
+    // ACL is not to be in effect there. `bound`: the ACL is one of review.acls, which then
+    // need not be searched.
     Vorn::Ptr<PhyIntfMapping> wantedParents(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
-                                            const IntfReview& review) const;
+                                            const IntfReview& review, bool bound = false) const;
     // Withdraws what the ACL contributed on the interface and no longer does the same way.
     void withdrawAcl(const Zamu::IntfId& intfId, const Ovin::AclKey& aclKey,
                      const PhyIntfMapping* wanted, const IntfReview& review);

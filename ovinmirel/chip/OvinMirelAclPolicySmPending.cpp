@@ -14,18 +14,6 @@ std::vector<AclPolicySmPending::Entry>::iterator AclPolicySmPending::find(
                             [](const Entry& e, const Zamu::IntfId& i) { return e.intf < i; });
 }
 
-void AclPolicySmPending::AclKeys::insert(const Ovin::AclKey& key) {
-    if (more_.empty()) {
-        if (!hasOne_ || one_ == key) {
-            one_ = key;
-            hasOne_ = true;
-            return;
-        }
-        more_.insert(one_);
-    }
-    more_.insert(key);
-}
-
 AclPolicySmPending::Entry& AclPolicySmPending::entry(const Zamu::IntfId& intf) {
     auto it = find(intf);
     if (it == entries_.end() || it->intf != intf)

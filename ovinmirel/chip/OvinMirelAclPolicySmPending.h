@@ -14,30 +14,15 @@
 #include <vector>
 
 #include "platform/ovin/AclKey.h"
-#include "platform/vorn/FlatSet.h"
+#include "platform/vorn/SmallFlatSet.h"
 #include "platform/zamu/IntfId.h"
 
 namespace OvinMirel {
 
 class AclPolicySmPending {
   public:
-    // Ascending keys, mostly one: that one is held in place (no allocation per entry); from
-    // two on, all of them are in the sorted vector.
-    class AclKeys {
-      public:
-        const Ovin::AclKey* begin() const { return more_.empty() ? &one_ : more_.begin(); }
-        const Ovin::AclKey* end() const {
-            return more_.empty() ? &one_ + (hasOne_ ? 1 : 0) : more_.end();
-        }
-        size_t size() const { return size_t(end() - begin()); }
-        bool empty() const { return begin() == end(); }
-        void insert(const Ovin::AclKey& key);
-
-      private:
-        Ovin::AclKey one_;  // meaningful while more_ is empty and hasOne_ is set
-        bool hasOne_ = false;
-        Vorn::FlatSet<Ovin::AclKey> more_;
-    };
+    // Ascending keys, mostly one: that one is held in place (no allocation per entry).
+    using AclKeys = Vorn::SmallFlatSet<Ovin::AclKey>;
     struct Review {
         bool all = false;
         AclKeys acls;

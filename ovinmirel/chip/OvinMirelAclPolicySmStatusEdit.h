@@ -66,13 +66,18 @@ class AclPolicySmStatusEdit {
             bool fresh = false;
             Vorn::FlatSet<Ovin::AclKey> added, removed;
         };
-        Edit& edit(const Place& place);
+        // The edit of the place at `i` (at(place)) that has none yet: of its published entry,
+        // else of a fresh entity.
+        Edit& insertEdit(size_t i, const Place& place, Vorn::Ptr<Entry> published);
         // The place's edit; null while it has none.
         const Edit* find(const Place& place) const;
+        // Where the place's edit is, or would go (edits_ is in place order).
+        size_t at(const Place& place) const;
         // The entity the place's writes go to: the one being built, else the published one.
         Vorn::Ptr<Entry> entity(const Place& place);
-        // A write of `key` that leaves the place as it is needs no edit.
-        bool unchanged(const Place& place, const Ovin::AclKey& key, bool member) const;
+        // The place's edit for a write that puts `key` in (`member`) or takes it out; null for
+        // a write that leaves the place as it is, which needs no edit.
+        Edit* editFor(const Place& place, const Ovin::AclKey& key, bool member);
 
         static bool contains(const Vorn::FlatSet<Ovin::AclKey>& set, const Ovin::AclKey& k) {
             return set.find(k) != set.end();
@@ -135,52 +140,60 @@ size_t AclPolicySmStatusEdit::Places<Place, Entry>::keys(const Place& place) con
 
 template <class Place, class Entry>
 typename AclPolicySmStatusEdit::Places<Place, Entry>::Edit&
-AclPolicySmStatusEdit::Places<Place, Entry>::edit(const Place& place) {
-    auto it = std::lower_bound(edits_.begin(), edits_.end(), place,
-                               [](const auto& e, const Place& p) { return e.first < p; });
-    if (it != edits_.end() && it->first == place)
-        return it->second;
+AclPolicySmStatusEdit::Places<Place, Entry>::insertEdit(size_t i, const Place& place,
+                                                        Vorn::Ptr<Entry> published) {
     Edit e;
-    e.entry = field_->find(place);
+    e.entry = std::move(published);
     if (!e.entry) {
         e.entry = Vorn::make<Entry>(place);
         e.fresh = true;
     }
-    return edits_.emplace(it, place, std::move(e))->second;
+    return edits_.emplace(edits_.begin() + ptrdiff_t(i), place, std::move(e))->second;
 }
 
 template <class Place, class Entry>
 const typename AclPolicySmStatusEdit::Places<Place, Entry>::Edit*
 AclPolicySmStatusEdit::Places<Place, Entry>::find(const Place& place) const {
-    const auto it = std::lower_bound(edits_.begin(), edits_.end(), place,
-                                     [](const auto& e, const Place& p) { return e.first < p; });
-    return it != edits_.end() && it->first == place ? &it->second : nullptr;
+    const size_t i = at(place);
+    return i < edits_.size() && edits_[i].first == place ? &edits_[i].second : nullptr;
+}
+
+template <class Place, class Entry>
+size_t AclPolicySmStatusEdit::Places<Place, Entry>::at(const Place& place) const {
+    return size_t(std::lower_bound(edits_.begin(), edits_.end(), place,
+                                   [](const auto& e, const Place& p) { return e.first < p; }) -
+                  edits_.begin());
 }
 
 template <class Place, class Entry>
 Vorn::Ptr<Entry> AclPolicySmStatusEdit::Places<Place, Entry>::entity(const Place& place) {
-    if (const Edit* e = find(place))
-        return e->entry;
+    const size_t i = at(place);
+    if (i < edits_.size() && edits_[i].first == place)
+        return edits_[i].second.entry;
     if (Vorn::Ptr<Entry> published = field_->find(place))
         return published;
-    return edit(place).entry;
+    return insertEdit(i, place, nullptr).entry;
 }
 
 template <class Place, class Entry>
-bool AclPolicySmStatusEdit::Places<Place, Entry>::unchanged(const Place& place,
-                                                            const Ovin::AclKey& key,
-                                                            bool member) const {
-    if (find(place))
-        return false;
-    const Vorn::Ptr<Entry> published = field_->find(place);
-    return published ? published->aclKey(key) == member : !member;
+typename AclPolicySmStatusEdit::Places<Place, Entry>::Edit*
+AclPolicySmStatusEdit::Places<Place, Entry>::editFor(const Place& place, const Ovin::AclKey& key,
+                                                     bool member) {
+    const size_t i = at(place);
+    if (i < edits_.size() && edits_[i].first == place)
+        return &edits_[i].second;
+    Vorn::Ptr<Entry> published = field_->find(place);
+    if (published ? published->aclKey(key) == member : !member)
+        return nullptr;
+    return &insertEdit(i, place, std::move(published));
 }
 
 template <class Place, class Entry>
 void AclPolicySmStatusEdit::Places<Place, Entry>::add(const Place& place, const Ovin::AclKey& key) {
-    if (unchanged(place, key, true))
+    Edit* found = editFor(place, key, true);
+    if (!found)
         return;
-    Edit& e = edit(place);
+    Edit& e = *found;
     if (e.fresh) {
         e.entry->aclKeyIs(key);
         return;
@@ -193,9 +206,10 @@ void AclPolicySmStatusEdit::Places<Place, Entry>::add(const Place& place, const 
 template <class Place, class Entry>
 void AclPolicySmStatusEdit::Places<Place, Entry>::remove(const Place& place,
                                                          const Ovin::AclKey& key) {
-    if (unchanged(place, key, false))
+    Edit* found = editFor(place, key, false);
+    if (!found)
         return;
-    Edit& e = edit(place);
+    Edit& e = *found;
     if (e.fresh) {
         e.entry->aclKeyDel(key);
         return;

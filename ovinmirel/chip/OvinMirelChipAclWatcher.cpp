@@ -28,8 +28,11 @@ void AclPolicySm::ChipAclWatcher::follow() {
     phyIntfs_ = sm_->index()->aclPhyIntfMapping(acl_);
     mappingSub_.reset();
     parents_.clear();
-    for (const Zamu::IntfId& intf : entry_->intfId())
-        watchParents(intf);
+    // Each interface once: no search of what is already watched.
+    for (const Zamu::IntfId& intf : entry_->intfId()) {
+        if (Vorn::Subscription sub = subscribeParents(intf); sub.connected())
+            parents_.push_back(Parents{intf, std::move(sub)});
+    }
     watchMappings();
 }
 
@@ -62,32 +65,42 @@ void AclPolicySm::ChipAclWatcher::handleParents(const PhyIntfMapping& mapping) {
 
 std::vector<AclPolicySm::ChipAclWatcher::Parents>::iterator AclPolicySm::ChipAclWatcher::parentsOf(
     const Zamu::IntfId& intf) {
-    return std::lower_bound(parents_.begin(), parents_.end(), intf,
-                            [](const Parents& p, const Zamu::IntfId& i) { return p.intf < i; });
+    return std::find_if(parents_.begin(), parents_.end(),
+                        [&](const Parents& p) { return p.intf == intf; });
+}
+
+Vorn::Subscription AclPolicySm::ChipAclWatcher::subscribeParents(const Zamu::IntfId& intf) {
+    const Vorn::Ptr<PhyIntfMapping> mapping =
+        phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
+    if (!mapping)
+        return Vorn::Subscription();
+    // The slot captures no key (the mapping has it, and is alive while it notifies), so the
+    // handler fits in the function object itself: one of these per (ACL, interface).
+    return mapping->parentIntfIdNotify(
+        [this, m = mapping.ptr()](const Zamu::IntfId&) { handleParents(*m); });
 }
 
 void AclPolicySm::ChipAclWatcher::watchParents(const Zamu::IntfId& intf) {
-    const Vorn::Ptr<PhyIntfMapping> mapping =
-        phyIntfs_ ? phyIntfs_->phyIntfMapping(intf) : Vorn::Ptr<PhyIntfMapping>();
-    if (!mapping) {
+    Vorn::Subscription sub = subscribeParents(intf);
+    if (!sub.connected()) {
         unwatchParents(intf);
         return;
     }
-    // The slot captures no key (the mapping has it, and is alive while it notifies), so the
-    // handler fits in the function object itself: one of these per (ACL, interface).
-    Vorn::Subscription sub = mapping->parentIntfIdNotify(
-        [this, m = mapping.ptr()](const Zamu::IntfId&) { handleParents(*m); });
     auto it = parentsOf(intf);
-    if (it != parents_.end() && it->intf == intf)
+    if (it != parents_.end())
         it->sub = std::move(sub);
     else
-        parents_.insert(it, Parents{intf, std::move(sub)});
+        parents_.push_back(Parents{intf, std::move(sub)});
 }
 
 void AclPolicySm::ChipAclWatcher::unwatchParents(const Zamu::IntfId& intf) {
     auto it = parentsOf(intf);
-    if (it != parents_.end() && it->intf == intf)
-        parents_.erase(it);
+    if (it == parents_.end())
+        return;
+    // The last one takes its place: one subscription moves, not all those behind it.
+    if (it != parents_.end() - 1)
+        *it = std::move(parents_.back());
+    parents_.pop_back();
 }
 
 void AclPolicySm::ChipAclWatcher::watchMappings() {

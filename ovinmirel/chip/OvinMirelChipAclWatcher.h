@@ -8,7 +8,7 @@
 // Writes:  nothing; every change it sees schedules a review of the interface concerned under
 //          the ACL (AclPolicySm::handleAclPhyIntf), which reads the index again.
 // Invariants (between notifications):
-//  1. parents_ holds, in interface order, exactly the interfaces of the entry that have a
+//  1. parents_ holds, in no order, exactly the interfaces of the entry that have a
 //     mapping in phyIntfs_ (but for one whose mapping was left without parents), each with
 //     one subscription to that mapping's parents.
 //  2. mappingSub_ is connected exactly while phyIntfs_ is set and some interface of the entry
@@ -43,7 +43,9 @@ class AclPolicySm::ChipAclWatcher {
     void handleAclPhyIntfColl();
 
   private:
-    // The parent subscription of one interface, in interface order.
+    // The parent subscription of one interface. parents_ is searched by a scan rather than
+    // kept sorted: moving a subscription re-points its slot, and an insertion or removal in
+    // the middle of a sorted vector would move every one behind it.
     struct Parents {
         Zamu::IntfId intf;
         Vorn::Subscription sub;
@@ -55,6 +57,8 @@ class AclPolicySm::ChipAclWatcher {
     void handleMapping(const Zamu::IntfId& intf);
     void handleParents(const PhyIntfMapping& mapping);
     std::vector<Parents>::iterator parentsOf(const Zamu::IntfId& intf);
+    // A subscription to the parents of the interface's mapping under the ACL; none without one.
+    Vorn::Subscription subscribeParents(const Zamu::IntfId& intf);
     void watchParents(const Zamu::IntfId& intf);
     void unwatchParents(const Zamu::IntfId& intf);
     // Keeps invariant 2.
